@@ -1,0 +1,73 @@
+#include <windows.h>
+
+#include <sddl.h>
+
+#include "base/handle_win.h"
+#include "base/token_win.h"
+#include "bridge/bridge_location.h"
+
+namespace vextra {
+namespace {
+
+bool isSid(const std::wstring& text) {
+    PSID sid = nullptr;
+    if (!ConvertStringSidToSidW(text.c_str(), &sid))
+        return false;
+    LocalFree(sid);
+    return true;
+}
+
+bool equalsIgnoringCase(const std::wstring& a, const std::wstring& b) {
+    return CompareStringOrdinal(a.data(), static_cast<int>(a.size()), b.data(), static_cast<int>(b.size()),
+                                TRUE) == CSTR_EQUAL;
+}
+
+}  // namespace
+
+std::wstring readBrokerRegistryValue(const wchar_t* name) {
+    wchar_t text[1024];
+    DWORD bytes = sizeof text;
+    if (RegGetValueW(HKEY_LOCAL_MACHINE, kBrokerRegistryKey, name, RRF_RT_REG_SZ | RRF_SUBKEY_WOW6464KEY, nullptr,
+                     text, &bytes) != ERROR_SUCCESS)
+        return {};
+    return text;
+}
+
+std::wstring resolveBridgePath() {
+    const std::wstring owner = readBrokerRegistryValue(kOwnerSidValue);
+    if (!isOwnerSidForm(owner) || !isSid(owner))
+        return {};
+    wchar_t programData[1024];
+    const DWORD length = GetEnvironmentVariableW(L"ProgramData", programData, ARRAYSIZE(programData));
+    if (length == 0 || length >= ARRAYSIZE(programData))
+        return {};
+    std::wstring derived = deriveBridgePath({programData, length}, owner);
+    if (!equalsIgnoringCase(derived, readBrokerRegistryValue(kBridgePathValue)))
+        return {};
+    return derived;
+}
+
+std::wstring resolveDemandPath() {
+    std::wstring derived = deriveDemandPath(resolveBridgePath());
+    if (derived.empty() || !equalsIgnoringCase(derived, readBrokerRegistryValue(kDemandPathValue)))
+        return {};
+    return derived;
+}
+
+bool parentChainIsPlain(std::wstring_view path) {
+    for (const std::wstring& folder : parentFolders(path)) {
+        const DWORD attributes = GetFileAttributesW(folder.c_str());
+        if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
+            return false;
+    }
+    return true;
+}
+
+bool ownerIsCurrentUser() {
+    const std::wstring user = currentUserSidString();
+    return !user.empty() && user == readBrokerRegistryValue(kOwnerSidValue);
+}
+
+bool mayWriteBridge() { return !isElevatedOrUnknown() && ownerIsCurrentUser(); }
+
+}  // namespace vextra

@@ -1,0 +1,34 @@
+// The one way in which the broker maps a file that it shares with the camera's media source.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "base/handle_win.h"
+
+namespace vextra {
+
+enum class FileAccess { kReadOnly = 1, kReadWrite = 2 };
+
+// A mapping of a whole file of known size. Movable; used by one thread at a time.
+class SharedFile {
+public:
+    // Maps `path` when it exists, is a plain file (no link, no folder) of exactly `sizeBytes`, and every folder
+    // on the way to it is plain. Nothing is created, resized or repaired. An empty path is a refusal.
+    static SharedFile open(const std::wstring& path, std::uint32_t sizeBytes, FileAccess access);
+
+    explicit operator bool() const { return static_cast<bool>(view_); }
+    void* data() const { return view_.get(); }
+
+private:
+    UniqueFile file_;
+    UniqueHandle mapping_;
+    UniqueView view_;  // last member: unmapped before the mapping and the file are closed
+};
+
+// The verdict on a file that was opened without following links.
+constexpr bool isPlainFile(DWORD attributes) {
+    return (attributes & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY)) == 0;
+}
+
+}  // namespace vextra

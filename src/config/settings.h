@@ -1,0 +1,80 @@
+// What the broker connects to and how: one record for the whole process, and the one routine that judges it.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+#include "base/secret.h"
+
+namespace vextra {
+
+// The numbers are those of the stored record.
+enum class SourceKind : std::uint32_t {
+    kInternalProfile = 0,
+    kDirectCamera = 1,
+    kCustomUrl = 2,
+    kSyntheticTest = 3,
+};
+
+enum class DecoderBackend : std::uint32_t {
+    kFfmpeg = 0,
+    kGstreamer = 1,
+    kAutomatic = 2,  // GStreamer when its runtime is there, FFmpeg otherwise or after it failed
+};
+
+// Field order is the order of the stored record. Copied as a whole under the settings lock.
+struct BrokerSettings {
+    SourceKind source = SourceKind::kInternalProfile;
+    std::uint32_t stream = 1;  // of a direct camera: 1 main, 2 sub
+    DecoderBackend decoder = DecoderBackend::kFfmpeg;
+    std::uint32_t latencyMs = 50;
+    std::uint32_t firstFrameDeadlineMs = 7000;
+    bool rtspUdp = false;
+    bool updateDisabled = false;
+    SecretText profileUrl;         // never shown
+    SecretText directIp;           // dotted IPv4
+    SecretText directUser;
+    SecretText directPassword;
+    SecretText customUrl;
+    SecretText updateManifestUrl;  // empty, or an https address that replaces the built-in one
+};
+
+constexpr std::uint32_t kMaxLatencyMs = 5000;
+constexpr std::uint32_t kMinFirstFrameDeadlineMs = 1000;
+constexpr std::uint32_t kMaxFirstFrameDeadlineMs = 30'000;
+constexpr std::size_t kMaxUrlUnits = 8192;
+constexpr std::size_t kMaxUserUnits = 256;
+constexpr std::size_t kMaxPasswordUnits = 512;
+
+// A value with its word in environment variables (empty: none) and its name for people.
+template <typename Value>
+struct NamedChoice {
+    Value value;
+    std::wstring_view keyword;
+    std::wstring_view label;
+};
+
+inline constexpr std::array<NamedChoice<SourceKind>, 4> kSourceKinds{{
+    {SourceKind::kInternalProfile, L"blueiris", L"Perfil interno Vextra (padrão)"},
+    {SourceKind::kDirectCamera, L"direct", L"Câmera direta"},
+    {SourceKind::kCustomUrl, L"custom", L"URL personalizada"},
+    {SourceKind::kSyntheticTest, L"", L"Teste sintético"},
+}};
+
+inline constexpr std::array<NamedChoice<DecoderBackend>, 3> kDecoderBackends{{
+    {DecoderBackend::kFfmpeg, L"ffmpeg", L"FFmpeg"},
+    {DecoderBackend::kGstreamer, L"gstreamer", L"GStreamer (opcional)"},
+    {DecoderBackend::kAutomatic, L"auto", L"Auto • GStreamer/FFmpeg"},
+}};
+
+inline constexpr std::array<NamedChoice<std::uint32_t>, 2> kStreams{{
+    {1, L"stream1", L"stream1"},
+    {2, L"stream2", L"stream2"},
+}};
+
+// Empty when the record may be saved and used; otherwise the message for the user. Loading, import and apply all
+// ask here and nowhere else.
+std::wstring_view validateSettings(const BrokerSettings& settings);
+
+}  // namespace vextra

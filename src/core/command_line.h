@@ -1,0 +1,45 @@
+// The option grammar. Pure.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace vextra {
+
+// What the process was started to do. The last maintenance option of a command line decides.
+enum class RunMode {
+    kNormal = 1,
+    kInstallHint,
+    kReset,
+    kRegisterCamera,
+    kRemoveCamera,
+    kMaintenanceCheck,
+    kShutdownBroker,
+};
+
+constexpr std::uint32_t kMaxTestSeconds = 300;
+
+struct CommandLine {
+    RunMode mode = RunMode::kNormal;
+    bool testPattern = false;
+    bool startupCheck = true;  // --auto-start states the default: a deliberate no-op
+    bool background = false;
+    bool importLegacyEnv = false;
+    bool runtimeSelfTest = false;
+    bool version = false;
+    bool help = false;
+    bool forceAutomatic = false;    // --force clears `paused`, which starts clear
+    std::uint32_t testSeconds = 0;  // 0: off
+    std::wstring evidenceFolder;    // empty: off
+};
+
+// Whole arguments, case-sensitive; whatever is not an option is ignored without a message. `arguments` are those
+// behind the program's name.
+CommandLine parseCommandLine(std::span<const wchar_t* const> arguments);
+
+// The folder that holds bin\ and deps\: the executable's folder, less a last `bin` or `beta-bin` (exactly so).
+std::wstring installRootOf(std::wstring_view executablePath);
+
+}  // namespace vextra

@@ -1,0 +1,64 @@
+#include "core/instance_win.h"
+
+#include <sddl.h>
+
+#include "base/token_win.h"
+#include "core/supervisor_thread_win.h"
+
+namespace vextra {
+namespace {
+
+std::wstring lockPath(const std::wstring& dataFolder) { return dataFolder + L"\\app.lock"; }
+
+std::wstring stopSignalName(const std::wstring& userSid) { return L"Local\\VextraMfBetaStop_" + userSid; }
+
+}  // namespace
+
+UniqueFile takeInstanceLock(const std::wstring& dataFolder) {
+    UniqueFile file(CreateFileW(lockPath(dataFolder).c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file)
+        return {};
+    const DWORD processId = GetCurrentProcessId();
+    static_assert(sizeof processId == 4);
+    DWORD written = 0;
+    WriteFile(file.get(), &processId, sizeof processId, &written, nullptr);
+    SetEndOfFile(file.get());
+    FlushFileBuffers(file.get());
+    return file;
+}
+
+std::uint32_t readInstanceLock(const std::wstring& dataFolder) {
+    // The holder writes, so the reader has to allow writing.
+    const UniqueFile file(CreateFileW(lockPath(dataFolder).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    DWORD processId = 0;
+    DWORD taken = 0;
+    if (!file || !ReadFile(file.get(), &processId, sizeof processId, &taken, nullptr) || taken != sizeof processId)
+        return 0;
+    return processId;
+}
+
+void showRunningBroker() {
+    if (const HWND window = FindWindowW(kMainWindowClass, nullptr))
+        PostMessageW(window, kMessageShowWindow, 0, 0);
+}
+
+UniqueHandle createStopSignal() {
+    const std::wstring sid = currentUserSidString();
+    if (sid.empty())
+        return {};
+    const std::wstring sddl = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)(A;;GA;;;" + sid + L")";
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), SDDL_REVISION_1, &descriptor, nullptr))
+        return {};
+    const UniqueLocalMemory owner(descriptor);
+    SECURITY_ATTRIBUTES attributes{sizeof attributes, descriptor, FALSE};
+    return UniqueHandle(CreateEventW(&attributes, FALSE, FALSE, stopSignalName(sid).c_str()));
+}
+
+UniqueHandle openStopSignal() {
+    return UniqueHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, stopSignalName(currentUserSidString()).c_str()));
+}
+
+}  // namespace vextra

@@ -1,0 +1,74 @@
+#include <windows.h>
+
+#include <vector>
+
+#include "base/handle_win.h"
+#include "base/token_win.h"
+#include "bridge/bridge_location.h"
+#include "bridge/demand_channel.h"
+#include "core/instance_win.h"
+#include "core/maintenance.h"
+
+namespace vextra {
+namespace {
+
+constexpr DWORD kBrokerEndWaitMs = 10'000;
+
+// Unknown demand counts as busy: a meeting may be running.
+bool captureActiveOrUnknown() { return countLeasesOnce() != 0; }
+
+std::wstring imagePathOf(HANDLE process) {
+    std::vector<wchar_t> path(32'768);  // the longest path there is
+    DWORD length = static_cast<DWORD>(path.size());
+    if (!QueryFullProcessImageNameW(process, 0, path.data(), &length))
+        return {};
+    return {path.data(), length};
+}
+
+// A process id in a file proves nothing: the process behind it must be this user's installed broker.
+bool isInstalledBroker(HANDLE process, DWORD processId) {
+    const auto session = sessionOfProcess(processId);
+    if (!session || session != sessionOfProcess(GetCurrentProcessId()))
+        return false;
+    const std::wstring expected = readBrokerRegistryValue(kInstallDirValue) + L"\\bin\\CameraVirtualVextraMF.exe";
+    const std::wstring actual = imagePathOf(process);
+    return CompareStringOrdinal(actual.c_str(), -1, expected.c_str(), -1, TRUE) == CSTR_EQUAL;
+}
+
+ExitCode shutdownBroker(const std::wstring& dataFolder) {
+    if (captureActiveOrUnknown())
+        return ExitCode::kBusy;
+    const DWORD processId = readInstanceLock(dataFolder);
+    if (processId == 0)
+        return ExitCode::kSuccess;
+    const UniqueHandle process(OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
+    if (!process || WaitForSingleObject(process.get(), 0) == WAIT_OBJECT_0)
+        return ExitCode::kSuccess;
+    if (!isInstalledBroker(process.get(), processId))
+        return ExitCode::kRefused;
+    const UniqueHandle signal = openStopSignal();
+    if (!signal || !SetEvent(signal.get()))
+        return ExitCode::kBusy;  // a broker runs and could not be asked: it has not stopped
+    return WaitForSingleObject(process.get(), kBrokerEndWaitMs) == WAIT_OBJECT_0 ? ExitCode::kSuccess
+                                                                                  : ExitCode::kBusy;
+}
+
+}  // namespace
+
+ExitCode runMaintenance(RunMode mode, const std::wstring& dataFolder, EventLog& log) {
+    const std::wstring user = currentUserSidString();
+    const std::wstring owner = readBrokerRegistryValue(kOwnerSidValue);
+    if (!mayMaintain({sessionOfProcess(GetCurrentProcessId()), isElevatedOrUnknown(), user, owner}))
+        return ExitCode::kRefused;
+    log.open(dataFolder + L"\\maintenance.log", EventLog::OpenMode::kAppend);
+
+    if (mode == RunMode::kShutdownBroker)
+        return shutdownBroker(dataFolder);
+    if (mode != RunMode::kRegisterCamera && captureActiveOrUnknown())
+        return ExitCode::kBusy;
+    if (mode == RunMode::kMaintenanceCheck)
+        return ExitCode::kSuccess;
+    return ExitCode::kFailed;  // this build cannot register, reset or remove the camera yet
+}
+
+}  // namespace vextra

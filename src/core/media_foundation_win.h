@@ -1,0 +1,30 @@
+// Media Foundation's start-up and shut-down, taken from the system folder at run time: the N editions of Windows
+// lack the library, and there the broker must say so instead of not starting.
+#pragma once
+
+#include <cstdint>
+
+#include "base/handle_win.h"
+
+namespace vextra {
+
+struct ModuleTraits {
+    using Value = HMODULE;
+    static Value invalid() { return nullptr; }
+    static void close(Value value) { FreeLibrary(value); }
+};
+using UniqueModule = Unique<ModuleTraits>;
+
+// Used by one thread, which has initialised COM.
+class MediaFoundation {
+public:
+    // The full start-up. An HRESULT; a missing library is a failing one.
+    std::int32_t startup();
+    // An HRESULT. Only after a good start-up.
+    std::int32_t shutdown();
+
+private:
+    UniqueModule library_;
+};
+
+}  // namespace vextra

@@ -1,0 +1,23 @@
+#include "core/run_outputs.h"
+
+#include "config/source_url.h"
+
+namespace vextra {
+
+bool pureContractsHold() {
+    return isValidIpv4(L"127.0.0.1") && !isValidIpv4(L"300.1.1.1") &&
+           isUsableSourceUrl(L"http://127.0.0.1:8080/test") && !isUsableSourceUrl(L"file:///x");
+}
+
+std::string selfTestJson(const SelfTestResult& result) {
+    const auto word = [](bool value) { return value ? "true" : "false"; };
+    std::string json = "{\"version\":\"0.2.0-beta.5\"";
+    json += std::string(",\"pureContracts\":") + word(result.pureContracts);
+    json += std::string(",\"ffmpegAvailable\":") + word(result.ffmpegAvailable);
+    json += std::string(",\"gstreamerAvailable\":") + word(result.gstreamerAvailable);
+    json += std::string(",\"settingsLoaded\":") + word(result.settingsLoaded);
+    json += ",\"networkUsed\":false}\n";
+    return json;
+}
+
+}  // namespace vextra

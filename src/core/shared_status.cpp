@@ -1,0 +1,59 @@
+#include "core/shared_status.h"
+
+#include "bridge/bridge_layout.h"
+#include "producers/backend_choice.h"
+
+namespace vextra {
+namespace {
+
+struct Bgra {
+    unsigned char b, g, r, a;
+};
+constexpr Bgra kField{36, 25, 18, 255};
+constexpr Bgra kBar{62, 165, 236, 255};
+constexpr std::uint32_t kBarLeft = 214, kBarRight = 1065;  // columns, inclusive
+constexpr std::uint32_t kBarTop = 345, kBarBottom = 375;   // rows, inclusive
+
+}  // namespace
+
+void fillPlaceholderFrame(std::vector<std::byte>& frame) {
+    frame.resize(kFrameBytes);
+    std::size_t at = 0;
+    for (std::uint32_t y = 0; y < kFrameHeightPx; ++y) {
+        for (std::uint32_t x = 0; x < kFrameWidthPx; ++x) {
+            const bool bar = x >= kBarLeft && x <= kBarRight && y >= kBarTop && y <= kBarBottom;
+            const Bgra& pixel = bar ? kBar : kField;
+            frame[at++] = std::byte{pixel.b};
+            frame[at++] = std::byte{pixel.g};
+            frame[at++] = std::byte{pixel.r};
+            frame[at++] = std::byte{pixel.a};
+        }
+    }
+}
+
+std::wstring_view statusLabel(const StatusView& view) {
+    const bool fresh = view.lastFrameTick != 0 &&
+                       (view.now <= view.lastFrameTick || view.now - view.lastFrameTick <= kLiveFreshMs);
+    switch (view.status) {
+        case BrokerStatus::kIdle:
+            return view.leaseCount < 0 ? L"Indisponível • broker sem canal de demanda"
+                                       : L"Automático • aguardando aplicativo";
+        case BrokerStatus::kConnecting: return L"Conectando / aguardando imagem";
+        case BrokerStatus::kLive: return fresh ? L"Ao vivo • imagem recente" : L"Imagem desatualizada • fallback";
+        case BrokerStatus::kPaused: return L"Pausada • fallback local";
+        case BrokerStatus::kUnavailable: return L"Indisponível • recuperação limitada";
+        case BrokerStatus::kSuspended: return L"Suspensa • fallback local";
+    }
+    return {};
+}
+
+std::wstring_view backendLabel(std::uint32_t effectiveBackend) {
+    switch (static_cast<EffectiveBackend>(effectiveBackend)) {
+        case EffectiveBackend::kGstreamer: return L"GStreamer";
+        case EffectiveBackend::kFfmpeg: return L"FFmpeg";
+        case EffectiveBackend::kNone: break;
+    }
+    return L"Nenhum";
+}
+
+}  // namespace vextra

@@ -1,0 +1,78 @@
+// What the Supervisor and the window tell each other. Every atomic is read and written sequentially consistent.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "base/ticks.h"
+#include "config/settings.h"
+
+namespace vextra {
+
+enum class SupervisorCommand : std::uint32_t {
+    kNone = 0,
+    kStartNow = 1,  // no sender yet: a start check at once
+    kTogglePause = 2,
+    kStopAndSuspend = 3,
+    kQuit = 4,
+    kSuspend = 5,
+    kResume = 6,
+};
+
+enum class BrokerStatus : std::uint32_t {
+    kIdle = 0,
+    kConnecting = 1,
+    kLive = 2,
+    kPaused = 3,
+    kUnavailable = 4,
+    kSuspended = 5,
+};
+
+constexpr Tick kManualPreviewMs = 60'000;
+
+struct SharedStatus {
+    // Written by the window, taken by the Supervisor: a newer command replaces one not yet taken.
+    std::atomic<std::uint32_t> mailbox{0};           // SupervisorCommand
+    std::atomic<Tick> previewDeadline{0};            // 0 or past: no manual preview
+
+    // Written by the Supervisor, read by the window.
+    std::atomic<std::int32_t> leaseCount{0};         // -1: the demand channel cannot be read
+    std::atomic<bool> active{false};                 // a demand episode is under way
+    std::atomic<bool> paused{false};                 // also cleared by --force before the Supervisor starts
+    std::atomic<std::uint32_t> status{0};            // BrokerStatus
+    std::atomic<Tick> lastFrameTick{0};              // 0: none in this episode
+    std::atomic<std::uint64_t> frameCounter{0};      // complete frames published since the broker started
+    std::atomic<std::uint32_t> generation{0};        // producers started
+    std::atomic<std::uint32_t> reconnects{0};        // producers given up by the recovery policy
+    std::atomic<std::int32_t> lastError{0};          // sanitized result code
+    std::atomic<std::uint32_t> effectiveBackend{0};  // EffectiveBackend, written by the producer
+    std::atomic<bool> testPattern{false};            // also set by --test-pattern
+
+    std::mutex statusLock;
+    std::wstring statusText;              // guarded by statusLock
+    std::vector<std::byte> previewFrame;  // guarded by statusLock; kFrameBytes of BGRA, never resized
+
+    std::mutex settingsLock;
+    BrokerSettings settings;  // guarded by settingsLock; copied and replaced as a whole
+
+    bool previewRuns(Tick now) const { return previewDeadline.load() > now; }
+};
+
+// The picture that stands for "no frame yet": a dark field with a bar. Fills kFrameBytes of BGRA. Pure.
+void fillPlaceholderFrame(std::vector<std::byte>& frame);
+
+// What the user reads about the state. Pure.
+struct StatusView {
+    BrokerStatus status = BrokerStatus::kIdle;
+    std::int32_t leaseCount = 0;
+    Tick lastFrameTick = 0;
+    Tick now = 0;
+};
+std::wstring_view statusLabel(const StatusView& view);
+std::wstring_view backendLabel(std::uint32_t effectiveBackend);
+
+}  // namespace vextra

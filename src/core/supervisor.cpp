@@ -1,0 +1,312 @@
+#include "core/supervisor.h"
+
+#include <utility>
+
+#include "base/hresult.h"
+#include "config/source_url.h"
+#include "producers/backend_choice.h"
+
+namespace vextra {
+namespace {
+
+constexpr wchar_t kTextIdle[] = L"Automático: aguardando aplicativo. Dispositivo persistente; FFmpeg parado.";
+
+}  // namespace
+
+Supervisor::Supervisor(SharedStatus& shared, SupervisorDoors doors, bool mediaFoundationStarted)
+    : shared_(shared), doors_(std::move(doors)), mediaFoundationStarted_(mediaFoundationStarted) {}
+
+NextPass Supervisor::runPass() {
+    const auto command =
+        static_cast<SupervisorCommand>(shared_.mailbox.exchange(static_cast<std::uint32_t>(SupervisorCommand::kNone)));
+    const std::int32_t leases = doors_.countLeases();
+    shared_.leaseCount = leases;
+
+    // A signal that arrives while leases are held or unknown is taken all the same, and lost: whoever asks the
+    // broker to stop has to ask again once the meeting is over.
+    if (doors_.takeStopSignal() && leases == 0)
+        doors_.askWindowToQuit();
+
+    const Tick now = doors_.now();
+    const bool demand = leases >= 1 || shared_.previewRuns(now);
+    if (demand) {
+        idleSince_ = 0;
+    } else {
+        if (idleSince_ == 0)
+            idleSince_ = now;
+        if (shared_.active && now - idleSince_ >= kDemandGraceMs) {
+            stopEpisode();
+            doors_.log(EventCode::kLastDemandReleased, 0);
+        }
+    }
+
+    Begin begin = Begin::kDone;
+    switch (command) {
+        case SupervisorCommand::kQuit: stopEpisode(); return NextPass::kNever;
+        case SupervisorCommand::kSuspend: suspend(); break;
+        case SupervisorCommand::kResume: resume(); break;
+        case SupervisorCommand::kStopAndSuspend: stopAndSuspend(); break;
+        case SupervisorCommand::kTogglePause: togglePause(); break;
+        case SupervisorCommand::kStartNow: begin = beginDemand(demand); break;
+        case SupervisorCommand::kNone:
+            if (!shared_.paused)
+                begin = beginDemand(demand);
+            break;
+    }
+    if (begin == Begin::kRefused)
+        return NextPass::kAtOnce;
+
+    if (shared_.active && !shared_.paused && !suspended_ && !exhausted_)
+        pump();
+    return shared_.active ? NextPass::kActiveWait : NextPass::kIdleWait;
+}
+
+// --- Commands ------------------------------------------------------------------------------------------------
+
+void Supervisor::suspend() {
+    if (!shared_.active)
+        return;
+    suspended_ = true;
+    stopProducerInstance();
+    shared_.lastFrameTick = 0;
+    setStatus(BrokerStatus::kSuspended);
+    publishHeader(BridgeState::kFallback);
+    doors_.showStatus(L"Suspenso: dispositivo MF preservado com fallback.");
+    doors_.log(EventCode::kPowerSuspend, 0);
+}
+
+// With a producer that already delivers, clearing lastFrameTick makes the watchdog give it up unless a frame is
+// completed in this very pass: resuming means a new generation, also when nothing was suspended.
+void Supervisor::resume() {
+    shared_.paused = false;
+    if (shared_.active) {
+        suspended_ = false;
+        clearFailures();
+        shared_.lastFrameTick = 0;
+        retryAt_ = 0;
+    }
+    doors_.showStatus(L"Retomada: abrindo uma nova geração do produtor.");
+    doors_.log(EventCode::kPowerResume, 0);
+}
+
+void Supervisor::stopAndSuspend() {
+    stopEpisode();
+    shared_.paused = true;  // demand starts nothing until Resume
+}
+
+void Supervisor::togglePause() {
+    if (!shared_.active)
+        return;
+    const bool pause = !shared_.paused;
+    shared_.paused = pause;
+    if (pause) {
+        stopProducerInstance();
+        shared_.lastFrameTick = 0;
+        setStatus(BrokerStatus::kPaused);
+        publishHeader(BridgeState::kPaused);
+        doors_.showStatus(L"Produtor pausado. Saída MF permanece disponível com fallback local.");
+        doors_.log(EventCode::kProducerPause, 0);
+    } else {
+        clearFailures();
+        setStatus(BrokerStatus::kConnecting);
+        restartFirstFrameClock();
+        doors_.showStatus(L"Retomando o mesmo dispositivo MF...");
+        doors_.log(EventCode::kProducerResume, 0);
+    }
+}
+
+// --- The episode ---------------------------------------------------------------------------------------------
+
+Supervisor::Begin Supervisor::refuse(std::wstring_view text) {
+    doors_.showStatus(text);
+    return Begin::kRefused;
+}
+
+Supervisor::Begin Supervisor::beginDemand(bool demand) {
+    if (shared_.active || !demand)
+        return Begin::kDone;
+    if (!mediaFoundationStarted_)
+        return refuse(L"Media Foundation indisponível neste Windows.");
+    if (!doors_.accountMayPublish()) {
+        doors_.log(EventCode::kOwnerOrElevationBlock, kResultAccessDenied);
+        return refuse(L"Instale para esta conta e execute sem privilégios de administrador.");
+    }
+    if (!doors_.openBridge()) {
+        doors_.log(EventCode::kBridgeOpenFailed, 0);
+        return refuse(L"Componente/bridge não instalado ou ACL inválida. Execute o Setup.exe offline.");
+    }
+    {
+        const std::lock_guard guard(shared_.settingsLock);
+        snapshot_ = shared_.settings;
+    }
+    shared_.testPattern = syntheticTest();
+    forceFfmpeg_ = false;
+    url_ = sourceUrl(snapshot_);
+    if (!syntheticTest() && url_.empty()) {
+        doors_.closeBridge();
+        return refuse(L"Fonte ausente/inválida. Abra Configurações e salve uma fonte válida.");
+    }
+
+    publishHeader(BridgeState::kFallback);
+    doors_.log(EventCode::kDemandBegin, 0);
+    shared_.active = true;
+    shared_.paused = false;
+    setStatus(BrokerStatus::kConnecting);
+    suspended_ = false;
+    clearFailures();
+    frameBytesRead_ = 0;
+    retryAt_ = 0;
+    restartFirstFrameClock();
+    doors_.showStatus(L"Captura ativa: conectando produtor automático...");
+    return Begin::kDone;
+}
+
+void Supervisor::stopEpisode() {
+    stopProducerInstance();
+    shared_.lastFrameTick = 0;
+    publishHeader(BridgeState::kStopped);
+    doors_.closeBridge();
+    shared_.active = false;
+    shared_.paused = false;
+    setStatus(BrokerStatus::kIdle);
+    shared_.effectiveBackend = static_cast<std::uint32_t>(EffectiveBackend::kNone);
+    url_.clear();
+    doors_.showStatus(kTextIdle);
+    doors_.log(EventCode::kStopComplete, 0);
+}
+
+// --- The frame pump ------------------------------------------------------------------------------------------
+
+void Supervisor::pump() {
+    if (!producerExists_ && !startProducer())
+        return;
+    readProducer();
+}
+
+bool Supervisor::startProducer() {
+    if (doors_.now() < retryAt_)
+        return false;
+    BrokerSettings settings = snapshot_;
+    if (forceFfmpeg_)
+        settings.decoder = DecoderBackend::kFfmpeg;
+    if (doors_.startProducer(syntheticTest(), url_.view(), settings)) {
+        producerExists_ = true;
+        ++shared_.generation;
+        frameBytesRead_ = 0;
+        firstFrameSeen_ = false;
+        framesInGeneration_ = 0;
+        restartFirstFrameClock();
+        setStatus(BrokerStatus::kConnecting);
+        publishHeader(BridgeState::kFallback);
+        return true;
+    }
+    shared_.lastError = kResultProducerNotStarted;
+    ++failures_;
+    setStatus(BrokerStatus::kUnavailable);
+    publishHeader(BridgeState::kUnavailable);
+    doors_.showStatus(snapshot_.decoder == DecoderBackend::kGstreamer
+                          ? L"GStreamer indisponível ou falhou. Instale runtime x64; FFmpeg não será usado "
+                            L"implicitamente."
+                          : L"Decoder não iniciou. Recuperação limitada; verifique a instalação.");
+    retryAt_ = doors_.now() + kStartRetryMs;
+    if (failures_ >= kMaxFailures) {
+        exhausted_ = true;
+        doors_.showStatus(L"Recuperação esgotada. Desligue e ligue para tentar novamente.");
+    }
+    return false;
+}
+
+void Supervisor::readProducer() {
+    const std::int32_t taken = doors_.readProducer(frame_->bytes + frameBytesRead_, kFrameBytes - frameBytesRead_);
+    if (taken < 0) {
+        recover();
+        return;
+    }
+    frameBytesRead_ += static_cast<std::uint32_t>(taken);
+    if (frameBytesRead_ == kFrameBytes)
+        publishFrame();
+    watch();
+}
+
+void Supervisor::publishFrame() {
+    const std::uint64_t number = ++shared_.frameCounter;
+    doors_.publish(frame_->bytes, BridgeState::kLive, number);
+    const Tick now = doors_.now();
+    if (doors_.recordEvidence)
+        doors_.recordEvidence(frame_->bytes, number, now);
+    {
+        const std::lock_guard guard(shared_.statusLock);
+        shared_.previewFrame.assign(frame_->bytes, frame_->bytes + kFrameBytes);
+    }
+    shared_.lastFrameTick = now;
+    frameBytesRead_ = 0;
+    if (!firstFrameSeen_)
+        doors_.log(EventCode::kFirstFrame, 0);
+    firstFrameSeen_ = true;
+    setStatus(BrokerStatus::kLive);
+    shared_.lastError = 0;
+    if (++framesInGeneration_ >= kHealthyFrames)
+        failures_ = 0;
+    if (number % kReportEveryFrames == 1) {
+        doors_.showStatus(syntheticTest() ? L"Teste local ao vivo — FFmpeg lavfi → bridge → Media Foundation."
+                                          : L"Fonte selecionada ao vivo — produtor → bridge → Media Foundation.");
+        doors_.log(EventCode::kProducerFrameLive, 0);
+    }
+}
+
+void Supervisor::watch() {
+    const Tick now = doors_.now();
+    if (!firstFrameSeen_) {
+        if (now >= firstFrameDeadline_)
+            recover();
+        return;
+    }
+    const Tick ageMs = now - shared_.lastFrameTick;
+    if (ageMs > kStallRecoverMs)
+        recover();
+    else if (ageMs > kLiveFreshMs)
+        publishHeader(BridgeState::kFallback);
+}
+
+void Supervisor::recover() {
+    const bool gstreamerRan = shared_.effectiveBackend == static_cast<std::uint32_t>(EffectiveBackend::kGstreamer);
+    if (snapshot_.decoder == DecoderBackend::kAutomatic && gstreamerRan) {
+        forceFfmpeg_ = true;
+        doors_.log(EventCode::kAutoGstreamerFallback, 0);
+    }
+    stopProducerInstance();
+    publishHeader(BridgeState::kUnavailable);
+    ++shared_.reconnects;
+    setStatus(BrokerStatus::kUnavailable);
+    shared_.lastError = kResultProducerStalled;
+    retryAt_ = doors_.now() + recoveryDelayMs(failures_);
+    ++failures_;
+    doors_.showStatus(L"Produtor indisponível. MF envia fallback; reconexão automática limitada.");
+    doors_.log(EventCode::kProducerReconnect, 0);
+    if (failures_ >= kMaxFailures) {
+        exhausted_ = true;
+        doors_.showStatus(
+            L"Recuperação esgotada. MF permanece com fallback. Desligue e ligue para tentar novamente.");
+    }
+}
+
+// --- Small steps ---------------------------------------------------------------------------------------------
+
+void Supervisor::stopProducerInstance() {
+    doors_.stopProducer();
+    producerExists_ = false;
+    frameBytesRead_ = 0;  // half a frame is dropped with the producer that wrote it
+}
+
+void Supervisor::publishHeader(BridgeState state) { doors_.publish(nullptr, state, shared_.frameCounter); }
+
+void Supervisor::restartFirstFrameClock() {
+    firstFrameDeadline_ = doors_.now() + snapshot_.firstFrameDeadlineMs;
+}
+
+void Supervisor::clearFailures() {
+    failures_ = 0;
+    exhausted_ = false;
+}
+
+}  // namespace vextra

@@ -1,0 +1,112 @@
+#include "core/supervisor_thread_win.h"
+
+#include <objbase.h>
+
+#include <system_error>
+#include <utility>
+
+#include "base/token_win.h"
+#include "base/wait_win.h"
+#include "bridge/bridge_location.h"
+#include "bridge/bridge_writer.h"
+#include "bridge/demand_channel.h"
+#include "core/evidence_win.h"
+#include "core/media_foundation_win.h"
+#include "core/supervisor.h"
+#include "producers/producer.h"
+
+namespace vextra {
+namespace {
+
+class ComApartment {
+public:
+    ComApartment() : result_(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
+    ~ComApartment() {
+        if (SUCCEEDED(result_))
+            CoUninitialize();
+    }
+    ComApartment(const ComApartment&) = delete;
+    ComApartment& operator=(const ComApartment&) = delete;
+
+private:
+    const HRESULT result_;
+};
+
+void runSupervisor(const SupervisorThreadSetup& setup) {
+    const ComApartment apartment;
+    MediaFoundation mediaFoundation;
+    const std::int32_t started = mediaFoundation.startup();
+    setup.log->write(EventCode::kMfStartup, started);
+
+    SharedStatus& shared = *setup.shared;
+    const auto showStatus = [&](std::wstring_view text) { showStatusText(shared, setup.window, text); };
+    const auto log = [&](EventCode code, std::int32_t value) { setup.log->write(code, value); };
+    BridgeWriter bridge;
+    DemandChannel demand;
+    Producer producer(setup.installRoot, {showStatus, log}, shared.effectiveBackend);
+
+    SupervisorDoors doors{
+        .now = [] { return Tick{GetTickCount64()}; },
+        .countLeases = [&] { return demand.activeLeases(); },
+        .takeStopSignal = [&] { return WaitForSingleObject(setup.stopSignal, 0) == WAIT_OBJECT_0; },
+        .accountMayPublish = [] { return mayWriteBridge(); },
+        .showStatus = showStatus,
+        .askWindowToQuit = [&] { PostMessageW(setup.window, kMessageStopSignal, 0, 0); },
+        .log = log,
+        .openBridge = [&] { return bridge.open(FileAccess::kReadWrite); },
+        .publish = [&](const std::byte* pixels, BridgeState state,
+                       std::uint64_t counter) { bridge.publish(pixels, state, counter); },
+        .closeBridge = [&] { bridge.close(); },
+        .startProducer = [&](bool test, std::wstring_view url,
+                             const BrokerSettings& settings) { return producer.start(test, url, settings); },
+        .readProducer = [&](std::byte* buffer, std::uint32_t bytes) { return producer.read(buffer, bytes); },
+        .stopProducer = [&] { producer.stop(); },
+        .recordEvidence = nullptr,
+    };
+    if (!setup.evidenceFolder.empty()) {
+        doors.recordEvidence = [&](const std::byte* pixels, std::uint64_t number, Tick now) {
+            recordFrameEvidence(*setup.log, setup.evidenceFolder, pixels, number, now);
+        };
+    }
+
+    Supervisor supervisor(shared, std::move(doors), started >= 0);
+    WakeWait wait(setup.wakeEvent);
+    for (;;) {
+        switch (supervisor.runPass()) {
+            case NextPass::kAtOnce: break;
+            case NextPass::kActiveWait: wait.waitShort(kActivePassMs); break;
+            case NextPass::kIdleWait: wait.waitPlain(kIdlePassMs); break;
+            case NextPass::kNever:
+                if (started >= 0)
+                    setup.log->write(EventCode::kMfShutdown, mediaFoundation.shutdown());
+                return;
+        }
+    }
+}
+
+}  // namespace
+
+std::thread startSupervisorThread(SupervisorThreadSetup setup) {
+    try {
+        return std::thread([setup = std::move(setup)] { runSupervisor(setup); });
+    } catch (const std::system_error&) {
+        return {};
+    }
+}
+
+void sendCommand(SharedStatus& shared, HANDLE wakeEvent, SupervisorCommand command) {
+    shared.mailbox = static_cast<std::uint32_t>(command);
+    SetEvent(wakeEvent);
+}
+
+void showStatusText(SharedStatus& shared, HWND window, std::wstring_view text) {
+    {
+        const std::lock_guard guard(shared.statusLock);
+        if (shared.statusText == text)
+            return;
+        shared.statusText = text;
+    }
+    PostMessageW(window, kMessageStatusChanged, 0, 0);
+}
+
+}  // namespace vextra

@@ -1,0 +1,192 @@
+// The broker's entry: composition only.
+#include <windows.h>
+
+#include <shellapi.h>
+#include <objbase.h>
+#include <shlobj.h>
+
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/handle_win.h"
+#include "base/token_win.h"
+#include "config/private_profile.h"
+#include "config/source_url.h"
+#include "core/command_line.h"
+#include "core/exit_code.h"
+#include "core/instance_win.h"
+#include "core/maintenance.h"
+#include "core/run_outputs.h"
+#include "core/shared_status.h"
+#include "core/supervisor_thread_win.h"
+#include "diag/event_log.h"
+#include "producers/ffmpeg_process.h"
+#include "ui/main_window.h"
+
+namespace vextra {
+namespace {
+
+struct Folders {
+    std::wstring installRoot;
+    std::wstring data;    // created at start
+    std::wstring legacy;  // of the earlier release; only read
+};
+
+CommandLine readCommandLine() {
+    int count = 0;
+    const Unique<LocalMemoryTraits> owner(CommandLineToArgvW(GetCommandLineW(), &count));
+    const auto* arguments = static_cast<const wchar_t* const*>(owner.get());
+    if (arguments == nullptr || count < 1)
+        return {};
+    return parseCommandLine({arguments + 1, static_cast<std::size_t>(count) - 1});
+}
+
+std::wstring ownExecutablePath() {
+    std::vector<wchar_t> path(32'768);  // the longest path there is
+    return {path.data(), GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()))};
+}
+
+std::wstring localAppData() {
+    std::vector<wchar_t> value(32'768);  // the longest value of an environment variable
+    const DWORD length = GetEnvironmentVariableW(L"LOCALAPPDATA", value.data(), static_cast<DWORD>(value.size()));
+    if (length != 0 && length < value.size())
+        return {value.data(), length};
+    // Without the variable the paths below would start at the root of some drive.
+    PWSTR known = nullptr;
+    const HRESULT found = SHGetKnownFolderPath(FOLDERID_LocalAppData, KF_FLAG_DEFAULT, nullptr, &known);
+    const std::unique_ptr<wchar_t, decltype(&CoTaskMemFree)> owner(known, &CoTaskMemFree);
+    return SUCCEEDED(found) ? std::wstring(known) : std::wstring();
+}
+
+Folders prepareFolders() {
+    const std::wstring base = localAppData();
+    Folders folders{installRootOf(ownExecutablePath()), base + L"\\Vextra\\CameraVirtualMFBeta",
+                    base + L"\\Vextra\\CameraVirtualMF"};
+    SHCreateDirectoryExW(nullptr, folders.data.c_str(), nullptr);
+    return folders;
+}
+
+bool settingsFileExists(const std::wstring& dataFolder) {
+    return GetFileAttributesW((dataFolder + L"\\settings.dpapi").c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+struct StartSettings {
+    BrokerSettings settings;
+    bool loaded = false;
+    bool sourceUsable = true;  // false: the user has to name a source first
+};
+
+StartSettings prepareSettings(const CommandLine& options, const Folders& folders) {
+    StartSettings start;
+    const bool firstStart = !start.loaded && !settingsFileExists(folders.data);
+    if (firstStart)
+        readPrivateProfile(folders.legacy, start.settings);
+    if (options.testPattern)
+        start.settings.source = SourceKind::kSyntheticTest;
+    if (firstStart && !options.testPattern && !isUsableSourceUrl(sourceUrl(start.settings).view())) {
+        start.sourceUsable = false;
+        start.settings.source = SourceKind::kCustomUrl;
+    }
+    return start;
+}
+
+ExitCode writeRequestedOutput(const CommandLine& options, const Folders& folders, bool settingsLoaded) {
+    const std::wstring folder = (options.evidenceFolder.empty() ? folders.data : options.evidenceFolder) + L"\\";
+    if (options.runtimeSelfTest) {
+        const SelfTestResult result{pureContractsHold(), ffmpegIsInstalled(folders.installRoot), false,
+                                    settingsLoaded};
+        const bool written = writeOutputFile(folder + L"runtime-self-test.json", selfTestJson(result));
+        return written && result.passed() ? ExitCode::kSuccess : ExitCode::kFailed;
+    }
+    const bool written = options.help ? writeOutputFile(folder + L"cli-help.txt", kHelpFileText)
+                                      : writeOutputFile(folder + L"version.txt", kVersionFileText);
+    return written ? ExitCode::kSuccess : ExitCode::kFailed;
+}
+
+ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders& folders, StartSettings start) {
+    if (isElevatedOrUnknown()) {
+        MessageBoxW(nullptr, L"Execute normalmente, sem Administrador. Elevação somente no instalador.", kBoxTitle,
+                    MB_OK);
+        return ExitCode::kRefused;
+    }
+    const UniqueFile lock = takeInstanceLock(folders.data);
+    if (!lock) {
+        showRunningBroker();
+        return ExitCode::kAlreadyRunning;
+    }
+    const UniqueHandle stopSignal = createStopSignal();
+    if (!stopSignal)
+        return ExitCode::kRefused;
+
+    SharedStatus shared;
+    EventLog log(shared.frameCounter);
+    log.open(options.evidenceFolder.empty() ? folders.data + L"\\diagnostic.log"
+                                            : options.evidenceFolder + L"\\app.log",
+             EventLog::OpenMode::kReplace);
+    log.write(EventCode::kAppStart);
+
+    shared.testPattern = options.testPattern;
+    if (options.forceAutomatic)
+        shared.paused = false;
+    shared.settings = std::move(start.settings);
+    fillPlaceholderFrame(shared.previewFrame);
+    const UniqueHandle wakeEvent(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+
+    MainWindow window(shared, log, wakeEvent.get());
+    if (!wakeEvent || !window.create(instance))
+        return ExitCode::kFailed;
+    window.startClock(options.testSeconds);
+    std::thread supervisor = startSupervisorThread(
+        {&shared, &log, wakeEvent.get(), stopSignal.get(), window.handle(), folders.installRoot,
+         options.evidenceFolder});
+    if (!supervisor.joinable())
+        return ExitCode::kFailed;
+
+    // Hidden is for a broker that can work: without a usable source the user has to see the window.
+    if (!options.background || !start.sourceUsable)
+        window.showWithoutActivating();
+    log.write(EventCode::kUiReady);
+    window.runMessageLoop();
+
+    sendCommand(shared, wakeEvent.get(), SupervisorCommand::kQuit);
+    supervisor.join();
+    log.write(EventCode::kAppExitClean);
+    log.close();
+    return ExitCode::kSuccess;
+}
+
+ExitCode run(HINSTANCE instance) {
+    // Before anything can load a library: never from the working directory or the search path.
+    SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
+    SetDllDirectoryW(L"");
+    SetProcessDpiAwarenessContext(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2);  // the manifest says so too
+
+    const CommandLine options = readCommandLine();
+    const Folders folders = prepareFolders();
+    if (options.mode == RunMode::kInstallHint) {
+        MessageBoxW(nullptr,
+                    L"Execute o Setup.exe offline da versão MF beta para instalar ou verificar os componentes. Não é "
+                    L"necessário Python nem a versão alpha.",
+                    kBoxTitle, MB_OK | MB_ICONINFORMATION);
+        return ExitCode::kSuccess;
+    }
+    if (options.mode != RunMode::kNormal) {
+        const std::atomic<std::uint64_t> noFrames{0};
+        EventLog log(noFrames);
+        return runMaintenance(options.mode, folders.data, log);
+    }
+
+    if (options.importLegacyEnv)
+        return ExitCode::kImportFailed;  // this build has no settings store yet that could keep what is imported
+    StartSettings start = prepareSettings(options, folders);
+    if (options.runtimeSelfTest || options.help || options.version)
+        return writeRequestedOutput(options, folders, start.loaded);
+    return runBroker(instance, options, folders, std::move(start));
+}
+
+}  // namespace
+}  // namespace vextra
+
+int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int) { return static_cast<int>(vextra::run(instance)); }

@@ -1,0 +1,29 @@
+// Which decoder runs. Pure.
+#pragma once
+
+#include <cstdint>
+
+#include "config/settings.h"
+
+namespace vextra {
+
+// Shown in the window and read by the recovery policy.
+enum class EffectiveBackend : std::uint32_t { kNone = 0, kFfmpeg = 1, kGstreamer = 2 };
+
+enum class BackendPlan {
+    kFfmpeg = 1,
+    kGstreamerOnly,        // chosen by the user: FFmpeg is never started behind his back
+    kGstreamerThenFfmpeg,  // automatic
+    kRefuseNoGstreamer,    // chosen by the user, but there is no runtime
+};
+
+// The synthetic test picture is FFmpeg's own, so it always runs there.
+constexpr BackendPlan planBackend(bool syntheticTest, DecoderBackend decoder, bool gstreamerLoaded) {
+    if (syntheticTest || decoder == DecoderBackend::kFfmpeg)
+        return BackendPlan::kFfmpeg;
+    if (decoder == DecoderBackend::kGstreamer)
+        return gstreamerLoaded ? BackendPlan::kGstreamerOnly : BackendPlan::kRefuseNoGstreamer;
+    return gstreamerLoaded ? BackendPlan::kGstreamerThenFfmpeg : BackendPlan::kFfmpeg;
+}
+
+}  // namespace vextra
