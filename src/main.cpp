@@ -1,8 +1,8 @@
 // The broker's entry: composition only.
 #include <windows.h>
 
-#include <shellapi.h>
 #include <objbase.h>
+#include <shellapi.h>
 #include <shlobj.h>
 
 #include <memory>
@@ -50,7 +50,8 @@ std::wstring ownExecutablePath() {
 
 std::wstring localAppData() {
     std::vector<wchar_t> value(32'768);  // the longest value of an environment variable
-    const DWORD length = GetEnvironmentVariableW(L"LOCALAPPDATA", value.data(), static_cast<DWORD>(value.size()));
+    const DWORD length =
+        GetEnvironmentVariableW(L"LOCALAPPDATA", value.data(), static_cast<DWORD>(value.size()));
     if (length != 0 && length < value.size())
         return {value.data(), length};
     // Without the variable the paths below would start at the root of some drive.
@@ -93,7 +94,8 @@ StartSettings prepareSettings(const CommandLine& options, const Folders& folders
 }
 
 ExitCode writeRequestedOutput(const CommandLine& options, const Folders& folders, bool settingsLoaded) {
-    const std::wstring folder = (options.evidenceFolder.empty() ? folders.data : options.evidenceFolder) + L"\\";
+    const std::wstring folder =
+        (options.evidenceFolder.empty() ? folders.data : options.evidenceFolder) + L"\\";
     if (options.runtimeSelfTest) {
         const SelfTestResult result{pureContractsHold(), ffmpegIsInstalled(folders.installRoot), false,
                                     settingsLoaded};
@@ -105,10 +107,11 @@ ExitCode writeRequestedOutput(const CommandLine& options, const Folders& folders
     return written ? ExitCode::kSuccess : ExitCode::kFailed;
 }
 
-ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders& folders, StartSettings start) {
+ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders& folders,
+                   StartSettings start) {
     if (isElevatedOrUnknown()) {
-        MessageBoxW(nullptr, L"Execute normalmente, sem Administrador. Elevação somente no instalador.", kBoxTitle,
-                    MB_OK);
+        MessageBoxW(nullptr, L"Execute normalmente, sem Administrador. Elevação somente no instalador.",
+                    kBoxTitle, MB_OK);
         return ExitCode::kRefused;
     }
     const UniqueFile lock = takeInstanceLock(folders.data);
@@ -138,9 +141,9 @@ ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders
     if (!wakeEvent || !window.create(instance))
         return ExitCode::kFailed;
     window.startClock(options.testSeconds);
-    std::thread supervisor = startSupervisorThread(
-        {&shared, &log, wakeEvent.get(), stopSignal.get(), window.handle(), folders.installRoot,
-         options.evidenceFolder});
+    std::thread supervisor =
+        startSupervisorThread({&shared, &log, wakeEvent.get(), stopSignal.get(), window.handle(),
+                               folders.installRoot, options.evidenceFolder});
     if (!supervisor.joinable())
         return ExitCode::kFailed;
 
@@ -166,10 +169,11 @@ ExitCode run(HINSTANCE instance) {
     const CommandLine options = readCommandLine();
     const Folders folders = prepareFolders();
     if (options.mode == RunMode::kInstallHint) {
-        MessageBoxW(nullptr,
-                    L"Execute o Setup.exe offline da versão MF beta para instalar ou verificar os componentes. Não é "
-                    L"necessário Python nem a versão alpha.",
-                    kBoxTitle, MB_OK | MB_ICONINFORMATION);
+        MessageBoxW(
+            nullptr,
+            L"Execute o Setup.exe offline da versão MF beta para instalar ou verificar os componentes. Não é "
+            L"necessário Python nem a versão alpha.",
+            kBoxTitle, MB_OK | MB_ICONINFORMATION);
         return ExitCode::kSuccess;
     }
     if (options.mode != RunMode::kNormal) {
@@ -179,7 +183,8 @@ ExitCode run(HINSTANCE instance) {
     }
 
     if (options.importLegacyEnv)
-        return ExitCode::kImportFailed;  // this build has no settings store yet that could keep what is imported
+        return ExitCode::kImportFailed;  // this build has no settings store yet that could keep what is
+                                         // imported
     StartSettings start = prepareSettings(options, folders);
     if (options.runtimeSelfTest || options.help || options.version)
         return writeRequestedOutput(options, folders, start.loaded);
@@ -189,4 +194,6 @@ ExitCode run(HINSTANCE instance) {
 }  // namespace
 }  // namespace vextra
 
-int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int) { return static_cast<int>(vextra::run(instance)); }
+int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int) {
+    return static_cast<int>(vextra::run(instance));
+}

@@ -1,4 +1,5 @@
-// Owners for what the system hands out. One template; the invalid value and the way to close are part of the type.
+// Owners for what the system hands out. One template; the invalid value and the way to close are part of the
+// type.
 #pragma once
 
 #include <windows.h>
@@ -63,9 +64,9 @@ struct LocalMemoryTraits {
     static void close(Value value) { LocalFree(value); }
 };
 
-using UniqueHandle = Unique<KernelHandleTraits>;     // events, processes, jobs, mappings, pipes: invalid is null
-using UniqueFile = Unique<FileHandleTraits>;         // CreateFileW: invalid is INVALID_HANDLE_VALUE
-using UniqueView = Unique<MappedViewTraits>;         // MapViewOfFile
+using UniqueHandle = Unique<KernelHandleTraits>;  // events, processes, jobs, mappings, pipes: invalid is null
+using UniqueFile = Unique<FileHandleTraits>;      // CreateFileW: invalid is INVALID_HANDLE_VALUE
+using UniqueView = Unique<MappedViewTraits>;      // MapViewOfFile
 using UniqueLocalMemory = Unique<LocalMemoryTraits>;  // what LocalFree gives back
 
 }  // namespace vextra

@@ -5,8 +5,8 @@
 
 namespace vextra {
 
-// A Windows error code as an HRESULT: a positive code c becomes 0x80070000 | (c & 0xFFFF); zero and values that
-// already are failing HRESULTs stay as they are.
+// A Windows error code as an HRESULT: a positive code c becomes 0x80070000 | (c & 0xFFFF); zero and values
+// that already are failing HRESULTs stay as they are.
 constexpr std::int32_t hresultFromWindowsError(std::uint32_t code) {
     const auto value = static_cast<std::int32_t>(code);
     return value > 0 ? static_cast<std::int32_t>(0x80070000u | (code & 0xFFFFu)) : value;

@@ -24,6 +24,8 @@ void WakeWait::waitShort(std::uint32_t ms) {
     WaitForMultipleObjects(2, either, FALSE, INFINITE);
 }
 
-void WakeWait::waitPlain(std::uint32_t ms) { WaitForSingleObject(wakeEvent_, ms); }
+void WakeWait::waitPlain(std::uint32_t ms) {
+    WaitForSingleObject(wakeEvent_, ms);
+}
 
 }  // namespace vextra

@@ -69,8 +69,8 @@ constexpr std::uint32_t kBridgeVersion = 1;
 
 // demand.bin
 struct LeaseSlot {
-    std::uint64_t leaseId;    // 0: the slot is free
-    Tick heartbeatTickMs;     // 0: released
+    std::uint64_t leaseId;  // 0: the slot is free
+    Tick heartbeatTickMs;   // 0: released
 };
 static_assert(offsetof(LeaseSlot, leaseId) == 0);
 static_assert(offsetof(LeaseSlot, heartbeatTickMs) == 8);

@@ -30,6 +30,8 @@ std::vector<std::wstring> parentFolders(std::wstring_view path) {
     return folders;
 }
 
-bool isMediaSourceAccount(std::wstring_view sid) { return sid == L"S-1-5-19" || sid == L"S-1-5-18"; }
+bool isMediaSourceAccount(std::wstring_view sid) {
+    return sid == L"S-1-5-19" || sid == L"S-1-5-18";
+}
 
 }  // namespace vextra

@@ -1,6 +1,7 @@
-// Where the two shared files lie, and which paths and accounts are trusted. Whoever could redirect these files
-// could feed pictures into every meeting, so the broker follows only what an installer with administrative
-// rights wrote into the machine-wide key, and only where it matches what the broker derives itself.
+// Where the two shared files lie, and which paths and accounts are trusted. Whoever could redirect these
+// files could feed pictures into every meeting, so the broker follows only what an installer with
+// administrative rights wrote into the machine-wide key, and only where it matches what the broker derives
+// itself.
 #pragma once
 
 #include <string>
@@ -9,7 +10,7 @@
 
 namespace vextra {
 
-// --- Rules -------------------------------------------------------------------------------------------------
+// --- Rules ---
 
 // The form of a SID that may own a bridge: 9 to 184 characters, beginning with "S-1-5-21-" (a user of this
 // machine or a domain). Whether the numbers make sense is for ConvertStringSidToSidW to say.
@@ -21,14 +22,16 @@ std::wstring deriveBridgePath(std::wstring_view programData, std::wstring_view o
 // demand.bin in the folder of the bridge; empty when the path has no backslash.
 std::wstring deriveDemandPath(std::wstring_view bridgePath);
 
-// Every folder on the way to a file, outermost first: what stands before each backslash at position 3 or later.
+// Every folder on the way to a file, outermost first: what stands before each backslash at position 3 or
+// later.
 std::vector<std::wstring> parentFolders(std::wstring_view path);
 
 // The accounts that may write the demand file: LocalService and LocalSystem, under which media sources run.
 bool isMediaSourceAccount(std::wstring_view sid);
 
-// --- Doors: no state, every call reads the system afresh, so that a repair takes effect at the next open. -----
-// Safe on any thread. Failure is always the empty string or false, without a message.
+// --- Doors ---
+// No state: every call reads the system afresh, so that a repair takes effect at the next open. Safe on any
+// thread. Failure is always the empty string or false, without a message.
 
 inline constexpr wchar_t kOwnerSidValue[] = L"OwnerSid";
 inline constexpr wchar_t kBridgePathValue[] = L"BridgePath";

@@ -27,8 +27,8 @@ bool equalsIgnoringCase(const std::wstring& a, const std::wstring& b) {
 std::wstring readBrokerRegistryValue(const wchar_t* name) {
     wchar_t text[1024];
     DWORD bytes = sizeof text;
-    if (RegGetValueW(HKEY_LOCAL_MACHINE, kBrokerRegistryKey, name, RRF_RT_REG_SZ | RRF_SUBKEY_WOW6464KEY, nullptr,
-                     text, &bytes) != ERROR_SUCCESS)
+    if (RegGetValueW(HKEY_LOCAL_MACHINE, kBrokerRegistryKey, name, RRF_RT_REG_SZ | RRF_SUBKEY_WOW6464KEY,
+                     nullptr, text, &bytes) != ERROR_SUCCESS)
         return {};
     return text;
 }
@@ -68,6 +68,8 @@ bool ownerIsCurrentUser() {
     return !user.empty() && user == readBrokerRegistryValue(kOwnerSidValue);
 }
 
-bool mayWriteBridge() { return !isElevatedOrUnknown() && ownerIsCurrentUser(); }
+bool mayWriteBridge() {
+    return !isElevatedOrUnknown() && ownerIsCurrentUser();
+}
 
 }  // namespace vextra

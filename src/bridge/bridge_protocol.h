@@ -1,4 +1,5 @@
-// How the two shared files are written and read without a lock between processes. Pure: memory in, memory out.
+// How the two shared files are written and read without a lock between processes. Pure: memory in, memory
+// out.
 #pragma once
 
 #include <cstdint>
@@ -20,8 +21,8 @@ struct BridgeUpdate {
     const std::byte* pixels = nullptr;  // kFrameBytes of them, or null: the header alone
 };
 
-// One update of the whole slot. The sequence word is odd while it lasts and advances by 2, or by 3 when the last
-// writer died between its two increments. One writer at a time; readers never block it.
+// One update of the whole slot. The sequence word is odd while it lasts and advances by 2, or by 3 when the
+// last writer died between its two increments. One writer at a time; readers never block it.
 void publishUpdate(BridgeFile& file, const BridgeUpdate& update, const BridgeWriterIdentity& writer);
 
 // The number of slots held by somebody who still beats: id non-zero and the same when read again, heartbeat

@@ -12,8 +12,8 @@ namespace vextra {
 // Used by one thread only (the Supervisor's).
 class BridgeWriter {
 public:
-    // Closes what is open, then finds, vets and maps latest.frame. For writing, the account must be the bridge's
-    // owner and not elevated. False leaves the writer closed.
+    // Closes what is open, then finds, vets and maps latest.frame. For writing, the account must be the
+    // bridge's owner and not elevated. False leaves the writer closed.
     bool open(FileAccess access);
 
     // One update; null pixels refresh the header alone. Does nothing while closed or opened read-only.

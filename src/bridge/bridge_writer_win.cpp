@@ -25,6 +25,8 @@ void BridgeWriter::publish(const std::byte* pixels, BridgeState state, std::uint
                   identity_);
 }
 
-void BridgeWriter::close() { file_ = {}; }
+void BridgeWriter::close() {
+    file_ = {};
+}
 
 }  // namespace vextra

@@ -20,8 +20,8 @@ public:
     // process must run as LocalService or LocalSystem: no interactive user ever opens the file for writing.
     bool open(FileAccess access);
 
-    // The number of fresh leases, 0 to 16. Opens read-only when closed; -1 when that fails: demand is unknown,
-    // and every caller then takes the safe side.
+    // The number of fresh leases, 0 to 16. Opens read-only when closed; -1 when that fails: demand is
+    // unknown, and every caller then takes the safe side.
     std::int32_t activeLeases();
 
     void close();

@@ -23,12 +23,12 @@ SharedFile SharedFile::open(const std::wstring& path, std::uint32_t sizeBytes, F
     if (!GetFileSizeEx(opened.file_.get(), &size) || size.QuadPart != sizeBytes)
         return {};
 
-    opened.mapping_.reset(CreateFileMappingW(opened.file_.get(), nullptr,
-                                             writable ? PAGE_READWRITE : PAGE_READONLY, 0, sizeBytes, nullptr));
+    opened.mapping_.reset(CreateFileMappingW(
+        opened.file_.get(), nullptr, writable ? PAGE_READWRITE : PAGE_READONLY, 0, sizeBytes, nullptr));
     if (!opened.mapping_)
         return {};
-    opened.view_.reset(MapViewOfFile(opened.mapping_.get(),
-                                     writable ? FILE_MAP_READ | FILE_MAP_WRITE : FILE_MAP_READ, 0, 0, sizeBytes));
+    opened.view_.reset(MapViewOfFile(
+        opened.mapping_.get(), writable ? FILE_MAP_READ | FILE_MAP_WRITE : FILE_MAP_READ, 0, 0, sizeBytes));
     if (!opened.view_)
         return {};
     return opened;

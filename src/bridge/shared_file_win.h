@@ -13,8 +13,8 @@ enum class FileAccess { kReadOnly = 1, kReadWrite = 2 };
 // A mapping of a whole file of known size. Movable; used by one thread at a time.
 class SharedFile {
 public:
-    // Maps `path` when it exists, is a plain file (no link, no folder) of exactly `sizeBytes`, and every folder
-    // on the way to it is plain. Nothing is created, resized or repaired. An empty path is a refusal.
+    // Maps `path` when it exists, is a plain file (no link, no folder) of exactly `sizeBytes`, and every
+    // folder on the way to it is plain. Nothing is created, resized or repaired. An empty path is a refusal.
     static SharedFile open(const std::wstring& path, std::uint32_t sizeBytes, FileAccess access);
 
     explicit operator bool() const { return static_cast<bool>(view_); }

@@ -1,4 +1,5 @@
-// What the earlier release kept in a private INI file. Read only: the file is never written, moved or deleted.
+// What the earlier release kept in a private INI file. Read only: the file is never written, moved or
+// deleted.
 #pragma once
 
 #include <string>

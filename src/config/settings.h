@@ -32,8 +32,8 @@ struct BrokerSettings {
     std::uint32_t firstFrameDeadlineMs = 7000;
     bool rtspUdp = false;
     bool updateDisabled = false;
-    SecretText profileUrl;         // never shown
-    SecretText directIp;           // dotted IPv4
+    SecretText profileUrl;  // never shown
+    SecretText directIp;    // dotted IPv4
     SecretText directUser;
     SecretText directPassword;
     SecretText customUrl;
@@ -73,8 +73,8 @@ inline constexpr std::array<NamedChoice<std::uint32_t>, 2> kStreams{{
     {2, L"stream2", L"stream2"},
 }};
 
-// Empty when the record may be saved and used; otherwise the message for the user. Loading, import and apply all
-// ask here and nowhere else.
+// Empty when the record may be saved and used; otherwise the message for the user. Loading, import and apply
+// all ask here and nowhere else.
 std::wstring_view validateSettings(const BrokerSettings& settings);
 
 }  // namespace vextra

@@ -7,7 +7,9 @@
 namespace vextra {
 namespace {
 
-constexpr bool isDigit(wchar_t unit) { return unit >= L'0' && unit <= L'9'; }
+constexpr bool isDigit(wchar_t unit) {
+    return unit >= L'0' && unit <= L'9';
+}
 
 constexpr wchar_t lowered(wchar_t unit) {
     return unit >= L'A' && unit <= L'Z' ? static_cast<wchar_t>(unit - L'A' + L'a') : unit;
@@ -125,7 +127,8 @@ SecretText percentEncode(std::wstring_view text) {
     SecretUtf8 bytes;
     if (!appendUtf8(text, bytes))
         return {};
-    constexpr std::wstring_view kUnreserved = L"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+    constexpr std::wstring_view kUnreserved =
+        L"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
     constexpr wchar_t kHexDigits[] = L"0123456789ABCDEF";
     SecretText encoded;
     encoded.reserve(bytes.size() * 3);

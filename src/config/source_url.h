@@ -1,5 +1,5 @@
-// Which addresses a producer may be given, and how the address of a direct camera is built. Narrow on purpose:
-// spaces, quotes, backslashes and unusable ports are refused before any decoder is started. Pure.
+// Which addresses a producer may be given, and how the address of a direct camera is built. Narrow on
+// purpose: spaces, quotes, backslashes and unusable ports are refused before any decoder is started. Pure.
 #pragma once
 
 #include <string_view>
@@ -20,11 +20,12 @@ bool isUsableSourceUrl(std::wstring_view url);
 // address. Profile and custom addresses are given back as they stand: isUsableSourceUrl judges them.
 SecretText sourceUrl(const BrokerSettings& settings);
 
-// UTF-8, every byte outside A-Z a-z 0-9 - . _ ~ as %XX (RFC 3986, unreserved). Empty on an unpaired surrogate.
+// UTF-8, every byte outside A-Z a-z 0-9 - . _ ~ as %XX (RFC 3986, unreserved). Empty on an unpaired
+// surrogate.
 SecretText percentEncode(std::wstring_view text);
 
-// Text as decoders take it. Empty when the text is empty, longer than 8192 units, holds a zero unit or an unpaired
-// surrogate.
+// Text as decoders take it. Empty when the text is empty, longer than 8192 units, holds a zero unit or an
+// unpaired surrogate.
 SecretUtf8 toUtf8Strict(std::wstring_view text);
 
 }  // namespace vextra

@@ -37,7 +37,8 @@ constexpr std::array<FlagOption, 8> kFlagOptions{{
 
 // As wcstoul reads it: leading digits count, anything else is 0; the one number that is limited, not refused.
 std::uint32_t testSecondsFrom(const wchar_t* text) {
-    return static_cast<std::uint32_t>(std::min<unsigned long>(std::wcstoul(text, nullptr, 10), kMaxTestSeconds));
+    return static_cast<std::uint32_t>(
+        std::min<unsigned long>(std::wcstoul(text, nullptr, 10), kMaxTestSeconds));
 }
 
 }  // namespace

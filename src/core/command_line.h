@@ -35,11 +35,12 @@ struct CommandLine {
     std::wstring evidenceFolder;    // empty: off
 };
 
-// Whole arguments, case-sensitive; whatever is not an option is ignored without a message. `arguments` are those
-// behind the program's name.
+// Whole arguments, case-sensitive; whatever is not an option is ignored without a message. `arguments` are
+// those behind the program's name.
 CommandLine parseCommandLine(std::span<const wchar_t* const> arguments);
 
-// The folder that holds bin\ and deps\: the executable's folder, less a last `bin` or `beta-bin` (exactly so).
+// The folder that holds bin\ and deps\: the executable's folder, less a last `bin` or `beta-bin` (exactly
+// so).
 std::wstring installRootOf(std::wstring_view executablePath);
 
 }  // namespace vextra

@@ -8,15 +8,19 @@
 namespace vextra {
 namespace {
 
-std::wstring lockPath(const std::wstring& dataFolder) { return dataFolder + L"\\app.lock"; }
+std::wstring lockPath(const std::wstring& dataFolder) {
+    return dataFolder + L"\\app.lock";
+}
 
-std::wstring stopSignalName(const std::wstring& userSid) { return L"Local\\VextraMfBetaStop_" + userSid; }
+std::wstring stopSignalName(const std::wstring& userSid) {
+    return L"Local\\VextraMfBetaStop_" + userSid;
+}
 
 }  // namespace
 
 UniqueFile takeInstanceLock(const std::wstring& dataFolder) {
-    UniqueFile file(CreateFileW(lockPath(dataFolder).c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    UniqueFile file(CreateFileW(lockPath(dataFolder).c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
+                                nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file)
         return {};
     const DWORD processId = GetCurrentProcessId();
@@ -30,11 +34,13 @@ UniqueFile takeInstanceLock(const std::wstring& dataFolder) {
 
 std::uint32_t readInstanceLock(const std::wstring& dataFolder) {
     // The holder writes, so the reader has to allow writing.
-    const UniqueFile file(CreateFileW(lockPath(dataFolder).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const UniqueFile file(CreateFileW(lockPath(dataFolder).c_str(), GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr));
     DWORD processId = 0;
     DWORD taken = 0;
-    if (!file || !ReadFile(file.get(), &processId, sizeof processId, &taken, nullptr) || taken != sizeof processId)
+    if (!file || !ReadFile(file.get(), &processId, sizeof processId, &taken, nullptr) ||
+        taken != sizeof processId)
         return 0;
     return processId;
 }
@@ -50,7 +56,8 @@ UniqueHandle createStopSignal() {
         return {};
     const std::wstring sddl = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)(A;;GA;;;" + sid + L")";
     PSECURITY_DESCRIPTOR descriptor = nullptr;
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), SDDL_REVISION_1, &descriptor, nullptr))
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), SDDL_REVISION_1, &descriptor,
+                                                              nullptr))
         return {};
     const UniqueLocalMemory owner(descriptor);
     SECURITY_ATTRIBUTES attributes{sizeof attributes, descriptor, FALSE};
@@ -58,7 +65,8 @@ UniqueHandle createStopSignal() {
 }
 
 UniqueHandle openStopSignal() {
-    return UniqueHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, stopSignalName(currentUserSidString()).c_str()));
+    return UniqueHandle(
+        OpenEventW(EVENT_MODIFY_STATE, FALSE, stopSignalName(currentUserSidString()).c_str()));
 }
 
 }  // namespace vextra

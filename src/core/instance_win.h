@@ -10,8 +10,8 @@ namespace vextra {
 
 inline constexpr wchar_t kMainWindowClass[] = L"VextraMfBetaF7E23FCF";
 
-// Takes <dataFolder>\app.lock and writes this process's id into it. The lock holds as long as the result lives;
-// invalid when another broker holds it.
+// Takes <dataFolder>\app.lock and writes this process's id into it. The lock holds as long as the result
+// lives; invalid when another broker holds it.
 UniqueFile takeInstanceLock(const std::wstring& dataFolder);
 
 // The process id in app.lock; 0 when there is none to be read.
@@ -20,8 +20,8 @@ std::uint32_t readInstanceLock(const std::wstring& dataFolder);
 // Posts the show-window message to the running broker, if its window can be found.
 void showRunningBroker();
 
-// Local\VextraMfBetaStop_<user SID>: auto-reset, initially clear, full access for Local System, Administrators and
-// the user only. Invalid on any failure.
+// Local\VextraMfBetaStop_<user SID>: auto-reset, initially clear, full access for Local System,
+// Administrators and the user only. Invalid on any failure.
 UniqueHandle createStopSignal();
 
 // Opens the running broker's signal, only to set it. Invalid on any failure.

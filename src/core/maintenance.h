@@ -1,4 +1,5 @@
-// The commands that an installer or an administrator runs: they do their work and exit. No window, no Supervisor.
+// The commands that an installer or an administrator runs: they do their work and exit. No window, no
+// Supervisor.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +13,8 @@
 
 namespace vextra {
 
-// --- Rule ----------------------------------------------------------------------------------------------------
+// --- Rule ---
+// ----------------------------------------------------------------------------------------------------
 
 // Who asks, as read from the system.
 struct MaintenanceCaller {
@@ -25,7 +27,8 @@ struct MaintenanceCaller {
 // Maintenance is for the bridge's owner in an interactive session, never elevated.
 bool mayMaintain(const MaintenanceCaller& caller);
 
-// --- Door ----------------------------------------------------------------------------------------------------
+// --- Door ---
+// ----------------------------------------------------------------------------------------------------
 
 // Runs a maintenance mode; events go to <dataFolder>\maintenance.log. Main thread.
 ExitCode runMaintenance(RunMode mode, const std::wstring& dataFolder, EventLog& log);

@@ -15,7 +15,9 @@ namespace {
 constexpr DWORD kBrokerEndWaitMs = 10'000;
 
 // Unknown demand counts as busy: a meeting may be running.
-bool captureActiveOrUnknown() { return countLeasesOnce() != 0; }
+bool captureActiveOrUnknown() {
+    return countLeasesOnce() != 0;
+}
 
 std::wstring imagePathOf(HANDLE process) {
     std::vector<wchar_t> path(32'768);  // the longest path there is
@@ -30,7 +32,8 @@ bool isInstalledBroker(HANDLE process, DWORD processId) {
     const auto session = sessionOfProcess(processId);
     if (!session || session != sessionOfProcess(GetCurrentProcessId()))
         return false;
-    const std::wstring expected = readBrokerRegistryValue(kInstallDirValue) + L"\\bin\\CameraVirtualVextraMF.exe";
+    const std::wstring expected =
+        readBrokerRegistryValue(kInstallDirValue) + L"\\bin\\CameraVirtualVextraMF.exe";
     const std::wstring actual = imagePathOf(process);
     return CompareStringOrdinal(actual.c_str(), -1, expected.c_str(), -1, TRUE) == CSTR_EQUAL;
 }
@@ -41,7 +44,8 @@ ExitCode shutdownBroker(const std::wstring& dataFolder) {
     const DWORD processId = readInstanceLock(dataFolder);
     if (processId == 0)
         return ExitCode::kSuccess;
-    const UniqueHandle process(OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
+    const UniqueHandle process(
+        OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
     if (!process || WaitForSingleObject(process.get(), 0) == WAIT_OBJECT_0)
         return ExitCode::kSuccess;
     if (!isInstalledBroker(process.get(), processId))
@@ -50,7 +54,7 @@ ExitCode shutdownBroker(const std::wstring& dataFolder) {
     if (!signal || !SetEvent(signal.get()))
         return ExitCode::kBusy;  // a broker runs and could not be asked: it has not stopped
     return WaitForSingleObject(process.get(), kBrokerEndWaitMs) == WAIT_OBJECT_0 ? ExitCode::kSuccess
-                                                                                  : ExitCode::kBusy;
+                                                                                 : ExitCode::kBusy;
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Media Foundation's start-up and shut-down, taken from the system folder at run time: the N editions of Windows
-// lack the library, and there the broker must say so instead of not starting.
+// Media Foundation's start-up and shut-down, taken from the system folder at run time: the N editions of
+// Windows lack the library, and there the broker must say so instead of not starting.
 #pragma once
 
 #include <cstdint>

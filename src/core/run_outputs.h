@@ -9,7 +9,8 @@ namespace vextra {
 inline constexpr std::string_view kVersionFileText = "0.2.0-beta.5\n";
 
 inline constexpr std::string_view kHelpFileText =
-    "CameraVirtualVextraMF --help --version --runtime-self-test --import-legacy-env --background --force --install "
+    "CameraVirtualVextraMF --help --version --runtime-self-test --import-legacy-env --background --force "
+    "--install "
     "--reset --maintenance-check --shutdown-broker\n--reset: only owned MF device, idle required; never AK. "
     "--force: automatic mode, no forced network.\n";
 

@@ -12,7 +12,8 @@ bool writeOutputFile(const std::wstring& path, std::string_view bytes) {
     const std::unique_ptr<std::FILE, CloseFile> file(_wfopen(path.c_str(), L"wb"));
     if (!file)
         return false;
-    return std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size() && std::fflush(file.get()) == 0;
+    return std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size() &&
+           std::fflush(file.get()) == 0;
 }
 
 }  // namespace vextra

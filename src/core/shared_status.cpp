@@ -39,7 +39,8 @@ std::wstring_view statusLabel(const StatusView& view) {
             return view.leaseCount < 0 ? L"Indisponível • broker sem canal de demanda"
                                        : L"Automático • aguardando aplicativo";
         case BrokerStatus::kConnecting: return L"Conectando / aguardando imagem";
-        case BrokerStatus::kLive: return fresh ? L"Ao vivo • imagem recente" : L"Imagem desatualizada • fallback";
+        case BrokerStatus::kLive:
+            return fresh ? L"Ao vivo • imagem recente" : L"Imagem desatualizada • fallback";
         case BrokerStatus::kPaused: return L"Pausada • fallback local";
         case BrokerStatus::kUnavailable: return L"Indisponível • recuperação limitada";
         case BrokerStatus::kSuspended: return L"Suspensa • fallback local";

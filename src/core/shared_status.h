@@ -1,4 +1,5 @@
-// What the Supervisor and the window tell each other. Every atomic is read and written sequentially consistent.
+// What the Supervisor and the window tell each other. Every atomic is read and written sequentially
+// consistent.
 #pragma once
 
 #include <atomic>
@@ -36,8 +37,8 @@ constexpr Tick kManualPreviewMs = 60'000;
 
 struct SharedStatus {
     // Written by the window, taken by the Supervisor: a newer command replaces one not yet taken.
-    std::atomic<std::uint32_t> mailbox{0};           // SupervisorCommand
-    std::atomic<Tick> previewDeadline{0};            // 0 or past: no manual preview
+    std::atomic<std::uint32_t> mailbox{0};  // SupervisorCommand
+    std::atomic<Tick> previewDeadline{0};   // 0 or past: no manual preview
 
     // Written by the Supervisor, read by the window.
     std::atomic<std::int32_t> leaseCount{0};         // -1: the demand channel cannot be read

@@ -17,13 +17,13 @@ Supervisor::Supervisor(SharedStatus& shared, SupervisorDoors doors, bool mediaFo
     : shared_(shared), doors_(std::move(doors)), mediaFoundationStarted_(mediaFoundationStarted) {}
 
 NextPass Supervisor::runPass() {
-    const auto command =
-        static_cast<SupervisorCommand>(shared_.mailbox.exchange(static_cast<std::uint32_t>(SupervisorCommand::kNone)));
+    const auto command = static_cast<SupervisorCommand>(
+        shared_.mailbox.exchange(static_cast<std::uint32_t>(SupervisorCommand::kNone)));
     const std::int32_t leases = doors_.countLeases();
     shared_.leaseCount = leases;
 
-    // A signal that arrives while leases are held or unknown is taken all the same, and lost: whoever asks the
-    // broker to stop has to ask again once the meeting is over.
+    // A signal that arrives while leases are held or unknown is taken all the same, and lost: whoever asks
+    // the broker to stop has to ask again once the meeting is over.
     if (doors_.takeStopSignal() && leases == 0)
         doors_.askWindowToQuit();
 
@@ -61,7 +61,8 @@ NextPass Supervisor::runPass() {
     return shared_.active ? NextPass::kActiveWait : NextPass::kIdleWait;
 }
 
-// --- Commands ------------------------------------------------------------------------------------------------
+// --- Commands
+// ------------------------------------------------------------------------------------------------
 
 void Supervisor::suspend() {
     if (!shared_.active)
@@ -75,8 +76,8 @@ void Supervisor::suspend() {
     doors_.log(EventCode::kPowerSuspend, 0);
 }
 
-// With a producer that already delivers, clearing lastFrameTick makes the watchdog give it up unless a frame is
-// completed in this very pass: resuming means a new generation, also when nothing was suspended.
+// With a producer that already delivers, clearing lastFrameTick makes the watchdog give it up unless a frame
+// is completed in this very pass: resuming means a new generation, also when nothing was suspended.
 void Supervisor::resume() {
     shared_.paused = false;
     if (shared_.active) {
@@ -115,7 +116,8 @@ void Supervisor::togglePause() {
     }
 }
 
-// --- The episode ---------------------------------------------------------------------------------------------
+// --- The episode
+// ---------------------------------------------------------------------------------------------
 
 Supervisor::Begin Supervisor::refuse(std::wstring_view text) {
     doors_.showStatus(text);
@@ -175,7 +177,8 @@ void Supervisor::stopEpisode() {
     doors_.log(EventCode::kStopComplete, 0);
 }
 
-// --- The frame pump ------------------------------------------------------------------------------------------
+// --- The frame pump
+// ------------------------------------------------------------------------------------------
 
 void Supervisor::pump() {
     if (!producerExists_ && !startProducer())
@@ -217,7 +220,8 @@ bool Supervisor::startProducer() {
 }
 
 void Supervisor::readProducer() {
-    const std::int32_t taken = doors_.readProducer(frame_->bytes + frameBytesRead_, kFrameBytes - frameBytesRead_);
+    const std::int32_t taken =
+        doors_.readProducer(frame_->bytes + frameBytesRead_, kFrameBytes - frameBytesRead_);
     if (taken < 0) {
         recover();
         return;
@@ -248,8 +252,9 @@ void Supervisor::publishFrame() {
     if (++framesInGeneration_ >= kHealthyFrames)
         failures_ = 0;
     if (number % kReportEveryFrames == 1) {
-        doors_.showStatus(syntheticTest() ? L"Teste local ao vivo — FFmpeg lavfi → bridge → Media Foundation."
-                                          : L"Fonte selecionada ao vivo — produtor → bridge → Media Foundation.");
+        doors_.showStatus(syntheticTest()
+                              ? L"Teste local ao vivo — FFmpeg lavfi → bridge → Media Foundation."
+                              : L"Fonte selecionada ao vivo — produtor → bridge → Media Foundation.");
         doors_.log(EventCode::kProducerFrameLive, 0);
     }
 }
@@ -269,7 +274,8 @@ void Supervisor::watch() {
 }
 
 void Supervisor::recover() {
-    const bool gstreamerRan = shared_.effectiveBackend == static_cast<std::uint32_t>(EffectiveBackend::kGstreamer);
+    const bool gstreamerRan =
+        shared_.effectiveBackend == static_cast<std::uint32_t>(EffectiveBackend::kGstreamer);
     if (snapshot_.decoder == DecoderBackend::kAutomatic && gstreamerRan) {
         forceFfmpeg_ = true;
         doors_.log(EventCode::kAutoGstreamerFallback, 0);
@@ -290,7 +296,8 @@ void Supervisor::recover() {
     }
 }
 
-// --- Small steps ---------------------------------------------------------------------------------------------
+// --- Small steps
+// ---------------------------------------------------------------------------------------------
 
 void Supervisor::stopProducerInstance() {
     doors_.stopProducer();
@@ -298,7 +305,9 @@ void Supervisor::stopProducerInstance() {
     frameBytesRead_ = 0;  // half a frame is dropped with the producer that wrote it
 }
 
-void Supervisor::publishHeader(BridgeState state) { doors_.publish(nullptr, state, shared_.frameCounter); }
+void Supervisor::publishHeader(BridgeState state) {
+    doors_.publish(nullptr, state, shared_.frameCounter);
+}
 
 void Supervisor::restartFirstFrameClock() {
     firstFrameDeadline_ = doors_.now() + snapshot_.firstFrameDeadlineMs;

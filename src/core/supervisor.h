@@ -1,6 +1,6 @@
-// The broker's one worker: it connects only while somebody watches, keeps the producer alive within bounds, and
-// never lets an old picture pass for a new one. Pure: everything that touches the system comes in through the
-// doors, so that hours of demand, stalls and recoveries run in milliseconds of a test.
+// The broker's one worker: it connects only while somebody watches, keeps the producer alive within bounds,
+// and never lets an old picture pass for a new one. Pure: everything that touches the system comes in through
+// the doors, so that hours of demand, stalls and recoveries run in milliseconds of a test.
 #pragma once
 
 #include <cstddef>
@@ -21,11 +21,11 @@ namespace vextra {
 // All of them are called on the Supervisor's thread only.
 struct SupervisorDoors {
     std::function<Tick()> now;
-    std::function<std::int32_t()> countLeases;       // -1: the demand channel cannot be read
-    std::function<bool()> takeStopSignal;            // true once for each signal; taking it clears it
-    std::function<bool()> accountMayPublish;         // not elevated, and the bridge's owner
+    std::function<std::int32_t()> countLeases;  // -1: the demand channel cannot be read
+    std::function<bool()> takeStopSignal;       // true once for each signal; taking it clears it
+    std::function<bool()> accountMayPublish;    // not elevated, and the bridge's owner
     std::function<void(std::wstring_view)> showStatus;
-    std::function<void()> askWindowToQuit;           // the stop signal arrived while idle
+    std::function<void()> askWindowToQuit;  // the stop signal arrived while idle
     std::function<void(EventCode, std::int32_t)> log;
 
     std::function<bool()> openBridge;
@@ -50,10 +50,10 @@ enum class NextPass {
 
 constexpr std::uint32_t kActivePassMs = 5;
 constexpr std::uint32_t kIdlePassMs = 50;
-constexpr Tick kDemandGraceMs = 500;      // from the last demand to the producer's stop
-constexpr Tick kStallRecoverMs = 7000;    // age of the newest frame above which the producer is given up
+constexpr Tick kDemandGraceMs = 500;    // from the last demand to the producer's stop
+constexpr Tick kStallRecoverMs = 7000;  // age of the newest frame above which the producer is given up
 constexpr Tick kStartRetryMs = 3000;
-constexpr std::uint32_t kMaxFailures = 5;  // consecutive; after that the episode makes no further attempt
+constexpr std::uint32_t kMaxFailures = 5;     // consecutive; after that the episode makes no further attempt
 constexpr std::uint32_t kHealthyFrames = 32;  // of one generation: clear the failures
 constexpr std::uint32_t kReportEveryFrames = 16;
 

@@ -16,11 +16,11 @@ LogLine formatEventLine(const EventFields& fields) {
 
 LogLine formatFrameLine(const FrameEvidence& evidence) {
     LogLine line;
-    line.length = std::snprintf(line.text, sizeof line.text,
-                                "producer_frame=%llu fnv1a64=%016llX tick=%llu bytes=%u\n",
-                                static_cast<unsigned long long>(evidence.frameNumber),
-                                static_cast<unsigned long long>(evidence.fnv1a64),
-                                static_cast<unsigned long long>(evidence.tickMs), evidence.bytes);
+    line.length =
+        std::snprintf(line.text, sizeof line.text, "producer_frame=%llu fnv1a64=%016llX tick=%llu bytes=%u\n",
+                      static_cast<unsigned long long>(evidence.frameNumber),
+                      static_cast<unsigned long long>(evidence.fnv1a64),
+                      static_cast<unsigned long long>(evidence.tickMs), evidence.bytes);
     return line;
 }
 

@@ -1,5 +1,5 @@
-// The broker's only persistent trace: one short line an event, a constant code and at most one number. Free text,
-// addresses, names and paths have no way in, which is why the user may paste the log anywhere.
+// The broker's only persistent trace: one short line an event, a constant code and at most one number. Free
+// text, addresses, names and paths have no way in, which is why the user may paste the log anywhere.
 #pragma once
 
 #include <atomic>
@@ -19,7 +19,8 @@ public:
     enum class OpenMode { kReplace = 1, kAppend = 2 };
 
     // `framesPublished` is printed in every line as it stands at that moment.
-    explicit EventLog(const std::atomic<std::uint64_t>& framesPublished) : framesPublished_(framesPublished) {}
+    explicit EventLog(const std::atomic<std::uint64_t>& framesPublished)
+        : framesPublished_(framesPublished) {}
 
     // Others may read and write the file meanwhile. Main thread, before other threads exist.
     void open(const std::wstring& path, OpenMode mode);

@@ -25,7 +25,8 @@ void EventLog::close() {
 void EventLog::write(EventCode code, std::int32_t value) {
     const std::lock_guard guard(logLock_);
     if (stream_)
-        writeLine(formatEventLine({code, value, GetTickCount64(), framesPublished_.load(), GetCurrentProcessId()}));
+        writeLine(
+            formatEventLine({code, value, GetTickCount64(), framesPublished_.load(), GetCurrentProcessId()}));
 }
 
 void EventLog::writeFrame(const FrameEvidence& evidence) {
@@ -49,8 +50,8 @@ std::wstring EventLog::tailForDisplay() const {
     std::string bytes(kTailBytes, '\0');
     bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.get()));
     const int length = static_cast<int>(bytes.size());
-    std::wstring text(static_cast<std::size_t>(MultiByteToWideChar(CP_UTF8, 0, bytes.data(), length, nullptr, 0)),
-                      L'\0');
+    std::wstring text(
+        static_cast<std::size_t>(MultiByteToWideChar(CP_UTF8, 0, bytes.data(), length, nullptr, 0)), L'\0');
     MultiByteToWideChar(CP_UTF8, 0, bytes.data(), length, text.data(), static_cast<int>(text.size()));
     return text;
 }

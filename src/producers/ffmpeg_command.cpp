@@ -61,7 +61,8 @@ SecretText ffmpegCommandLine(std::wstring_view executable, const FfmpegInput& in
     // Letterboxed into the one frame shape, 16 frames a second, pictures only.
     line.append(
         L"-an -sn -dn -vf scale=1280:720:force_original_aspect_ratio=decrease,"
-        L"pad=1280:720:(ow-iw)/2:(oh-ih)/2,fps=16 -pix_fmt bgra -threads 2 -filter_threads 1 -f rawvideo pipe:1");
+        L"pad=1280:720:(ow-iw)/2:(oh-ih)/2,fps=16 -pix_fmt bgra -threads 2 -filter_threads 1 -f rawvideo "
+        L"pipe:1");
     return line;
 }
 

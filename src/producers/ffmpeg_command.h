@@ -12,7 +12,7 @@ enum class RtspTransport { kTcp = 1, kUdp = 2 };
 // What the decoder reads: a network source, or FFmpeg's own moving test picture.
 struct FfmpegInput {
     bool syntheticTest = false;
-    std::wstring_view url;  // not used by the synthetic test
+    std::wstring_view url;                          // not used by the synthetic test
     RtspTransport transport = RtspTransport::kTcp;  // used by rtsp:// and rtsps:// addresses only
 };
 

@@ -18,8 +18,8 @@ struct ProducerReports {
     std::function<void(EventCode code, std::int32_t value)> log;
 };
 
-// One child at a time, in a job that ends it when the broker ends, however the broker ends. Used by one thread
-// only (the Supervisor's).
+// One child at a time, in a job that ends it when the broker ends, however the broker ends. Used by one
+// thread only (the Supervisor's).
 class FfmpegProcess {
 public:
     // `installRoot` holds deps\ffmpeg.exe and becomes the child's working directory.
@@ -28,11 +28,12 @@ public:
     FfmpegProcess(const FfmpegProcess&) = delete;
     FfmpegProcess& operator=(const FfmpegProcess&) = delete;
 
-    // Stops what runs, then launches. True when the child runs inside its job; otherwise nothing is left behind.
+    // Stops what runs, then launches. True when the child runs inside its job; otherwise nothing is left
+    // behind.
     bool start(const FfmpegInput& input);
 
-    // Takes what already waits in the pipe: the number of bytes put at the start of `buffer`, 0 when nothing is
-    // ready, -1 when the child has ended or its pipe is broken. Never blocks.
+    // Takes what already waits in the pipe: the number of bytes put at the start of `buffer`, 0 when nothing
+    // is ready, -1 when the child has ended or its pipe is broken. Never blocks.
     std::int32_t read(std::byte* buffer, std::uint32_t capacityBytes);
 
     // Ends the child (it has up to 3 s to be gone) and closes everything. Harmless when nothing runs.

@@ -16,9 +16,12 @@ constexpr int kErrorReadsPerPoll = 4;
 constexpr DWORD kJobEndWaitMs = 2000;
 constexpr DWORD kTerminateWaitMs = 1000;
 
-std::int32_t lastResult() { return hresultFromWindowsError(GetLastError()); }
+std::int32_t lastResult() {
+    return hresultFromWindowsError(GetLastError());
+}
 
-// A list with the one attribute that matters: exactly these handles are inherited, whatever else the broker holds.
+// A list with the one attribute that matters: exactly these handles are inherited, whatever else the broker
+// holds.
 class HandleListAttribute {
 public:
     // False on failure, with GetLastError set. `handles` must outlive this object.
@@ -105,8 +108,8 @@ bool FfmpegProcess::launch(const std::wstring& executable, const FfmpegInput& in
         return false;
     outputRead_ = std::move(output->read);
     errorRead_ = std::move(error->read);
-    const UniqueFile nothing(CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable,
-                                         OPEN_EXISTING, 0, nullptr));
+    const UniqueFile nothing(CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                         &inheritable, OPEN_EXISTING, 0, nullptr));
 
     const auto launchFailed = [&] {
         reports_.log(EventCode::kFfmpegLaunchFailed, lastResult());

@@ -10,8 +10,11 @@ constexpr bool kGstreamerLoaded = false;
 
 }  // namespace
 
-Producer::Producer(std::wstring installRoot, ProducerReports reports, std::atomic<std::uint32_t>& effectiveBackend)
-    : reports_(reports), effectiveBackend_(effectiveBackend), ffmpeg_(std::move(installRoot), std::move(reports)) {}
+Producer::Producer(std::wstring installRoot, ProducerReports reports,
+                   std::atomic<std::uint32_t>& effectiveBackend)
+    : reports_(reports),
+      effectiveBackend_(effectiveBackend),
+      ffmpeg_(std::move(installRoot), std::move(reports)) {}
 
 bool Producer::start(bool syntheticTest, std::wstring_view url, const BrokerSettings& settings) {
     stop();
@@ -28,6 +31,8 @@ std::int32_t Producer::read(std::byte* buffer, std::uint32_t capacityBytes) {
     return ffmpeg_.read(buffer, capacityBytes);
 }
 
-void Producer::stop() { ffmpeg_.stop(); }
+void Producer::stop() {
+    ffmpeg_.stop();
+}
 
 }  // namespace vextra

@@ -1,5 +1,5 @@
-// The broker's one window: it turns what the user and the system say into commands for the Supervisor and shows
-// what the Supervisor reports. UI thread only.
+// The broker's one window: it turns what the user and the system say into commands for the Supervisor and
+// shows what the Supervisor reports. UI thread only.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +23,8 @@ inline constexpr wchar_t kBoxTitle[] = L"Camera Virtual Vextra MF 0.2 beta";
 
 class MainWindow {
 public:
-    MainWindow(SharedStatus& shared, EventLog& log, HANDLE wakeEvent) : shared_(shared), log_(log), wakeEvent_(wakeEvent) {}
+    MainWindow(SharedStatus& shared, EventLog& log, HANDLE wakeEvent)
+        : shared_(shared), log_(log), wakeEvent_(wakeEvent) {}
     MainWindow(const MainWindow&) = delete;
     MainWindow& operator=(const MainWindow&) = delete;
 
@@ -57,7 +58,9 @@ private:
 
     void send(SupervisorCommand command);
     void rebuildFont();
-    int scaled(int designUnits) const { return MulDiv(designUnits, static_cast<int>(dpi_), USER_DEFAULT_SCREEN_DPI); }
+    int scaled(int designUnits) const {
+        return MulDiv(designUnits, static_cast<int>(dpi_), USER_DEFAULT_SCREEN_DPI);
+    }
 
     SharedStatus& shared_;
     EventLog& log_;

@@ -63,7 +63,9 @@ void MainWindow::startClock(std::uint32_t testSeconds) {
     testSeconds_ = testSeconds;
 }
 
-void MainWindow::showWithoutActivating() { ShowWindow(window_, SW_SHOWNOACTIVATE); }
+void MainWindow::showWithoutActivating() {
+    ShowWindow(window_, SW_SHOWNOACTIVATE);
+}
 
 void MainWindow::runMessageLoop() {
     MSG message{};
@@ -92,7 +94,8 @@ LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
         case WM_CREATE:
             SetTimer(window_, kTimerId, kTimerMs, nullptr);
             sessionNotified_ = WTSRegisterSessionNotification(window_, NOTIFY_FOR_THIS_SESSION) != FALSE;
-            log_.write(sessionNotified_ ? EventCode::kSessionNotifyRegistered : EventCode::kSessionNotifyFailed);
+            log_.write(sessionNotified_ ? EventCode::kSessionNotifyRegistered
+                                        : EventCode::kSessionNotifyFailed);
             return 0;
         case WM_TIMER: onTimer(); return 0;
         case WM_COMMAND: onCommand(LOWORD(wParam)); return 0;
@@ -109,8 +112,8 @@ LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
         case WM_WTSSESSION_CHANGE: onSessionChange(wParam); return 0;
         case WM_POWERBROADCAST: onPowerBroadcast(wParam); return TRUE;
         case WM_QUERYENDSESSION:
-            // The Supervisor ends at the question already. Should another program veto the end of the session,
-            // the broker serves no picture until it is started again.
+            // The Supervisor ends at the question already. Should another program veto the end of the
+            // session, the broker serves no picture until it is started again.
             send(SupervisorCommand::kQuit);
             return TRUE;
         case WM_ENDSESSION:
@@ -119,7 +122,8 @@ LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
             return 0;
         case WM_DPICHANGED: onDpiChanged(HIWORD(wParam), *reinterpret_cast<const RECT*>(lParam)); return 0;
         case WM_GETMINMAXINFO:
-            reinterpret_cast<MINMAXINFO*>(lParam)->ptMinTrackSize = {scaled(kMinimumSize.cx), scaled(kMinimumSize.cy)};
+            reinterpret_cast<MINMAXINFO*>(lParam)->ptMinTrackSize = {scaled(kMinimumSize.cx),
+                                                                     scaled(kMinimumSize.cy)};
             return 0;
         case WM_SIZE: InvalidateRect(window_, nullptr, TRUE); return 0;
         case WM_PAINT: onPaint(); return 0;
@@ -224,7 +228,9 @@ void MainWindow::quitBroker() {
     DestroyWindow(window_);
 }
 
-void MainWindow::send(SupervisorCommand command) { sendCommand(shared_, wakeEvent_, command); }
+void MainWindow::send(SupervisorCommand command) {
+    sendCommand(shared_, wakeEvent_, command);
+}
 
 void MainWindow::rebuildFont() {
     font_.reset(CreateFontW(scaled(kFontHeight), 0, 0, 0, FW_NORMAL, FALSE, FALSE, FALSE, DEFAULT_CHARSET,
@@ -276,7 +282,8 @@ void MainWindow::onPaint() {
         format.bmiHeader.biCompression = BI_RGB;
         SetStretchBltMode(dc, COLORONCOLOR);
         StretchDIBits(dc, margin, top, fitWidth, MulDiv(fitWidth, kFrameHeightPx, kFrameWidthPx), 0, 0,
-                      kFrameWidthPx, kFrameHeightPx, shared_.previewFrame.data(), &format, DIB_RGB_COLORS, SRCCOPY);
+                      kFrameWidthPx, kFrameHeightPx, shared_.previewFrame.data(), &format, DIB_RGB_COLORS,
+                      SRCCOPY);
     }
     EndPaint(window_, &paint);
 }
