@@ -14,7 +14,6 @@
 namespace vextra {
 
 // --- Rule ---
-// ----------------------------------------------------------------------------------------------------
 
 // Who asks, as read from the system.
 struct MaintenanceCaller {
@@ -28,7 +27,6 @@ struct MaintenanceCaller {
 bool mayMaintain(const MaintenanceCaller& caller);
 
 // --- Door ---
-// ----------------------------------------------------------------------------------------------------
 
 // Runs a maintenance mode; events go to <dataFolder>\maintenance.log. Main thread.
 ExitCode runMaintenance(RunMode mode, const std::wstring& dataFolder, EventLog& log);

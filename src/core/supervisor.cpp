@@ -61,8 +61,7 @@ NextPass Supervisor::runPass() {
     return shared_.active ? NextPass::kActiveWait : NextPass::kIdleWait;
 }
 
-// --- Commands
-// ------------------------------------------------------------------------------------------------
+// --- Commands ---
 
 void Supervisor::suspend() {
     if (!shared_.active)
@@ -116,8 +115,7 @@ void Supervisor::togglePause() {
     }
 }
 
-// --- The episode
-// ---------------------------------------------------------------------------------------------
+// --- The episode ---
 
 Supervisor::Begin Supervisor::refuse(std::wstring_view text) {
     doors_.showStatus(text);
@@ -177,8 +175,7 @@ void Supervisor::stopEpisode() {
     doors_.log(EventCode::kStopComplete, 0);
 }
 
-// --- The frame pump
-// ------------------------------------------------------------------------------------------
+// --- The frame pump ---
 
 void Supervisor::pump() {
     if (!producerExists_ && !startProducer())
@@ -296,8 +293,7 @@ void Supervisor::recover() {
     }
 }
 
-// --- Small steps
-// ---------------------------------------------------------------------------------------------
+// --- Small steps ---
 
 void Supervisor::stopProducerInstance() {
     doors_.stopProducer();
