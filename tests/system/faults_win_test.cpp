@@ -1,0 +1,257 @@
+// What goes wrong around the broker: decoders that die, hang and babble, files that are not what they should be,
+// neighbours that crash at the worst moment. Nothing is lost, nothing is torn, and all of it recovers.
+#include <windows.h>
+
+#include <winternl.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <random>
+
+#include "bridge/bridge_location.h"
+#include "broker_test_win.h"
+
+namespace vextra::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+class Faults : public BrokerTest {
+protected:
+    void startAndWatch() {
+        broker().start(L"--test-pattern --background");
+        viewer().takeLease();
+    }
+    void goLive() {
+        startAndWatch();
+        ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
+    }
+};
+
+bool isWhole(const std::vector<std::byte>& pixels) {
+    return std::all_of(pixels.begin(), pixels.end(), [&](std::byte byte) { return byte == pixels.front(); });
+}
+
+// --- The decoder ---
+
+TEST_F(Faults, ADecoderKilledInMidFrameIsReplaced) {
+    decoder().behave("frames=20\nframesPerSecond=16\ntailBytes=1843200\nthen=hang");
+    goLive();
+    ASSERT_TRUE(viewer().waitForFrameAfter(19));
+    decoder().behave("frames=endless\nframesPerSecond=16");
+    const DWORD pid = decoder().record().number("pid");
+    const UniqueHandle child(OpenProcess(PROCESS_TERMINATE, FALSE, pid));
+    ASSERT_TRUE(TerminateProcess(child.get(), 1));
+    ASSERT_TRUE(viewer().waitForState(BridgeState::kUnavailable, 2000));
+    ASSERT_TRUE(viewer().waitForState(BridgeState::kLive, 4000));
+    EXPECT_TRUE(isWhole(viewer().read().pixels)) << "half a frame of the dead decoder got into the next one's";
+    EXPECT_EQ(broker().countEvents("PRODUCER_RECONNECT_FALLBACK"), 1u);
+}
+
+TEST_F(Faults, ADecoderThatFallsSilentIsShownAsFallbackAndReplaced) {
+    decoder().behave("frames=5\nframesPerSecond=16\nthen=hang");
+    goLive();
+    ASSERT_TRUE(viewer().waitForFrameAfter(4));
+    const Tick lastFrame = viewer().header().tickMs;
+    decoder().behave("frames=endless\nframesPerSecond=16");
+    ASSERT_TRUE(viewer().waitForState(BridgeState::kFallback, 3000));
+    EXPECT_GE(GetTickCount64() - lastFrame, 1950u);
+    ASSERT_TRUE(viewer().waitForState(BridgeState::kUnavailable, 6000));
+    EXPECT_GE(GetTickCount64() - lastFrame, 6950u);
+    EXPECT_TRUE(viewer().waitForState(BridgeState::kLive, 4000));
+}
+
+TEST_F(Faults, ADecoderThatNeverShowsAFrameIsReplacedAtItsDeadline) {
+    decoder().behave("then=hang");
+    const Tick began = GetTickCount64();
+    startAndWatch();
+    ASSERT_TRUE(viewer().waitForState(BridgeState::kUnavailable, 12'000));
+    EXPECT_GE(GetTickCount64() - began, 6900u);
+    EXPECT_EQ(viewer().header().frameCounter, 0u);
+}
+
+TEST_F(Faults, MessagesWithoutEndDoNotStopTheFrames) {
+    decoder().behave("frames=endless\nframesPerSecond=16\nerrorBytes=20000");
+    goLive();
+    const std::uint64_t before = viewer().header().frameCounter;
+    EXPECT_TRUE(viewer().waitForFrameAfter(before + 20, 10'000));
+}
+
+TEST_F(Faults, ADecoderFasterThanItShouldBeTearsNothing) {
+    decoder().behave("frames=endless");
+    goLive();
+    for (int i = 0; i < 50; ++i)
+        ASSERT_TRUE(isWhole(viewer().read().pixels));
+    EXPECT_EQ(broker().countEvents("PRODUCER_RECONNECT_FALLBACK"), 0u);
+}
+
+TEST_F(Faults, AMissingDecoderExhaustsTheEpisodeInsteadOfTheMachine) {
+    fs::remove(decoder().decoderPath());
+    startAndWatch();
+    ASSERT_TRUE(viewer().waitForState(BridgeState::kUnavailable));
+    Sleep(1000);
+    EXPECT_EQ(broker().countEvents("FFMPEG_START_OWN_PROCESS"), 0u);
+    EXPECT_TRUE(broker().runs());
+}
+
+TEST_F(Faults, ADecoderThatCannotBeLaunchedIsLogged) {
+    writeFile(decoder().decoderPath(), "this is no program");
+    startAndWatch();
+    EXPECT_TRUE(broker().waitForEvent("FFMPEG_LAUNCH_FAILED"));
+    EXPECT_TRUE(viewer().waitForState(BridgeState::kUnavailable));
+}
+
+// --- The shared files and the registry: one blocked episode each, then repaired under the running broker ---
+
+struct Damage {
+    const char* name;
+    void (*doIt)(InstalledMachine&);
+};
+
+// The demand channel stays mapped by the running broker; the bridge is opened anew for every episode.
+class DamagedBridge : public Faults, public testing::WithParamInterface<Damage> {};
+
+TEST_P(DamagedBridge, IsReportedOverAndOverUntilItIsRepaired) {
+    decoder().behave("frames=endless\nframesPerSecond=16");
+    broker().start(L"--test-pattern --background");
+    GetParam().doIt(machine_);
+    LeaseHolder demand(machine_.demandPath());
+    demand.takeLease();
+    ASSERT_TRUE(waitUntil([&] { return broker().countEvents("BRIDGE_OPEN_FAILED") > 20; }, 5000));
+    EXPECT_EQ(broker().countEvents("DEMAND_BEGIN_DEVICE_UNCHANGED"), 0u);
+    EXPECT_FALSE(decoderHasStarted());
+    demand.releaseLease();
+    machine_.repair();
+    viewer().takeLease();
+    EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, DamagedBridge,
+    testing::Values(
+        Damage{"OneByteShort",
+               [](InstalledMachine& machine) { fs::resize_file(machine.bridgePath(), kBridgeFileBytes - 1); }},
+        Damage{"OneByteLong",
+               [](InstalledMachine& machine) { fs::resize_file(machine.bridgePath(), kBridgeFileBytes + 1); }},
+        Damage{"AFolder",
+               [](InstalledMachine& machine) {
+                   fs::remove(machine.bridgePath());
+                   fs::create_directory(machine.bridgePath());
+               }},
+        Damage{"Missing", [](InstalledMachine& machine) { fs::remove(machine.bridgePath()); }}),
+    [](const auto& instance) { return std::string(instance.param.name); });
+
+class UnknownDemand : public Faults, public testing::WithParamInterface<Damage> {};
+
+TEST_P(UnknownDemand, StartsNothingUntilItIsRepaired) {
+    GetParam().doIt(machine_);
+    broker().start(L"--test-pattern --background");
+    Sleep(500);
+    EXPECT_EQ(broker().countEvents("DEMAND_BEGIN_DEVICE_UNCHANGED"), 0u);
+    EXPECT_EQ(broker().runToEnd(L"--maintenance-check"), GetParam().name == std::string("OwnerMissing") ? 3u : 9u);
+    machine_.repair();
+    decoder().behave("frames=endless\nframesPerSecond=16");
+    viewer().takeLease();
+    EXPECT_TRUE(viewer().waitForState(BridgeState::kLive, 8000));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, UnknownDemand,
+    testing::Values(
+        Damage{"DemandMissing", [](InstalledMachine& machine) { fs::remove(machine.demandPath()); }},
+        Damage{"DemandOneByteShort",
+               [](InstalledMachine& machine) { writeFile(machine.demandPath(), std::string(4095, '\0')); }},
+        Damage{"DemandOneByteLong",
+               [](InstalledMachine& machine) { writeFile(machine.demandPath(), std::string(4097, '\0')); }},
+        Damage{"DemandAFolder",
+               [](InstalledMachine& machine) {
+                   fs::remove(machine.demandPath());
+                   fs::create_directory(machine.demandPath());
+               }},
+        Damage{"BridgePathMissing", [](InstalledMachine& machine) { machine.removeValue(kBridgePathValue); }},
+        Damage{"BridgePathTooLong",
+               [](InstalledMachine& machine) {
+                   machine.setString(kBridgePathValue, machine.bridgePath() + std::wstring(1024, L'x'));
+               }},
+        Damage{"BridgePathOfAnotherType",
+               [](InstalledMachine& machine) { machine.setNumber(kBridgePathValue, 1); }},
+        Damage{"OwnerMissing", [](InstalledMachine& machine) { machine.removeValue(kOwnerSidValue); }}),
+    [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST_F(Faults, AForeignOwnerBlocksEveryEpisodeWithoutAPause) {
+    broker().start(L"--test-pattern --background");
+    ASSERT_TRUE(broker().waitForEvent("AUTOMATIC_IDLE_READY"));
+    machine_.setString(kOwnerSidValue, L"S-1-5-21-1-2-3-1001");  // the mapped demand channel stays readable
+    viewer().takeLease();
+    EXPECT_TRUE(waitUntil([&] { return broker().countEvents("OWNER_OR_ELEVATION_BLOCK") > 50; }, 5000));
+    const std::string log = readFile(broker().dataFolder() + L"\\diagnostic.log");
+    EXPECT_NE(log.find("OWNER_OR_ELEVATION_BLOCK hr=0x80070005"), std::string::npos);
+}
+
+// --- Crashes of the broker itself ---
+
+using SuspendOrResume = NTSTATUS(NTAPI*)(HANDLE);
+SuspendOrResume ntdllFunction(const char* name) {
+    return reinterpret_cast<SuspendOrResume>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), name)));
+}
+
+TEST_F(Faults, ABrokerKilledInsideAnUpdateIsRepairedByTheNext) {
+    decoder().behave("frames=endless");  // as fast as it goes: the more updates, the sooner one is caught
+    goLive();
+    const auto suspend = ntdllFunction("NtSuspendProcess");
+    const auto resume = ntdllFunction("NtResumeProcess");
+    bool caught = false;
+    const Tick end = GetTickCount64() + 60'000;
+    while (!caught && GetTickCount64() < end) {
+        // Most looks are cheap; only an odd word is worth stopping the broker for.
+        if (viewer().header().sequence % 2 == 0)
+            continue;
+        suspend(broker().process());
+        caught = viewer().header().sequence % 2 == 1;
+        if (!caught)
+            resume(broker().process());
+    }
+    ASSERT_TRUE(caught) << "the broker was never caught between its two increments";
+    broker().terminate();
+    const std::uint32_t left = viewer().header().sequence;
+    ASSERT_EQ(left % 2, 1u);
+    viewer().releaseLease();
+
+    decoder().behave("frames=endless\nframesPerSecond=16");
+    goLive();
+    EXPECT_TRUE(isWhole(viewer().read().pixels));  // which no odd word would let through
+}
+
+// --- Neighbours ---
+
+TEST_F(Faults, SlotsHammeredByAnotherProcessNeverCountMoreThanSixteen) {
+    decoder().behave("frames=endless\nframesPerSecond=16");
+    std::atomic<bool> stop{false};
+    std::thread hammer([&] {
+        std::mt19937_64 random(1);
+        while (!stop) {
+            LeaseSlot& slot = viewer().demand().slots[random() % kLeaseSlots];
+            std::atomic_ref<std::uint64_t>(slot.leaseId).store(random() % 3);
+            std::atomic_ref<Tick>(slot.heartbeatTickMs).store(random() % 2 == 0 ? random() : GetTickCount64());
+        }
+    });
+    broker().start(L"--test-pattern --background");
+    EXPECT_TRUE(viewer().waitForState(BridgeState::kLive, 10'000));
+    Sleep(2000);
+    EXPECT_TRUE(broker().runs());
+    stop = true;
+    hammer.join();
+    for (LeaseSlot& slot : viewer().demand().slots)
+        slot = {};
+    EXPECT_TRUE(viewer().waitForState(BridgeState::kStopped, 5000));
+}
+
+TEST_F(Faults, BytesBehindTheSlotsAreNobodysLease) {
+    std::memset(viewer().demand().reserved, 0xFF, sizeof viewer().demand().reserved);
+    EXPECT_EQ(broker().runToEnd(L"--maintenance-check"), 0u);
+}
+
+}  // namespace
+}  // namespace vextra::test

@@ -1,0 +1,316 @@
+// The decoder that ships, on the broker's exact command line. The environment says what there is:
+//
+//   VEXTRA_FFMPEG        the ffmpeg.exe to ship, as a path of Windows or of the host
+//   VEXTRA_CAMERA_RTSP   the addresses that tools/camera/local_camera.py prints:
+//   VEXTRA_CAMERA_HTTP   rtsp://127.0.0.1:PORT/ and so on
+//   VEXTRA_CAMERA_HTTPS
+//
+// A test is skipped only when the variable that it needs is not set.
+#include <winsock2.h>
+#include <ws2tcpip.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bridge/bridge_layout.h"
+#include "producers/ffmpeg_process.h"
+#include "stub_decoder/frame_collector.h"
+#include "stub_decoder/stub_install_win.h"
+
+namespace vextra::test {
+namespace {
+
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+constexpr milliseconds kFirstFrameLimit{15'000};
+constexpr milliseconds kRateTime{5000};
+constexpr milliseconds kSettleTime{1000};
+// A transport stream is examined for 5 s, and then those 5 s come at once, as fast as they are decoded.
+constexpr milliseconds kTransportStreamSettleTime{10'000};
+constexpr FfmpegInput kSynthetic{.syntheticTest = true, .url = {}, .transport = RtspTransport::kTcp};
+
+std::optional<std::wstring> variable(const wchar_t* name) {
+    std::vector<wchar_t> value(32'768);
+    const DWORD length = GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size()));
+    if (length == 0)
+        return std::nullopt;
+    return std::wstring(value.data(), length);
+}
+
+// A path of the host is a path of Wine's drive Z.
+std::wstring windowsPath(std::wstring path) {
+    if (!path.starts_with(L'/'))
+        return path;
+    std::ranges::replace(path, L'/', L'\\');
+    return L"Z:" + path;
+}
+
+milliseconds since(Clock::time_point begin) {
+    return std::chrono::duration_cast<milliseconds>(Clock::now() - begin);
+}
+
+class RealFfmpegTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const std::optional<std::wstring> program = variable(L"VEXTRA_FFMPEG");
+        if (!program)
+            GTEST_SKIP() << "VEXTRA_FFMPEG names no ffmpeg.exe";
+        install_.emplace(L"Câmera Virtual", windowsPath(*program));
+        ASSERT_FALSE(HasFailure());
+        decoder_.emplace(install_->root(),
+                         ProducerReports{[](std::wstring_view) {}, [](EventCode, std::int32_t) {}});
+    }
+
+    FrameCollector start(const FfmpegInput& input) {
+        EXPECT_TRUE(decoder_->start(input));
+        return FrameCollector(
+            [this](std::byte* buffer, std::uint32_t bytes) { return decoder_->read(buffer, bytes); });
+    }
+
+    // Counts what comes in 5 s, once what the decoder held back while it examined the stream is through.
+    void expectSixteenFramesPerSecond(const FfmpegInput& input, milliseconds settleTime) {
+        const auto begin = Clock::now();
+        FrameCollector frames = start(input);
+        frames.collect(1, kFirstFrameLimit);
+        ASSERT_EQ(frames.wholeFrames(), 1u) << "no first frame within " << since(begin).count() << " ms";
+        const milliseconds firstFrame = since(begin);
+        frames.collect(kUnlimited, settleTime);
+        const std::size_t before = frames.wholeFrames();
+        const auto rateBegin = Clock::now();
+        frames.collect(kUnlimited, kRateTime);
+        const double seconds = std::chrono::duration<double>(Clock::now() - rateBegin).count();
+        const double rate = static_cast<double>(frames.wholeFrames() - before) / seconds;
+        std::printf(
+            "first frame after %lld ms, %zu frames in the first %lld ms, then %.2f frames per second\n",
+            static_cast<long long>(firstFrame.count()), before, static_cast<long long>(settleTime.count()),
+            rate);
+        EXPECT_NEAR(rate, kFramesPerSecond, 0.5);
+    }
+
+    static constexpr std::size_t kUnlimited = static_cast<std::size_t>(-1);
+
+    std::optional<DecoderInstall> install_;
+    std::optional<FfmpegProcess> decoder_;
+};
+
+// ---- the synthetic test picture ----
+
+TEST_F(RealFfmpegTest, SyntheticTestRunsAtSixteenFramesPerSecond) {
+    expectSixteenFramesPerSecond(kSynthetic, kSettleTime);
+}
+
+TEST_F(RealFfmpegTest, SyntheticTestMoves) {
+    FrameCollector frames = start(kSynthetic);
+    frames.collect(1, kFirstFrameLimit);
+    const std::vector<std::byte> first = frames.lastFrame();
+    frames.collect(9, kFirstFrameLimit);
+    ASSERT_EQ(frames.wholeFrames(), 9u);
+    EXPECT_NE(frames.lastFrame(), first);
+}
+
+TEST_F(RealFfmpegTest, StopEndsTheDecoderInTheMiddleOfItsWork) {
+    FrameCollector frames = start(kSynthetic);
+    frames.collect(1, kFirstFrameLimit);
+    const FollowedProcess ffmpeg(decoder_->processId());
+    ASSERT_TRUE(ffmpeg.runs());
+    decoder_->stop();
+    EXPECT_FALSE(ffmpeg.runs());
+}
+
+// ---- sources that say nothing ----
+
+// Takes a connection and never answers.
+class SilentServer {
+public:
+    SilentServer() {
+        WSADATA data{};
+        EXPECT_EQ(WSAStartup(MAKEWORD(2, 2), &data), 0);
+        listener_ = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        int bytes = sizeof address;
+        EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), bytes), 0);
+        EXPECT_EQ(listen(listener_, 4), 0);
+        EXPECT_EQ(getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &bytes), 0);
+        port_ = ntohs(address.sin_port);
+    }
+    ~SilentServer() {
+        closesocket(client_);
+        closesocket(listener_);
+        WSACleanup();
+    }
+    SilentServer(const SilentServer&) = delete;
+    SilentServer& operator=(const SilentServer&) = delete;
+
+    std::wstring address() const { return L"127.0.0.1:" + std::to_wstring(port_); }
+
+    // Waits for the first client's request and answers its first line; empty when none comes in time.
+    std::string firstRequestLine() {
+        if (!becomesReadable(listener_))
+            return {};
+        client_ = accept(listener_, nullptr, nullptr);
+        char request[1024];
+        const int taken = becomesReadable(client_) ? recv(client_, request, sizeof request, 0) : 0;
+        const std::string text(request, static_cast<std::size_t>(std::max(taken, 0)));
+        return text.substr(0, text.find('\r'));
+    }
+
+private:
+    static bool becomesReadable(SOCKET which) {
+        WSAPOLLFD poll{which, POLLRDNORM, 0};
+        return WSAPoll(&poll, 1, static_cast<int>(kPatience.count())) == 1;
+    }
+
+    SOCKET listener_ = INVALID_SOCKET;
+    SOCKET client_ = INVALID_SOCKET;
+    std::uint16_t port_ = 0;
+};
+
+class SilentSourceTest : public RealFfmpegTest {
+protected:
+    // -rw_timeout is 5 s; the decoder may need a moment to go.
+    void expectEndAfterFiveSeconds(const std::wstring& scheme, const std::string& requestLine) {
+        SilentServer server;
+        const std::wstring url = scheme + server.address() + L"/live";
+        FrameCollector frames = start({.syntheticTest = false, .url = url});
+        ASSERT_EQ(server.firstRequestLine().substr(0, requestLine.size()), requestLine);
+        const auto silentSince = Clock::now();
+        frames.collect(1, milliseconds(12'000));
+        const milliseconds lasted = since(silentSince);
+        std::printf("ended after %lld ms of silence\n", static_cast<long long>(lasted.count()));
+        EXPECT_TRUE(frames.ended());
+        EXPECT_GE(lasted, milliseconds(4000));
+        EXPECT_LE(lasted, milliseconds(8000));
+    }
+};
+
+TEST_F(SilentSourceTest, SilentRtspServerEndsTheDecoderAfterFiveSeconds) {
+    expectEndAfterFiveSeconds(L"rtsp://", "OPTIONS rtsp://");
+}
+
+TEST_F(SilentSourceTest, SilentHttpServerEndsTheDecoderAfterFiveSeconds) {
+    expectEndAfterFiveSeconds(L"http://", "GET /live");
+}
+
+TEST_F(RealFfmpegTest, ClosedPortEndsTheDecoder) {
+    std::wstring url;
+    {
+        const SilentServer server;
+        url = L"rtsp://" + server.address() + L"/live";
+    }
+    FrameCollector frames = start({.syntheticTest = false, .url = url});
+    frames.collect(1, kFirstFrameLimit);
+    EXPECT_TRUE(frames.ended());
+}
+
+// ---- the local camera ----
+
+class CameraTest : public RealFfmpegTest {
+protected:
+    explicit CameraTest(std::wstring variableName) : variableName_(std::move(variableName)) {}
+
+    void SetUp() override {
+        RealFfmpegTest::SetUp();
+        if (IsSkipped())
+            return;
+        const std::optional<std::wstring> address = variable(variableName_.c_str());
+        if (!address)
+            GTEST_SKIP() << std::filesystem::path(variableName_).string() << " names no camera";
+        camera_ = *address;
+    }
+
+    std::wstring camera_;  // ends in a slash
+
+private:
+    std::wstring variableName_;
+};
+
+class RtspCameraTest : public CameraTest {
+protected:
+    RtspCameraTest() : CameraTest(L"VEXTRA_CAMERA_RTSP") {}
+};
+class HttpCameraTest : public CameraTest {
+protected:
+    HttpCameraTest() : CameraTest(L"VEXTRA_CAMERA_HTTP") {}
+};
+class HttpsCameraTest : public CameraTest {
+protected:
+    HttpsCameraTest() : CameraTest(L"VEXTRA_CAMERA_HTTPS") {}
+};
+
+TEST_F(RtspCameraTest, RunsOverTcpAtSixteenFramesPerSecond) {
+    const std::wstring url = camera_ + L"stream1";
+    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url, .transport = RtspTransport::kTcp},
+                                 kSettleTime);
+}
+
+TEST_F(RtspCameraTest, RunsOverUdpAtSixteenFramesPerSecond) {
+    const std::wstring url = camera_ + L"stream1";
+    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url, .transport = RtspTransport::kUdp},
+                                 kSettleTime);
+}
+
+TEST_F(RtspCameraTest, SmallStreamRunsAtSixteenFramesPerSecond) {
+    const std::wstring url = camera_ + L"stream2";
+    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kSettleTime);
+}
+
+TEST_F(RtspCameraTest, StreamThatIsNotThereEndsTheDecoder) {
+    const std::wstring url = camera_ + L"404";
+    FrameCollector frames = start({.syntheticTest = false, .url = url});
+    frames.collect(1, kFirstFrameLimit);
+    EXPECT_TRUE(frames.ended());
+}
+
+// Blue, green, red, alpha, and the rows from the top: /bars shows seven bars at 75 % above a white stripe.
+TEST_F(RtspCameraTest, ColoursAndOrientationAreTheCameras) {
+    struct Colour {
+        const char* name;
+        std::array<int, 4> bgra;
+    };
+    constexpr Colour kBars[] = {{"white", {191, 191, 191, 255}}, {"yellow", {0, 191, 191, 255}},
+                                {"cyan", {191, 191, 0, 255}},    {"green", {0, 191, 0, 255}},
+                                {"magenta", {191, 0, 191, 255}}, {"red", {0, 0, 191, 255}},
+                                {"blue", {191, 0, 0, 255}}};
+    constexpr std::uint32_t kBarsRow = 200;
+    constexpr std::uint32_t kStripeRow = 630;
+    constexpr int kTolerance = 8;
+    const std::wstring url = camera_ + L"bars";
+    FrameCollector frames = start({.syntheticTest = false, .url = url});
+    frames.collect(4, kFirstFrameLimit);
+    ASSERT_EQ(frames.wholeFrames(), 4u);
+    const auto expectPixel = [&](std::uint32_t x, std::uint32_t y, const Colour& colour) {
+        for (std::uint32_t channel = 0; channel < 4; ++channel)
+            EXPECT_NEAR(std::to_integer<int>(frames.lastFrame()[y * kFrameStrideBytes + x * 4 + channel]),
+                        colour.bgra[channel], kTolerance)
+                << colour.name << ", channel " << channel << " at " << x << ", " << y;
+    };
+    for (std::uint32_t i = 0; i < 7; ++i)
+        expectPixel((2 * i + 1) * kFrameWidthPx / 14, kBarsRow, kBars[i]);
+    expectPixel(kFrameWidthPx / 2, kStripeRow, {"the stripe", {255, 255, 255, 255}});
+}
+
+TEST_F(HttpCameraTest, TransportStreamRunsAtSixteenFramesPerSecond) {
+    const std::wstring url = camera_ + L"live.ts";
+    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kTransportStreamSettleTime);
+}
+
+TEST_F(HttpsCameraTest, TransportStreamRunsAtSixteenFramesPerSecond) {
+    const std::wstring url = camera_ + L"live.ts";
+    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kTransportStreamSettleTime);
+}
+
+}  // namespace
+}  // namespace vextra::test
