@@ -12,7 +12,8 @@
 # Needs no root and changes nothing in apt's configuration.
 set -euo pipefail
 export LC_ALL=C
-unset CPPFLAGS CFLAGS ASFLAGS LDFLAGS MAKEFLAGS MFLAGS MAKELEVEL   # configure and make would heed them
+# configure and make would heed the caller's.
+unset CPPFLAGS CFLAGS ASFLAGS LDFLAGS MAKEFLAGS MFLAGS MAKELEVEL
 
 readonly kSourceSeries=5.1   # what the patch and the options are made for
 readonly kCross=x86_64-w64-mingw32
@@ -141,8 +142,8 @@ build() {
     local options=() source_version=''
     local work=$result.work
     local log=$work/log apt_dir=$work/apt source_dir=$work/ffmpeg staged=$work/result
-    rm -rf "$work"
-    mkdir -p "$work" "$staged"
+    rm -rf "$cache"/*.work   # what failed or interrupted builds left
+    mkdir -p "$staged"
     say "building, the log is $log"
 
     fetchSource

@@ -1,5 +1,6 @@
-// What door tests set up and have to give back: folders, files, variables, and a machine on which an installer
-// has been. Every owner undoes its work when it ends. A failing set-up throws, which ends the one test.
+// What door tests set up and have to give back: folders, files, variables, and a machine on which an
+// installer has been. Every owner undoes its work when it ends. A failing set-up throws, which ends the one
+// test.
 #pragma once
 
 #include <windows.h>
@@ -30,8 +31,8 @@ class TemporaryFolder {
 public:
     TemporaryFolder() {
         static std::atomic<int> made{0};
-        path_ = std::filesystem::temp_directory_path() / ("vextra-test-" + std::to_string(GetCurrentProcessId()) +
-                                                          "-" + std::to_string(++made));
+        path_ = std::filesystem::temp_directory_path() /
+                ("vextra-test-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++made));
         if (!CreateDirectoryW(path_.c_str(), nullptr))
             failSetUp("temporary folder");
     }
@@ -89,12 +90,31 @@ inline bool fileExists(const std::wstring& path) {
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
+// A file that nobody may write until this ends.
+class WriteProtection {
+public:
+    explicit WriteProtection(const std::wstring& path) : path_(path) {
+        if (!SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY))
+            failSetUp("write protection");
+    }
+    WriteProtection(const WriteProtection&) = delete;
+    WriteProtection& operator=(const WriteProtection&) = delete;
+    ~WriteProtection() { SetFileAttributesW(path_.c_str(), FILE_ATTRIBUTE_NORMAL); }
+
+    // False for accounts that may write any file, as root under Wine.
+    bool holds() const { return !openFile(path_, GENERIC_WRITE, kShareAll, OPEN_EXISTING); }
+
+private:
+    const std::wstring path_;
+};
+
 // The other side of a shared file: what a neighbour process sees and writes through a mapping of its own.
 template <typename File>
 class NeighbourView {
 public:
     explicit NeighbourView(const std::wstring& path)
-        : file_(openFile(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING)),
+        : file_(openFile(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                         OPEN_EXISTING)),
           mapping_(file_ ? CreateFileMappingW(file_.get(), nullptr, PAGE_READWRITE, 0, sizeof(File), nullptr)
                          : nullptr),
           view_(mapping_ ? MapViewOfFile(mapping_.get(), FILE_MAP_READ | FILE_MAP_WRITE, 0, 0, sizeof(File))
@@ -144,8 +164,8 @@ private:
     std::optional<std::wstring> old_;
 };
 
-// For this process, HKEY_LOCAL_MACHINE is an empty key of the user's until this ends: tests need no rights, and
-// never touch what a real installer has left on the machine. One at a time.
+// For this process, HKEY_LOCAL_MACHINE is an empty key of the user's until this ends: tests need no rights,
+// and never touch what a real installer has left on the machine. One at a time.
 class ScratchMachineHive {
 public:
     ScratchMachineHive() : path_(L"Software\\vextra-test-" + std::to_wstring(GetCurrentProcessId())) {
@@ -173,7 +193,8 @@ public:
             RegCreateKeyExW(HKEY_LOCAL_MACHINE, kBrokerRegistryKey, 0, nullptr, REG_OPTION_VOLATILE,
                             KEY_SET_VALUE | KEY_WOW64_64KEY, nullptr, &key, nullptr);
         if (status == ERROR_SUCCESS) {
-            status = RegSetValueExW(key, name, 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(bytes));
+            status =
+                RegSetValueExW(key, name, 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(bytes));
             RegCloseKey(key);
         }
         if (status != ERROR_SUCCESS)
@@ -220,45 +241,64 @@ public:
 };
 
 // Publishing is for unelevated processes; a test that publishes says so at its beginning.
-#define VEXTRA_SKIP_IF_ELEVATED()                                                                   \
-    if (isElevatedOrUnknown())                                                                      \
+#define VEXTRA_SKIP_IF_ELEVATED() \
+    if (isElevatedOrUnknown())    \
     GTEST_SKIP() << "runs elevated, and an elevated broker may not publish: start the tests without"
 
-// Makes `link` lead to the folder `target`. False where this system cannot make links.
-inline bool linkFolder(const std::wstring& link, const std::wstring& target) {
-    const auto isLink = [&] {
-        const DWORD attributes = GetFileAttributesW(link.c_str());
-        return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-    };
-    CreateSymbolicLinkW(link.c_str(), target.c_str(),
-                        SYMBOLIC_LINK_FLAG_DIRECTORY | SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGED_CREATE);
-    if (isLink() || !runsUnderWine())
-        return isLink();
+// A link to a folder, as somebody would put in the way of the broker.
+class FolderLink {
+public:
+    FolderLink(const std::wstring& link, const std::wstring& target) : link_(link) {
+        CreateSymbolicLinkW(link.c_str(), target.c_str(),
+                            SYMBOLIC_LINK_FLAG_DIRECTORY | SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGED_CREATE);
+        // Wine makes no links itself, but shows the host's as what they are, and can start the host's
+        // programs.
+        if (!exists() && runsUnderWine())
+            runOnHost(L"ln", L"-s \"" + hostPath(target) + L"\" \"" + hostPath(link) + L"\"",
+                      [&] { return exists(); });
+    }
+    FolderLink(const FolderLink&) = delete;
+    FolderLink& operator=(const FolderLink&) = delete;
+    ~FolderLink() {
+        if (exists() && !RemoveDirectoryW(link_.c_str()))
+            runOnHost(L"rm", L"\"" + hostPath(link_) + L"\"", [&] { return !exists(); });
+    }
 
-    // Wine makes no links itself, but shows the host's as what they are, and can start the host's programs.
-    const auto onHost = [](const std::wstring& path) -> std::wstring {
+    // False where this system lets no test make a link.
+    bool exists() const {
+        const DWORD attributes = GetFileAttributesW(link_.c_str());
+        return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+    }
+
+private:
+    static std::wstring hostPath(const std::wstring& path) {
         using GetUnixFileName = char*(CDECL*)(LPCWSTR);
         const auto getUnixFileName = reinterpret_cast<GetUnixFileName>(reinterpret_cast<void*>(
             GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "wine_get_unix_file_name")));
         char* const name = getUnixFileName != nullptr ? getUnixFileName(path.c_str()) : nullptr;
         if (name == nullptr)
             return {};
-        const std::wstring text = std::filesystem::u8path(name).wstring();
+        const std::wstring text(name, name + std::strlen(name));  // temporary folders have plain names
         HeapFree(GetProcessHeap(), 0, name);
         return text;
-    };
-    std::wstring command = L"ln -s \"" + onHost(target) + L"\" \"" + onHost(link) + L"\"";
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION child{};
-    if (!CreateProcessW(L"\\\\?\\unix\\bin\\ln", command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                        &startup, &child))
-        return false;
-    const UniqueHandle process(child.hProcess);
-    const UniqueHandle thread(child.hThread);
-    for (int waitedMs = 0; !isLink() && waitedMs < 5000; waitedMs += 5)
-        Sleep(5);
-    return isLink();
-}
+    }
+    template <typename Done>
+    static void runOnHost(const std::wstring& program, const std::wstring& arguments, Done done) {
+        std::wstring command = program + L" " + arguments;
+        STARTUPINFOW startup{};
+        startup.cb = sizeof startup;
+        PROCESS_INFORMATION child{};
+        if (!CreateProcessW((L"\\\\?\\unix\\bin\\" + program).c_str(), command.data(), nullptr, nullptr,
+                            FALSE, 0, nullptr, nullptr, &startup, &child))
+            return;
+        const UniqueHandle process(child.hProcess);
+        const UniqueHandle thread(child.hThread);
+        for (int waitedMs = 0; !done() && waitedMs < 5000;
+             waitedMs += 5)  // a host's program cannot be waited for
+            Sleep(5);
+    }
+
+    const std::wstring link_;
+};
 
 }  // namespace vextra

@@ -122,6 +122,15 @@ TEST_P(DamagedBridge, IsReportedOverAndOverUntilItIsRepaired) {
     EXPECT_EQ(broker().countEvents("DEMAND_BEGIN_DEVICE_UNCHANGED"), 0u);
     EXPECT_FALSE(decoderHasStarted());
     demand.releaseLease();
+    // The broker looks at the file until it has noticed; a folder in use could not be removed.
+    std::size_t before = 0;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            before = broker().countEvents("BRIDGE_OPEN_FAILED");
+            Sleep(100);
+            return broker().countEvents("BRIDGE_OPEN_FAILED") == before;
+        },
+        5000));
     machine_.repair();
     viewer().takeLease();
     EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));

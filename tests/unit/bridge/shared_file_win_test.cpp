@@ -1,0 +1,142 @@
+#include "bridge/shared_file_win.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <utility>
+
+#include "broker_fixture_win.h"
+
+namespace vextra {
+namespace {
+
+constexpr std::uint32_t kSizeBytes = 4096;
+
+class SharedFileOnDisk : public testing::Test {
+protected:
+    SharedFile open(FileAccess access) const { return SharedFile::open(path, kSizeBytes, access); }
+    bool opens() const { return open(FileAccess::kReadOnly) && open(FileAccess::kReadWrite); }
+    bool opensAnyWay() const { return open(FileAccess::kReadOnly) || open(FileAccess::kReadWrite); }
+
+    TemporaryFolder folder;
+    const std::wstring path = folder / L"shared.bin";
+};
+
+TEST_F(SharedFileOnDisk, OpensWhenItHasItsSize) {
+    makeFile(path, kSizeBytes);
+    EXPECT_TRUE(opens());
+}
+
+TEST_F(SharedFileOnDisk, IsRefusedWithAnyOtherSize) {
+    for (const std::uint32_t size : {0u, 1u, kSizeBytes - 1, kSizeBytes + 1, 2 * kSizeBytes}) {
+        makeFile(path, size);
+        EXPECT_FALSE(opensAnyWay()) << size;
+        EXPECT_EQ(readFile(path).size(), size);
+    }
+}
+
+TEST_F(SharedFileOnDisk, IsNeverCreated) {
+    EXPECT_FALSE(opensAnyWay());
+    EXPECT_FALSE(fileExists(path));
+}
+
+TEST_F(SharedFileOnDisk, MayNotBeAFolder) {
+    ASSERT_TRUE(CreateDirectoryW(path.c_str(), nullptr));
+    EXPECT_FALSE(opensAnyWay());
+}
+
+TEST_F(SharedFileOnDisk, NeedsAPath) {
+    EXPECT_FALSE(SharedFile::open(L"", kSizeBytes, FileAccess::kReadOnly));
+}
+
+TEST_F(SharedFileOnDisk, MayNotLieBehindALinkedFolder) {
+    makeFile(path, kSizeBytes);
+    const TemporaryFolder elsewhere;
+    makeFile(elsewhere / L"shared.bin", kSizeBytes);
+    const FolderLink link(folder / L"link", elsewhere.path());
+    if (!link.exists())
+        GTEST_SKIP() << "this system lets no test make a link to a folder";
+    ASSERT_TRUE(fileExists(folder / L"link\\shared.bin"));
+    EXPECT_FALSE(SharedFile::open(folder / L"link\\shared.bin", kSizeBytes, FileAccess::kReadOnly));
+}
+
+TEST_F(SharedFileOnDisk, ShowsWhatANeighbourWrites) {
+    makeFile(path, kSizeBytes);
+    const SharedFile file = open(FileAccess::kReadOnly);
+    const NeighbourView<DemandFile> neighbour(path);
+    neighbour->slots[15].leaseId = 0x0102030405060708;
+    EXPECT_EQ(static_cast<const DemandFile*>(file.data())->slots[15].leaseId, 0x0102030405060708u);
+}
+
+TEST_F(SharedFileOnDisk, ShowsANeighbourWhatIsWritten) {
+    makeFile(path, kSizeBytes);
+    const SharedFile file = open(FileAccess::kReadWrite);
+    const NeighbourView<DemandFile> neighbour(path);
+    static_cast<DemandFile*>(file.data())->reserved[3839] = std::byte{7};
+    EXPECT_EQ(neighbour->reserved[3839], std::byte{7});
+}
+
+TEST_F(SharedFileOnDisk, CannotBeWrittenThroughAReadOnlyView) {
+    makeFile(path, kSizeBytes);
+    const SharedFile file = open(FileAccess::kReadOnly);
+    MEMORY_BASIC_INFORMATION memory{};
+    ASSERT_NE(VirtualQuery(file.data(), &memory, sizeof memory), 0u);
+    EXPECT_EQ(memory.Protect, static_cast<DWORD>(PAGE_READONLY));
+}
+
+TEST_F(SharedFileOnDisk, CanBeReadButNotWrittenWhenWriteProtected) {
+    makeFile(path, kSizeBytes);
+    const WriteProtection protection(path);
+    if (!protection.holds())
+        GTEST_SKIP() << "this account may write any file (root under Wine)";
+    EXPECT_TRUE(open(FileAccess::kReadOnly));
+    EXPECT_FALSE(open(FileAccess::kReadWrite));
+}
+
+TEST_F(SharedFileOnDisk, IsRefusedWhileANeighbourSharesNothing) {
+    makeFile(path, kSizeBytes);
+    const UniqueFile exclusive = openFile(path, GENERIC_READ, 0, OPEN_EXISTING);
+    ASSERT_TRUE(exclusive);
+    EXPECT_FALSE(opensAnyWay());
+}
+
+TEST_F(SharedFileOnDisk, MayBeWrittenButNotDeletedByOthersMeanwhile) {
+    makeFile(path, kSizeBytes);
+    const SharedFile file = open(FileAccess::kReadOnly);
+    EXPECT_TRUE(
+        openFile(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING));
+    EXPECT_FALSE(DeleteFileW(path.c_str()));
+}
+
+TEST_F(SharedFileOnDisk, IsLetGoAtTheEnd) {
+    makeFile(path, kSizeBytes);
+    {
+        const SharedFile file = open(FileAccess::kReadWrite);
+        EXPECT_TRUE(isHeldOpen(path));
+    }
+    EXPECT_FALSE(isHeldOpen(path));
+}
+
+TEST_F(SharedFileOnDisk, IsLetGoWhenItIsRefused) {
+    makeFile(path, kSizeBytes + 1);
+    EXPECT_FALSE(opensAnyWay());
+    EXPECT_FALSE(isHeldOpen(path));
+}
+
+TEST_F(SharedFileOnDisk, IsLetGoWhenAnotherIsMovedOver) {
+    makeFile(path, kSizeBytes);
+    SharedFile file = open(FileAccess::kReadWrite);
+    file = SharedFile();
+    EXPECT_FALSE(isHeldOpen(path));
+}
+
+TEST(PlainFile, IsNeitherALinkNorAFolder) {
+    EXPECT_TRUE(isPlainFile(FILE_ATTRIBUTE_NORMAL));
+    EXPECT_TRUE(isPlainFile(FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY));
+    EXPECT_FALSE(isPlainFile(FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_REPARSE_POINT));
+    EXPECT_FALSE(isPlainFile(FILE_ATTRIBUTE_DIRECTORY));
+    EXPECT_FALSE(isPlainFile(FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT));
+}
+
+}  // namespace
+}  // namespace vextra
