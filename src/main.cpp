@@ -5,6 +5,7 @@
 #include <shellapi.h>
 #include <shlobj.h>
 
+#include <exception>
 #include <memory>
 #include <string>
 #include <thread>
@@ -161,6 +162,9 @@ ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders
 }
 
 ExitCode run(HINSTANCE instance) {
+    // A crash has to look like one: abort() would end the process with 3, which is one of our own codes.
+    std::set_terminate([] { RaiseFailFastException(nullptr, nullptr, 0); });
+
     // Before anything can load a library: never from the working directory or the search path.
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
     SetDllDirectoryW(L"");

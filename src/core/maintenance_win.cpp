@@ -8,6 +8,7 @@
 #include "bridge/demand_channel.h"
 #include "core/instance_win.h"
 #include "core/maintenance.h"
+#include "core/media_foundation_win.h"
 
 namespace vextra {
 namespace {
@@ -57,6 +58,16 @@ ExitCode shutdownBroker(const std::wstring& dataFolder) {
                                                                                  : ExitCode::kBusy;
 }
 
+// Registers, resets or removes the virtual camera: as far as this build goes, which does not yet know the
+// calls.
+ExitCode operateCamera() {
+    const ComApartment apartment;
+    MediaFoundation mediaFoundation;
+    if (mediaFoundation.startup() >= 0)
+        mediaFoundation.shutdown();
+    return ExitCode::kFailed;
+}
+
 }  // namespace
 
 ExitCode runMaintenance(RunMode mode, const std::wstring& dataFolder, EventLog& log) {
@@ -72,7 +83,7 @@ ExitCode runMaintenance(RunMode mode, const std::wstring& dataFolder, EventLog& 
         return ExitCode::kBusy;
     if (mode == RunMode::kMaintenanceCheck)
         return ExitCode::kSuccess;
-    return ExitCode::kFailed;  // this build cannot register, reset or remove the camera yet
+    return operateCamera();
 }
 
 }  // namespace vextra

@@ -2,6 +2,10 @@
 // Windows lack the library, and there the broker must say so instead of not starting.
 #pragma once
 
+#include <windows.h>
+
+#include <objbase.h>
+
 #include <cstdint>
 
 #include "base/handle_win.h"
@@ -14,6 +18,21 @@ struct ModuleTraits {
     static void close(Value value) { FreeLibrary(value); }
 };
 using UniqueModule = Unique<ModuleTraits>;
+
+// This thread in the multithreaded apartment, as long as the object lives.
+class ComApartment {
+public:
+    ComApartment() : result_(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
+    ~ComApartment() {
+        if (SUCCEEDED(result_))
+            CoUninitialize();
+    }
+    ComApartment(const ComApartment&) = delete;
+    ComApartment& operator=(const ComApartment&) = delete;
+
+private:
+    const HRESULT result_;
+};
 
 // Used by one thread, which has initialised COM.
 class MediaFoundation {

@@ -1,7 +1,5 @@
 #include "core/supervisor_thread_win.h"
 
-#include <objbase.h>
-
 #include <system_error>
 #include <utility>
 
@@ -17,20 +15,6 @@
 
 namespace vextra {
 namespace {
-
-class ComApartment {
-public:
-    ComApartment() : result_(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
-    ~ComApartment() {
-        if (SUCCEEDED(result_))
-            CoUninitialize();
-    }
-    ComApartment(const ComApartment&) = delete;
-    ComApartment& operator=(const ComApartment&) = delete;
-
-private:
-    const HRESULT result_;
-};
 
 void runSupervisor(const SupervisorThreadSetup& setup) {
     const ComApartment apartment;
