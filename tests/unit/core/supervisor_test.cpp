@@ -640,6 +640,22 @@ TEST_F(SupervisorTest, AnExhaustedEpisodeStillEndsWithItsDemand) {
     EXPECT_EQ(world.lastState(), BridgeState::kStopped);
 }
 
+TEST_F(SupervisorTest, GoodFramesOfAnEarlierGenerationDoNotCount) {
+    goLive();
+    while (world.shared.frameCounter < 31)
+        world.pass(supervisor);
+    world.script = {-1};
+    passUntilReconnects(1);
+    while (world.shared.frameCounter < 31 + 31)
+        world.pass(supervisor);
+    world.script = {-1};
+    passUntilReconnects(2);
+    const Tick lost = world.now - kActivePassMs;
+    while (world.starts < 3)
+        world.pass(supervisor);
+    EXPECT_EQ(world.startedAt - lost, 2000u);
+}
+
 // --- Automatic backend ---
 
 TEST_F(SupervisorTest, AutomaticGoesOnWithFfmpegAfterAGstreamerStall) {
@@ -755,6 +771,14 @@ TEST_F(SupervisorTest, ResumeGivesUpARunningProducerThatHasNoFrameReady) {
     world.steady = kFrameBytes;
     world.passUntil(supervisor, world.now + 1100);
     EXPECT_EQ(world.shared.generation, 2u);
+}
+
+TEST_F(SupervisorTest, ResumeDoesNotAwaitTheNextAttempt) {
+    goLive();
+    world.script = {-1};
+    passUntilReconnects(1);
+    world.command(supervisor, SupervisorCommand::kResume);
+    EXPECT_EQ(world.starts, 2);
 }
 
 TEST_F(SupervisorTest, ResumeEndsExhaustionAndStartsAtOnce) {
