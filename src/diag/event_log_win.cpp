@@ -2,6 +2,7 @@
 
 #include <share.h>
 
+#include "base/text_win.h"
 #include "diag/event_log.h"
 
 namespace vextra {
@@ -49,11 +50,7 @@ std::wstring EventLog::tailForDisplay() const {
         return {};
     std::string bytes(kTailBytes, '\0');
     bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.get()));
-    const int length = static_cast<int>(bytes.size());
-    std::wstring text(
-        static_cast<std::size_t>(MultiByteToWideChar(CP_UTF8, 0, bytes.data(), length, nullptr, 0)), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, bytes.data(), length, text.data(), static_cast<int>(text.size()));
-    return text;
+    return wideFromUtf8(bytes);
 }
 
 }  // namespace vextra

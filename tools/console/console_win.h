@@ -14,7 +14,4 @@ enum class ConsoleStream : DWORD { kOutput = STD_OUTPUT_HANDLE, kError = STD_ERR
 // elsewhere. Not buffered.
 void printLine(ConsoleStream stream, std::wstring_view text);
 
-// Replaces what is no valid UTF-16.
-std::string toUtf8(std::wstring_view text);
-
 }  // namespace vextra

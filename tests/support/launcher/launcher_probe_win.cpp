@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "base/handle_win.h"
-#include "console_text_win.h"
+#include "base/text_win.h"
 
 using vextra::UniqueFile;
 using vextra::UniqueHandle;
@@ -29,7 +29,7 @@ constexpr int kExitProbeFailed = 101;
 using Arguments = std::vector<std::wstring>;
 
 void print(std::wstring_view text) {
-    std::printf("%s\n", toUtf8(text).c_str());
+    std::printf("%s\n", vextra::utf8FromWide(text).c_str());
 }
 
 int failLastError(const char* what) {

@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "base/handle_win.h"
-#include "console_text_win.h"
+#include "base/text_win.h"
 
 using vextra::UniqueHandle;
 
@@ -44,7 +44,7 @@ struct Options {
 };
 
 int fail(std::wstring_view what) {
-    std::fprintf(stderr, "test-launcher: %s\n", toUtf8(what).c_str());
+    std::fprintf(stderr, "test-launcher: %s\n", vextra::utf8FromWide(what).c_str());
     return kExitLauncherFailed;
 }
 
@@ -187,10 +187,10 @@ int hostExitCode(DWORD exitCode, const Options& options) {
     if (exitCode <= largest) {
         return static_cast<int>(exitCode);
     }
-    const std::string program = toUtf8(options.command.front());
+    const std::string program = vextra::utf8FromWide(options.command.front());
     if (looksLikeCrash(exitCode)) {
         std::fprintf(stderr, "test-launcher: %s crashed: 0x%08lX%s\n", program.c_str(), exitCode,
-                     toUtf8(crashName(exitCode)).c_str());
+                     vextra::utf8FromWide(crashName(exitCode)).c_str());
         return kExitCrashed;
     }
     if (options.exitCodes == ExitCodes::kTestVerdict) {
@@ -280,7 +280,7 @@ int run(const Options& options) {
     const int code = hostExitCode(exitCode, options);
     if (options.exitCodes == ExitCodes::kTestVerdict && DeleteFileW(unfinished.c_str()) && code == 0) {
         std::fprintf(stderr, "test-launcher: %s crashed: it ended with 0 before its tests were over\n",
-                     toUtf8(options.command.front()).c_str());
+                     vextra::utf8FromWide(options.command.front()).c_str());
         return kExitCrashed;
     }
     return code;

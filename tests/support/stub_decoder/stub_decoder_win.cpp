@@ -45,6 +45,7 @@
 #include <vector>
 
 #include "base/handle_win.h"
+#include "base/text_win.h"
 #include "bridge/bridge_layout.h"
 
 namespace vextra {
@@ -73,14 +74,6 @@ struct Behaviour {
     std::uint32_t probeEvent = 0;
     std::string error;  // the line that could not be read
 };
-
-std::string utf8(std::wstring_view text) {
-    const int units = static_cast<int>(text.size());
-    const int bytes = WideCharToMultiByte(CP_UTF8, 0, text.data(), units, nullptr, 0, nullptr, nullptr);
-    std::string result(static_cast<std::size_t>(bytes), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), units, result.data(), bytes, nullptr, nullptr);
-    return result;
-}
 
 std::wstring ownPath() {
     std::vector<wchar_t> path(32'768);
@@ -232,14 +225,14 @@ void addArguments(RecordText& text) {
     const UniqueLocalMemory owner(CommandLineToArgvW(GetCommandLineW(), &count));
     const auto* arguments = static_cast<const wchar_t* const*>(owner.get());
     for (int i = 0; i < count; ++i)
-        text.add("argument" + std::to_string(i), utf8(arguments[i]));
+        text.add("argument" + std::to_string(i), utf8FromWide(arguments[i]));
 }
 
 void addSurroundings(RecordText& text) {
     std::vector<wchar_t> directory(32'768);
     text.add("workingDirectory",
-             utf8({directory.data(),
-                   GetCurrentDirectoryW(static_cast<DWORD>(directory.size()), directory.data())}));
+             utf8FromWide({directory.data(),
+                           GetCurrentDirectoryW(static_cast<DWORD>(directory.size()), directory.data())}));
     char priorityClass[16];
     std::snprintf(priorityClass, sizeof priorityClass, "0x%lX", GetPriorityClass(GetCurrentProcess()));
     text.add("priorityClass", priorityClass);
@@ -269,7 +262,7 @@ void writeRecord(const NumberedRecord& record, const Behaviour& behaviour) {
     RecordText text;
     text.add("pid", GetCurrentProcessId());
     text.add("start", record.number);
-    text.add("commandLine", utf8(GetCommandLineW()));
+    text.add("commandLine", utf8FromWide(GetCommandLineW()));
     addArguments(text);
     addSurroundings(text);
     if (behaviour.probeEvent != 0)

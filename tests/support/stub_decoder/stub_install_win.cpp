@@ -11,18 +11,12 @@
 #include <thread>
 #include <vector>
 
+#include "base/text_win.h"
+
 namespace vextra::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::wstring wide(std::string_view utf8) {
-    const int bytes = static_cast<int>(utf8.size());
-    const int units = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, nullptr, 0);
-    std::wstring text(static_cast<std::size_t>(units), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, text.data(), units);
-    return text;
-}
 
 fs::path besideTheTest(std::wstring_view name) {
     std::vector<wchar_t> path(32'768);
@@ -60,7 +54,7 @@ std::wstring StubRecord::text(const std::string& key) const {
         ADD_FAILURE() << "the stub decoder recorded no " << key;
         return {};
     }
-    return wide(found->second);
+    return wideFromUtf8(found->second);
 }
 
 std::uint32_t StubRecord::number(const std::string& key) const {
@@ -73,8 +67,8 @@ std::wstring StubRecord::argumentAfter(std::wstring_view argument) const {
         const auto next = values_.find("argument" + std::to_string(i + 1));
         if (found == values_.end() || next == values_.end())
             return {};
-        if (wide(found->second) == argument)
-            return wide(next->second);
+        if (wideFromUtf8(found->second) == argument)
+            return wideFromUtf8(next->second);
     }
 }
 
@@ -83,7 +77,7 @@ bool StubRecord::hasArgument(std::wstring_view argument) const {
         const auto found = values_.find("argument" + std::to_string(i));
         if (found == values_.end())
             return false;
-        if (wide(found->second) == argument)
+        if (wideFromUtf8(found->second) == argument)
             return true;
     }
 }

@@ -58,8 +58,8 @@ std::uint64_t allocationsDuring(const std::function<void()>& work) {
     return allocationCount - before;
 }
 
-// The Supervisor of a provisioned machine without a consumer: clock, demand and stop signal are the real ones,
-// the doors that an idle pass has no business with only count.
+// The Supervisor of a provisioned machine without a consumer: clock, demand and stop signal are the real
+// ones, the doors that an idle pass has no business with only count.
 class IdleSupervisor : public testing::Test {
 protected:
     void passes(int count) {
@@ -103,7 +103,7 @@ protected:
 TEST_F(IdleSupervisor, CountsAllocationsInThisTest) {
     EXPECT_EQ(allocationsDuring([] { ::operator delete(::operator new(1)); }), 1u);
     EXPECT_EQ(allocationsDuring([] {
-                  ::operator delete(::operator new(64, std::align_val_t{64}), std::align_val_t{64});
+                  ::operator delete (::operator new (64, std::align_val_t{64}), std::align_val_t{64});
               }),
               1u);
     // The first look at the demand opens its file, which needs paths.
