@@ -7,13 +7,15 @@
 
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "base/handle_win.h"
 #include "base/token_win.h"
-#include "config/private_profile.h"
+#include "config/legacy_import.h"
+#include "config/settings_store.h"
 #include "config/source_url.h"
 #include "core/command_line.h"
 #include "core/exit_code.h"
@@ -70,24 +72,33 @@ Folders prepareFolders() {
     return folders;
 }
 
-bool settingsFileExists(const std::wstring& dataFolder) {
-    return GetFileAttributesW((dataFolder + L"\\settings.dpapi").c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
 struct StartSettings {
     BrokerSettings settings;
     bool loaded = false;
     bool sourceUsable = true;  // false: the user has to name a source first
 };
 
-StartSettings prepareSettings(const CommandLine& options, const Folders& folders) {
+bool importAndSave(const std::wstring& dataFolder, BrokerSettings& settings) {
+    BrokerSettings imported = settings;
+    if (!importLegacyEnvironment(imported) || !saveSettings(dataFolder, imported))
+        return false;
+    settings = std::move(imported);
+    return true;
+}
+
+// Nothing when the import that was asked for failed.
+std::optional<StartSettings> prepareSettings(const CommandLine& options, const Folders& folders) {
     StartSettings start;
-    const bool firstStart = !start.loaded && !settingsFileExists(folders.data);
-    if (firstStart)
-        readPrivateProfile(folders.legacy, start.settings);
+    bool fromBackup = false;  // as good as the other
+    start.loaded = loadSettings(folders.data, start.settings, fromBackup);
+    if (!start.loaded && !settingsFileExists(folders.data))
+        migratePrivateProfile(start.settings, folders.data, folders.legacy);
+    if (options.importLegacyEnv && !importAndSave(folders.data, start.settings))
+        return std::nullopt;
     if (options.testPattern)
         start.settings.source = SourceKind::kSyntheticTest;
-    if (firstStart && !options.testPattern && !isUsableSourceUrl(sourceUrl(start.settings).view())) {
+    const bool nothingStored = !start.loaded && !settingsFileExists(folders.data);
+    if (nothingStored && !options.testPattern && !isUsableSourceUrl(sourceUrl(start.settings).view())) {
         start.sourceUsable = false;
         start.settings.source = SourceKind::kCustomUrl;
     }
@@ -186,13 +197,12 @@ ExitCode run(HINSTANCE instance) {
         return runMaintenance(options.mode, folders.data, log);
     }
 
-    if (options.importLegacyEnv)
-        return ExitCode::kImportFailed;  // this build has no settings store yet that could keep what is
-                                         // imported
-    StartSettings start = prepareSettings(options, folders);
+    std::optional<StartSettings> start = prepareSettings(options, folders);
+    if (!start)
+        return ExitCode::kImportFailed;
     if (options.runtimeSelfTest || options.help || options.version)
-        return writeRequestedOutput(options, folders, start.loaded);
-    return runBroker(instance, options, folders, std::move(start));
+        return writeRequestedOutput(options, folders, start->loaded);
+    return runBroker(instance, options, folders, std::move(*start));
 }
 
 }  // namespace

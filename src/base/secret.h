@@ -72,6 +72,7 @@ private:
 };
 
 using SecretText = SecretString<wchar_t>;  // UTF-16 units
+using SecretBytes = std::vector<std::byte, WipingAllocator<std::byte>>;
 using SecretUtf8 = SecretString<char>;
 
 }  // namespace vextra

@@ -3,7 +3,6 @@
 #include "config/source_url.h"
 
 namespace vextra {
-namespace {
 
 // Deliberately uneven: no latency at all may be asked for, a deadline below one second may not.
 bool numbersInRange(const BrokerSettings& settings) {
@@ -12,8 +11,6 @@ bool numbersInRange(const BrokerSettings& settings) {
            settings.firstFrameDeadlineMs >= kMinFirstFrameDeadlineMs &&
            settings.firstFrameDeadlineMs <= kMaxFirstFrameDeadlineMs;
 }
-
-}  // namespace
 
 std::wstring_view validateSettings(const BrokerSettings& settings) {
     if (!numbersInRange(settings))

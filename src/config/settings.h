@@ -73,8 +73,11 @@ inline constexpr std::array<NamedChoice<std::uint32_t>, 2> kStreams{{
     {2, L"stream2", L"stream2"},
 }};
 
-// Empty when the record may be saved and used; otherwise the message for the user. Loading, import and apply
-// all ask here and nowhere else.
+// Whether the five numbers are ones that a record may hold at all.
+bool numbersInRange(const BrokerSettings& settings);
+
+// Empty when the record may be saved and used; otherwise the message for the user. Import and apply
+// ask here and nowhere else; loading asks for the numbers only, so that a record of another day still opens.
 std::wstring_view validateSettings(const BrokerSettings& settings);
 
 }  // namespace vextra

@@ -1,5 +1,5 @@
-// Media Foundation's start-up and shut-down, taken from the system folder at run time: the N editions of
-// Windows lack the library, and there the broker must say so instead of not starting.
+// COM and Media Foundation for one thread. Media Foundation is taken from the system folder at run time: the
+// N editions of Windows lack the library, and there the broker must say so instead of not starting.
 #pragma once
 
 #include <windows.h>
@@ -8,16 +8,7 @@
 
 #include <cstdint>
 
-#include "base/handle_win.h"
-
 namespace vextra {
-
-struct ModuleTraits {
-    using Value = HMODULE;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { FreeLibrary(value); }
-};
-using UniqueModule = Unique<ModuleTraits>;
 
 // This thread in the multithreaded apartment, as long as the object lives.
 class ComApartment {
@@ -43,7 +34,7 @@ public:
     std::int32_t shutdown();
 
 private:
-    UniqueModule library_;
+    HMODULE library_ = nullptr;  // never unloaded: its worker threads may outlive the shut-down
 };
 
 }  // namespace vextra

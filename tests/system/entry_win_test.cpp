@@ -202,8 +202,9 @@ TEST_F(Entry, AnEvidenceFolderTakesTheLog) {
     EXPECT_FALSE(fs::exists(broker().dataFolder() + L"\\diagnostic.log"));
 }
 
-TEST_F(Entry, ImportingLegacySettingsEndsWith5WhileTheyCannotBeKept) {
-    EXPECT_EQ(broker().runToEnd(L"--import-legacy-env"), 5u);
+TEST_F(Entry, AnImportThatFailsEndsWith5BeforeAnyOutput) {
+    EXPECT_EQ(broker().runToEnd(L"--import-legacy-env --version"), 5u);  // there is nothing to import
+    EXPECT_FALSE(fs::exists(broker().dataFolder() + L"\\version.txt"));
 }
 
 TEST_F(Entry, UnknownWordsAreIgnored) {

@@ -218,6 +218,7 @@ TEST_F(Faults, ABrokerKilledInsideAnUpdateIsRepairedByTheNext) {
         if (viewer().header().sequence % 2 == 0)
             continue;
         suspend(broker().process());
+        Sleep(30);  // the request may return before every thread has stopped
         caught = viewer().header().sequence % 2 == 1;
         if (!caught)
             resume(broker().process());
@@ -229,8 +230,13 @@ TEST_F(Faults, ABrokerKilledInsideAnUpdateIsRepairedByTheNext) {
     viewer().releaseLease();
 
     decoder().behave("frames=endless\nframesPerSecond=16");
-    goLive();
-    EXPECT_TRUE(isWhole(viewer().read().pixels));  // which no odd word would let through
+    startAndWatch();
+    // The dead broker's header may say Live until the new one's first update.
+    ASSERT_TRUE(waitUntil([&] { return viewer().header().writerPid == broker().processId(); }, 5000));
+    ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
+    const Viewer::Picture picture = viewer().read();  // which no odd word would let through
+    EXPECT_EQ(picture.header.state, static_cast<std::uint32_t>(BridgeState::kLive));
+    EXPECT_TRUE(isWhole(picture.pixels));
 }
 
 // --- Neighbours ---

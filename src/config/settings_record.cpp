@@ -1,0 +1,129 @@
+#include "config/settings_record.h"
+
+#include <array>
+
+namespace vextra {
+namespace {
+
+constexpr std::uint32_t kMagic = 0x33474643;  // "CFG3" in file order
+constexpr std::uint32_t kFormatVersion = 1;
+constexpr std::size_t kHeadBytes = 36;  // magic, version, five numbers, two flags
+constexpr std::size_t kMaxStringUnits = 8192;
+
+// FILE_ATTRIBUTE_DIRECTORY and FILE_ATTRIBUTE_REPARSE_POINT
+constexpr std::uint32_t kDirectoryAttribute = 0x10;
+constexpr std::uint32_t kReparsePointAttribute = 0x400;
+
+// In the order of the record.
+constexpr std::array kStrings{&BrokerSettings::profileUrl, &BrokerSettings::directIp,
+                              &BrokerSettings::directUser, &BrokerSettings::directPassword,
+                              &BrokerSettings::customUrl,  &BrokerSettings::updateManifestUrl};
+
+void putUint16(SecretBytes& bytes, std::uint32_t value) {
+    bytes.push_back(static_cast<std::byte>(value & 0xFF));
+    bytes.push_back(static_cast<std::byte>((value >> 8) & 0xFF));
+}
+
+void putUint32(SecretBytes& bytes, std::uint32_t value) {
+    putUint16(bytes, value & 0xFFFF);
+    putUint16(bytes, value >> 16);
+}
+
+// Takes from the front of what is left; after the first failure everything else fails too.
+class Reader {
+public:
+    explicit Reader(std::span<const std::byte> bytes) : rest_(bytes) {}
+
+    std::uint32_t uint32() {
+        if (!has(4))
+            return 0;
+        const std::uint32_t value = unitAt(0) | (unitAt(1) << 16);
+        rest_ = rest_.subspan(4);
+        return value;
+    }
+    bool flag() {
+        const std::uint32_t value = uint32();
+        if (value > 1)
+            good_ = false;
+        return value == 1;
+    }
+    void string(SecretText& out) {
+        const std::size_t units = uint32();
+        if (units > kMaxStringUnits || !has(units * 2)) {
+            good_ = false;
+            return;
+        }
+        out.reserve(units);
+        for (std::size_t i = 0; i < units; ++i) {
+            const auto unit = static_cast<wchar_t>(unitAt(i));
+            if (unit == 0)
+                good_ = false;
+            out.append(unit);
+        }
+        rest_ = rest_.subspan(units * 2);
+    }
+    bool good() const { return good_; }
+    bool atEnd() const { return rest_.empty(); }
+
+private:
+    bool has(std::size_t bytes) { return good_ = good_ && bytes <= rest_.size(); }
+    std::uint32_t unitAt(std::size_t index) const {
+        return static_cast<std::uint32_t>(rest_[2 * index]) |
+               (static_cast<std::uint32_t>(rest_[2 * index + 1]) << 8);
+    }
+
+    std::span<const std::byte> rest_;
+    bool good_ = true;
+};
+
+}  // namespace
+
+bool isReadableSettingsFile(std::uint32_t attributes, std::uint64_t sizeBytes) {
+    return (attributes & (kDirectoryAttribute | kReparsePointAttribute)) == 0 &&
+           sizeBytes >= kMinSettingsFileBytes && sizeBytes <= kMaxSettingsFileBytes;
+}
+
+SecretBytes serializeSettings(const BrokerSettings& settings) {
+    std::size_t size = kHeadBytes;
+    for (const auto string : kStrings)
+        size += 4 + 2 * (settings.*string).size();
+    SecretBytes bytes;
+    bytes.reserve(size);
+
+    putUint32(bytes, kMagic);
+    putUint32(bytes, kFormatVersion);
+    putUint32(bytes, static_cast<std::uint32_t>(settings.source));
+    putUint32(bytes, settings.stream);
+    putUint32(bytes, static_cast<std::uint32_t>(settings.decoder));
+    putUint32(bytes, settings.latencyMs);
+    putUint32(bytes, settings.firstFrameDeadlineMs);
+    putUint32(bytes, settings.rtspUdp ? 1 : 0);
+    putUint32(bytes, settings.updateDisabled ? 1 : 0);
+    for (const auto string : kStrings) {
+        putUint32(bytes, static_cast<std::uint32_t>((settings.*string).size()));
+        for (const wchar_t unit : (settings.*string).view())
+            putUint16(bytes, static_cast<std::uint32_t>(unit));
+    }
+    return bytes;
+}
+
+std::optional<BrokerSettings> parseSettings(std::span<const std::byte> bytes) {
+    Reader reader(bytes);
+    if (reader.uint32() != kMagic || reader.uint32() != kFormatVersion)
+        return std::nullopt;
+    BrokerSettings settings;
+    settings.source = static_cast<SourceKind>(reader.uint32());
+    settings.stream = reader.uint32();
+    settings.decoder = static_cast<DecoderBackend>(reader.uint32());
+    settings.latencyMs = reader.uint32();
+    settings.firstFrameDeadlineMs = reader.uint32();
+    settings.rtspUdp = reader.flag();
+    settings.updateDisabled = reader.flag();
+    for (const auto string : kStrings)
+        reader.string(settings.*string);
+    if (!reader.good() || !reader.atEnd() || !numbersInRange(settings))
+        return std::nullopt;
+    return settings;
+}
+
+}  // namespace vextra

@@ -1,0 +1,588 @@
+#!/usr/bin/env python3
+"""Measures the built broker beside the least that could do its work, and prints one table.
+
+Nothing here is a test: a figure over its target is printed as such, and the exit status only tells whether
+everything could be measured. docs/benchmarks.md says what the figures mean.
+"""
+import argparse
+import contextlib
+import functools
+import json
+import mmap
+import os
+import pathlib
+import platform
+import re
+import shutil
+import signal
+import statistics
+import subprocess
+import sys
+import threading
+import time
+
+HERE = pathlib.Path(__file__).resolve().parent
+SESSION_SCRIPT = HERE.parent / "support" / "wine" / "session"
+BROKER = "CameraVirtualVextraMF.exe"
+
+FRAMES_PER_SECOND = 16
+SETTLE_S = 3  # a network stream begins with a backlog
+PATIENCE_S = 20
+LEASE_ID = 0x42454E4348
+STATE_STOPPED, STATE_LIVE = 0, 2
+
+# Wine's coarse clock may lag the kernel's by up to 17 ms, and a heartbeat in the future does not count.
+CLOCK_LAG_MS = 20
+
+FPS_TOLERANCE = 0.1
+CPU_FACTOR = 1.5
+IDLE_PRIVATE_MIB = 24
+ACTIVE_PRIVATE_MIB = 40
+GROWTH_MIB = 0.25  # Wine's own heap is not still either
+FIRST_LIVE_MS = 150
+IDLE_PASSES_PER_SECOND = (18, 21)
+WINDOW_FACTOR = 1.5  # a timer tick costs Wine two to four switches, as the load is
+
+
+class BenchError(Exception):
+    pass
+
+
+def say(text):
+    print(f"-- {text} (load {os.getloadavg()[0]:.1f})", flush=True)
+
+
+def wait_for(condition, what, timeout_s=PATIENCE_S, pause_s=0.002):
+    deadline = time.monotonic() + timeout_s
+    while not (value := condition()):
+        if time.monotonic() > deadline:
+            raise BenchError(f"waited {timeout_s} s for {what}")
+        time.sleep(pause_s)
+    return value
+
+
+# --- Linux's view of a process ------------------------------------------------------------------------------
+
+
+@functools.cache
+def tick_ms():
+    return 1000 / os.sysconf("SC_CLK_TCK")
+
+
+def cpu_ms(pid):
+    """User and kernel time of the process, ended threads included."""
+    fields = pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()
+    return (int(fields[11]) + int(fields[12])) * tick_ms()
+
+
+def threads(pid):
+    """By id: name, voluntary switches, and CPU time in ns."""
+    found = {}
+    for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
+        with contextlib.suppress(FileNotFoundError):
+            switches = re.search(r"^voluntary_ctxt_switches:\s*(\d+)", (task / "status").read_text(), re.M)
+            found[int(task.name)] = ((task / "comm").read_text().strip(), int(switches[1]),
+                                     int((task / "schedstat").read_text().split()[0]))
+    return found
+
+
+def memory(pid):
+    """Private: clean and dirty pages. Clean ones of a library become shared when anybody else maps it too, so
+    that growth shows in the dirty ones alone."""
+    text = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
+    mib = {key: int(kib) / 1024 for key, kib in re.findall(r"^(\w+):\s*(\d+) kB", text, re.M)}
+    return {"privateMib": mib["Private_Clean"] + mib["Private_Dirty"], "dirtyMib": mib["Private_Dirty"]}
+
+
+def thread_rates(pid, seconds):
+    """Per thread that lived through the time: name, switches and CPU ms per second."""
+    before, start = threads(pid), time.monotonic()
+    time.sleep(seconds)
+    after, elapsed = threads(pid), time.monotonic() - start
+    return {tid: {"name": name, "switches": (switches - before[tid][1]) / elapsed,
+                  "cpuMs": (cpu_ns - before[tid][2]) / 1e6 / elapsed}
+            for tid, (name, switches, cpu_ns) in after.items() if tid in before}
+
+
+# --- The session --------------------------------------------------------------------------------------------
+
+
+def windows_path(path):
+    return "Z:" + str(path.resolve()).replace("/", "\\")
+
+
+class Session:
+    def __init__(self, folder, out):
+        self.folder, self.out = folder.resolve(), out.resolve()
+        self.prefix = self.folder / "prefix"
+        self.errors = open(self.folder / "bench-errors.log", "w")
+        (self.local_app_data,) = self.prefix.glob("drive_c/users/*/AppData/Local")
+        environment = (self.folder / "session.env").read_text()
+        self.server_pid = int(re.search(r"^SESSION_SERVER_PID=(\d+)", environment, re.M)[1])
+
+    def start(self, program, *arguments, elevated=False):
+        options = ["--elevated"] if elevated else []
+        command = [SESSION_SCRIPT, "run", self.folder, *options, program, *arguments]
+        return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=self.errors,
+                                text=True)
+
+    def run(self, program, *arguments, elevated=False, timeout_s=PATIENCE_S):
+        process = self.start(program, *arguments, elevated=elevated)
+        try:
+            output, _ = process.communicate(timeout=timeout_s)
+        finally:
+            end(process)
+        if process.returncode != 0:
+            raise BenchError(f"{program.name} ended with {process.returncode}")
+        return output
+
+    def pid_of(self, program):
+        """The Linux id of the one process of the session that runs this program."""
+        wanted = f"WINEPREFIX={self.prefix}".encode()
+        for folder in pathlib.Path("/proc").glob("[0-9]*"):
+            with contextlib.suppress(OSError):
+                # The kernel keeps 15 characters of the name.
+                if (folder / "comm").read_text().strip() == program.name[:15] and \
+                        wanted in (folder / "environ").read_bytes().split(b"\0"):
+                    return int(folder.name)
+        return None
+
+    def provision(self, root):
+        self.run(self.tool("vextra-provision.exe"), "--open-demand-to-owner",
+                 "--install-dir", windows_path(root), elevated=True)
+
+    def tool(self, name):
+        return self.out / "tools" / name
+
+    def test_program(self, name):
+        return self.out / "tests" / name
+
+
+def end(process):
+    """The launcher takes all that it started with it."""
+    if process.poll() is None:
+        process.send_signal(signal.SIGKILL)
+    process.wait()
+
+
+class Bridge:
+    """The camera's side of both shared files."""
+
+    def __init__(self, session):
+        (folder,) = session.prefix.glob("drive_c/ProgramData/Vextra/CameraVirtualMFBeta/S-1-5-21-*")
+        self._frame = self._map(folder / "latest.frame", mmap.PROT_READ)
+        self._demand = self._map(folder / "demand.bin", mmap.PROT_READ | mmap.PROT_WRITE).cast("Q")
+
+    @staticmethod
+    def _map(path, protection):
+        with open(path, "r+b") as file:
+            return memoryview(mmap.mmap(file.fileno(), 0, prot=protection))
+
+    @property
+    def state(self):
+        return self._frame[28:32].cast("I")[0]
+
+    @property
+    def frame_counter(self):
+        return self._frame[40:48].cast("Q")[0]
+
+    def _beat(self):
+        self._demand[1] = time.clock_gettime_ns(time.CLOCK_MONOTONIC_RAW) // 1_000_000 - CLOCK_LAG_MS
+
+    @contextlib.contextmanager
+    def lease(self):
+        """Holds slot 0; nobody else of this session takes leases. The broker stops after the end of it."""
+        released = threading.Event()
+
+        def beat():
+            while not released.wait(0.5):
+                self._beat()
+
+        heart = threading.Thread(target=beat)
+        self._demand[0] = LEASE_ID
+        self._beat()
+        heart.start()
+        try:
+            yield
+        finally:
+            released.set()
+            heart.join()
+            self._demand[1] = 0
+            self._demand[0] = 0
+        wait_for(lambda: self.state == STATE_STOPPED, "the broker to stop")
+
+    def wait_for_live(self, pause_s=0.002):
+        wait_for(lambda: self.state == STATE_LIVE, "a live frame", pause_s=pause_s)
+
+
+class Broker:
+    """A running broker: hidden unless told otherwise, with the synthetic source unless the profile counts."""
+
+    def __init__(self, session, root, visible=False, synthetic=True):
+        self.session, self.root, self.executable = session, root, root / "bin" / BROKER
+        self.options = ([] if visible else ["--background"]) + (["--test-pattern"] if synthetic else [])
+        data = session.local_app_data / "Vextra" / "CameraVirtualMFBeta"
+        self.log, self.lock = data / "diagnostic.log", data / "app.lock"
+
+    def __enter__(self):
+        # Only the installed broker can be told to shut down.
+        self.session.provision(self.root)
+        self.log.unlink(missing_ok=True)
+        self.process = self.session.start(self.executable, *self.options)
+        try:
+            wait_for(lambda: self.log.exists() and "AUTOMATIC_IDLE_READY" in self.log.read_text(),
+                     "the broker to be ready")
+            self.pid = wait_for(lambda: self.session.pid_of(self.executable), "the broker's process")
+        except BaseException:
+            end(self.process)
+            raise
+        return self
+
+    def __exit__(self, kind, *_):
+        try:
+            if kind is None:
+                self.session.run(self.executable, "--shutdown-broker")
+                status = self.process.wait(PATIENCE_S)
+                if status != 0:
+                    raise BenchError(f"the broker ended with {status}")
+        finally:
+            end(self.process)
+
+    def probe(self):
+        windows_pid = int.from_bytes(self.lock.read_bytes(), "little")
+        output = self.session.run(self.session.test_program("bench-handle-count.exe"), str(windows_pid))
+        return {"handles": int(output.partition("=")[2]), "threads": len(threads(self.pid)),
+                **memory(self.pid)}
+
+
+class BareReader:
+    """bare_reader_win.cpp, running. What it printed is read as it comes, with the time."""
+
+    def __init__(self, session, decoder, url=None, frames=None):
+        self.session, self.program = session, session.test_program("bench-bare-reader.exe")
+        self.arguments = [windows_path(decoder)]
+        self.arguments += ["--url", url] if url else []
+        self.arguments += ["--frames", str(frames)] if frames else []
+        self.first_frame_ms = None
+        self.frame, self.frame_at = 0, 0.0
+
+    def __enter__(self):
+        self.process = self.session.start(self.program, *self.arguments)
+        self.reader = threading.Thread(target=self._read)
+        self.reader.start()
+        try:
+            wait_for(lambda: self.first_frame_ms, "the bare reader's first frame")
+            self.pid = self.session.pid_of(self.program)
+        except BaseException:
+            self.__exit__()
+            raise
+        return self
+
+    def _read(self):
+        for line in self.process.stdout:
+            key, _, value = line.strip().partition("=")
+            if key == "first_frame_ms":
+                self.first_frame_ms = float(value)
+            elif key == "frame":
+                self.frame, self.frame_at = int(value), time.monotonic()
+
+    def __exit__(self, *_):
+        end(self.process)
+        self.reader.join()
+
+    def next_report(self):
+        seen = self.frame
+        wait_for(lambda: self.frame != seen, "the bare reader's next frames")
+        return self.frame, self.frame_at
+
+
+# --- What is measured ---------------------------------------------------------------------------------------
+
+
+class Bench:
+    def __init__(self, session, camera_rtsp, quick):
+        self.session, self.camera_rtsp, self.quick = session, camera_rtsp, quick
+        self.root = session.out
+        self.decoder = self.root / "deps" / "ffmpeg.exe"
+        self.hold_s = 10 if quick else 60
+        self.rows, self.details = [], {}
+
+    def row(self, what, measured, target="", ok=None):
+        """ok: None for a figure that is only told."""
+        verdict = "" if ok is None else "ok" if ok else "over"
+        self.rows.append({"what": what, "measured": measured, "target": target, "verdict": verdict})
+        print(f"   {what}: {measured}", flush=True)
+
+    def run(self):
+        self.prepare()
+        self.sources()
+        self.exact_count()
+        self.cpu()
+        self.idle()
+        self.first_live()
+        self.episodes()
+
+    def prepare(self):
+        self.session.provision(self.root)
+        profile = self.session.local_app_data / "Vextra" / "CameraVirtualMF" / "source.private.ini"
+        profile.parent.mkdir(parents=True, exist_ok=True)
+        profile.write_text(f"[source]\r\nurl={self.camera_rtsp}\r\ntransport=tcp\r\n", newline="")
+        self.bridge = Bridge(self.session)
+        stub = self.session.folder / "stub"
+        shutil.rmtree(stub, ignore_errors=True)
+        decoder = self.session.test_program("stub-decoder.exe")
+        for source, target in ((self.root / "bin" / BROKER, stub / "bin" / BROKER),
+                               (decoder, stub / "deps" / "ffmpeg.exe")):
+            target.parent.mkdir(parents=True)
+            shutil.copy(source, target)
+        self.stub = stub
+
+    def tell_stub(self, lines):
+        (self.stub / "deps" / "stub-decoder.txt").write_text(lines)
+
+    def consumer(self, *arguments):
+        program = self.session.tool("vextra-consumer.exe")
+        return self.session.start(program, "watch", "--json", "-", *arguments)
+
+    @staticmethod
+    def consumer_stats(process, timeout_s):
+        try:
+            output, _ = process.communicate(timeout=timeout_s)
+        finally:
+            end(process)
+        if process.returncode != 0:
+            raise BenchError(f"the consumer ended with {process.returncode}")
+        return json.loads(output.splitlines()[-1])
+
+    def sources(self):
+        for name, url in (("synthetic source", None), ("RTSP over TCP", self.camera_rtsp)):
+            say(f"{name}: {self.hold_s} s bare, {self.hold_s} s through the broker")
+            with BareReader(self.session, self.decoder, url) as bare:
+                time.sleep(SETTLE_S)
+                first, first_at = bare.next_report()
+                time.sleep(self.hold_s)
+                last, last_at = bare.next_report()
+            bare_fps = (last - first) / (last_at - first_at)
+            with Broker(self.session, self.root, synthetic=url is None), self.bridge.lease():
+                self.bridge.wait_for_live()
+                time.sleep(SETTLE_S)
+                stats = self.consumer_stats(self.consumer("--no-lease", "--seconds", str(self.hold_s)),
+                                            self.hold_s + PATIENCE_S)
+            self.details[name] = {"bareFps": bare_fps, "consumer": stats}
+            self.row(f"{name}: frames a second over {self.hold_s} s",
+                     f"{stats['fps']:.2f} (bare {bare_fps:.2f})", f"{FRAMES_PER_SECOND} ± {FPS_TOLERANCE}",
+                     abs(stats["fps"] - FRAMES_PER_SECOND) <= FPS_TOLERANCE)
+            faults = {key: stats[key] for key in ("missed", "torn", "stale")}
+            self.row(f"{name}: missed, torn, stale", ", ".join(map(str, faults.values())), "0, 0, 0",
+                     not any(faults.values()))
+
+    def exact_count(self):
+        frames = self.hold_s * FRAMES_PER_SECOND
+        say(f"exactly {frames} frames, then silence")
+        self.tell_stub(f"frames={frames}\nframesPerSecond={FRAMES_PER_SECOND}\nthen=hang\n")
+        with Broker(self.session, self.stub):
+            # The consumer's own lease, so that it is there before the first frame. It gives up before the
+            # broker would start the silent decoder again.
+            stats = self.consumer_stats(
+                self.consumer("--seconds", str(self.hold_s + 5), "--frames", str(frames)),
+                self.hold_s + PATIENCE_S)
+            wait_for(lambda: self.bridge.state == STATE_STOPPED, "the broker to stop")
+            published = self.bridge.frame_counter
+        self.details["exactCount"] = {"written": frames, "published": published, "consumer": stats}
+        self.row("frames written by the decoder and published", f"{frames}, {published}", "the same",
+                 published == frames)
+        seen = stats["frames"], stats["missed"], stats["torn"]
+        self.row("the same frames: read, missed, torn", ", ".join(map(str, seen)), f"{frames}, 0, 0",
+                 seen == (frames, 0, 0))
+
+    # CPU
+
+    def bare_cpu(self, seconds):
+        with BareReader(self.session, self.decoder) as bare:
+            time.sleep(SETTLE_S)
+            return self.cpu_of(bare.pid, lambda: bare.next_report()[0], seconds)
+
+    def broker_cpu(self, seconds, visible=False):
+        with Broker(self.session, self.root, visible) as broker, self.bridge.lease():
+            self.bridge.wait_for_live()
+            time.sleep(SETTLE_S)
+            return self.cpu_of(broker.pid, lambda: self.bridge.frame_counter, seconds)
+
+    def cpu_of(self, pid, frames, seconds):
+        """Frames, the process's CPU ms for them, and Wine's server's in the same time."""
+        first, own, server = frames(), cpu_ms(pid), cpu_ms(self.session.server_pid)
+        time.sleep(seconds)
+        last, own_end, server_end = frames(), cpu_ms(pid), cpu_ms(self.session.server_pid)
+        return last - first, own_end - own, server_end - server
+
+    def cpu(self):
+        rounds, seconds = (1, 10) if self.quick else (3, 20)
+        say(f"CPU time: {rounds} x {seconds} s bare, hidden and visible in turns")
+        kinds = {"bare": self.bare_cpu, "hidden": self.broker_cpu,
+                 "visible": functools.partial(self.broker_cpu, visible=True)}
+        samples = {kind: [] for kind in kinds}
+        for _ in range(rounds):
+            for kind, measure in kinds.items():
+                samples[kind].append(measure(seconds))
+        names = "frames", "cpuMs", "wineServerMs"
+        self.details["cpu"] = {kind: [dict(zip(names, sample)) for sample in taken]
+                               for kind, taken in samples.items()}
+        own, server = {}, {}
+        for kind, taken in samples.items():
+            frames = sum(sample[0] for sample in taken)
+            own[kind] = sum(sample[1] for sample in taken) / frames
+            server[kind] = sum(sample[2] for sample in taken) / frames
+        self.row("CPU a frame, bare reader", f"{own['bare']:.2f} ms")
+        for kind in ("hidden", "visible"):
+            ratio = own[kind] / own["bare"]
+            judged = (f"{CPU_FACTOR} x bare", ratio <= CPU_FACTOR) if kind == "hidden" else ()
+            self.row(f"CPU a frame, broker {kind}", f"{own[kind]:.2f} ms ({ratio:.2f} x)", *judged)
+        self.row("Wine's server for it: bare, hidden, visible",
+                 ", ".join(f"{server[kind]:.2f}" for kind in kinds) + " ms")
+
+    # Idle
+
+    def reference(self, seconds):
+        """Thread rates and private memory of the idle reference, and its passes a second."""
+        program = self.session.test_program("bench-idle-reference.exe")
+        process = self.session.start(program, str(seconds + 3))
+        try:
+            pid = wait_for(lambda: self.session.pid_of(program), "the idle reference")
+            time.sleep(2)
+            rates, private_mib = thread_rates(pid, seconds), memory(pid)["privateMib"]
+            output, _ = process.communicate(timeout=PATIENCE_S)
+        finally:
+            end(process)
+        return self.own_threads(pid, rates), private_mib, float(output.partition("=")[2])
+
+    @staticmethod
+    def own_threads(pid, rates):
+        """The main thread, the worker, and whatever else is awake; Wine's pool has a name of its own."""
+        rest = sorted((tid for tid in rates if tid != pid and not rates[tid]["name"].startswith("wine_")),
+                      key=lambda tid: rates[tid]["switches"], reverse=True)
+        if not rest:
+            raise BenchError("an idle process without its worker thread")
+        others = {f"{rates[tid]['name']} {tid}": rates[tid]["switches"] for tid in rates
+                  if tid not in (pid, rest[0])}
+        return {"main": rates[pid], "worker": rates[rest[0]], "othersOfOurs": len(rest) - 1, "others": others,
+                "cpuMs": sum(rate["cpuMs"] for rate in rates.values())}
+
+    def idle(self):
+        seconds = 10 if self.quick else 20
+        say(f"idle: {seconds} s of the reference, {seconds} s of the broker")
+        reference, reference_mib, reference_passes = self.reference(seconds)
+        with Broker(self.session, self.root) as broker:
+            time.sleep(2)
+            log_bytes = broker.log.stat().st_size
+            idle = self.own_threads(broker.pid, thread_rates(broker.pid, seconds))
+            logged = broker.log.stat().st_size - log_bytes
+            private_mib = broker.probe()["privateMib"]
+        # Each wait costs a thread the same number of switches in both programs.
+        passes = reference_passes * idle["worker"]["switches"] / reference["worker"]["switches"]
+        others = sum(idle["others"].values())
+        low, high = IDLE_PASSES_PER_SECOND
+        self.details["idle"] = {"reference": reference, "referencePasses": reference_passes, "broker": idle,
+                                "referencePrivateMib": reference_mib, "privateMib": private_mib,
+                                "loggedBytes": logged}
+        self.row("idle: passes of the Supervisor a second", f"{passes:.1f} (bare {reference_passes:.1f})",
+                 f"{low} to {high}", low <= passes <= high)
+        window = idle["main"]["switches"], reference["main"]["switches"]
+        self.row("idle: switches of the window's thread a second", f"{window[0]:.1f} (bare {window[1]:.1f})",
+                 f"{WINDOW_FACTOR} x bare", window[0] <= WINDOW_FACTOR * window[1])
+        self.row("idle: further threads of ours; switches a second of Wine's",
+                 f"{idle['othersOfOurs']}; {others:.1f}", "0", idle["othersOfOurs"] == 0)
+        self.row("idle: bytes logged", str(logged), "0", logged == 0)
+        self.row("idle: CPU a second", f"{idle['cpuMs']:.1f} ms (bare {reference['cpuMs']:.1f} ms)")
+        self.row("idle: private memory", f"{private_mib:.1f} MiB (bare {reference_mib:.1f} MiB)",
+                 f"below {IDLE_PRIVATE_MIB} MiB", private_mib < IDLE_PRIVATE_MIB)
+
+    def first_live(self):
+        rounds = 3 if self.quick else 7
+        say(f"first frame: {rounds} x bare and broker in turns")
+        bare, live = [], []
+        with Broker(self.session, self.root):
+            for _ in range(rounds):
+                with BareReader(self.session, self.decoder, frames=1) as reader:
+                    bare.append(reader.first_frame_ms)
+                start = time.monotonic()
+                with self.bridge.lease():
+                    self.bridge.wait_for_live(pause_s=0.0005)
+                    live.append((time.monotonic() - start) * 1000)
+        self.details["firstLiveMs"] = {"bare": bare, "broker": live}
+        bare_ms, live_ms = statistics.median(bare), statistics.median(live)
+        self.row("from the lease to the first live frame",
+                 f"{live_ms:.0f} ms (bare {bare_ms:.0f} ms from the decoder's start)",
+                 f"bare + {FIRST_LIVE_MS} ms", live_ms - bare_ms <= FIRST_LIVE_MS)
+
+    def episodes(self):
+        early, late = 5, 20 if self.quick else 200
+        say(f"{late} demand episodes")
+        self.tell_stub(f"frames=endless\nframesPerSecond={FRAMES_PER_SECOND}\n")
+        samples = {}
+        with Broker(self.session, self.stub) as broker:
+            for episode in range(1, late + 1):
+                with self.bridge.lease():
+                    self.bridge.wait_for_live()
+                    time.sleep(0.3)
+                    if episode in (early, late):
+                        samples[f"active {episode}"] = broker.probe()
+                for record in (self.stub / "deps").glob("start-*.record"):
+                    record.unlink()
+                if episode in (early, late) or episode % 50 == 0:
+                    time.sleep(1)
+                    samples[f"idle {episode}"] = broker.probe()
+        self.details["episodes"] = samples
+        active = max(samples[f"active {episode}"]["privateMib"] for episode in (early, late))
+        self.row("active: private memory", f"{active:.1f} MiB", f"below {ACTIVE_PRIVATE_MIB} MiB",
+                 active < ACTIVE_PRIVATE_MIB)
+        before, after = samples[f"idle {early}"], samples[f"idle {late}"]
+        when = f"idle after {early} and {late} episodes"
+        self.row(f"{when}: dirty private memory", f"{before['dirtyMib']:.2f}, {after['dirtyMib']:.2f} MiB",
+                 f"+ {GROWTH_MIB} MiB at most", after["dirtyMib"] - before["dirtyMib"] <= GROWTH_MIB)
+        for what in ("handles", "threads"):
+            self.row(f"{when}: {what}", f"{before[what]}, {after[what]}", "the same",
+                     before[what] == after[what])
+
+
+# --- Report -------------------------------------------------------------------------------------------------
+
+
+def print_table(rows):
+    columns = ("what", "measured", "target", "verdict")
+    widths = [max(len(column), *(len(row[column]) for row in rows)) for column in columns]
+    print()
+    for cells in (columns, ["-" * width for width in widths], *(row.values() for row in rows)):
+        print(" | ".join(cell.ljust(width) for cell, width in zip(cells, widths)).rstrip())
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--session", type=pathlib.Path, required=True, help="folder of a running session")
+    parser.add_argument("--out", type=pathlib.Path, required=True,
+                        help="build folder, laid out as an installation")
+    parser.add_argument("--camera-rtsp", required=True, metavar="URL", help="an endless RTSP stream")
+    parser.add_argument("--quick", action="store_true", help="shorter, and less exact")
+    options = parser.parse_args()
+
+    results = options.out.parent / "bench" / "results.json"
+    results.parent.mkdir(parents=True, exist_ok=True)
+    bench = Bench(Session(options.session, options.out), options.camera_rtsp, options.quick)
+    load = os.getloadavg()
+    start = time.monotonic()
+    try:
+        bench.run()
+    except (BenchError, OSError, subprocess.TimeoutExpired) as error:
+        print(f"bench: {error}", file=sys.stderr)
+        return 1
+    finally:
+        results.write_text(json.dumps({
+            "rows": bench.rows, "details": bench.details, "quick": options.quick,
+            "seconds": round(time.monotonic() - start), "loadBefore": load, "loadAfter": os.getloadavg(),
+            "processors": os.cpu_count(), "kernel": platform.release()}, indent=2) + "\n")
+    print_table(bench.rows)
+    print(f"\nload before {load[0]:.1f}, after {os.getloadavg()[0]:.1f}; all figures: {results}")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

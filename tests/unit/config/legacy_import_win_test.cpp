@@ -1,0 +1,165 @@
+#include "config/legacy_import.h"
+
+#include <gtest/gtest.h>
+
+#include <cwchar>
+#include <optional>
+
+#include "broker_fixture_win.h"
+#include "config/settings_store.h"
+
+namespace vextra {
+namespace {
+
+constexpr wchar_t kCustomUrl[] = L"CAMERA_VIRTUAL_VEXTRA_CUSTOM_URL";
+constexpr wchar_t kLatency[] = L"CAMERA_VIRTUAL_VEXTRA_GSTREAMER_LATENCY_MS";
+
+// Begins with a record that validates whatever the other fields say.
+class LegacyEnvironment : public testing::Test {
+protected:
+    LegacyEnvironment() { settings.source = SourceKind::kSyntheticTest; }
+
+    BrokerSettings settings;
+};
+
+TEST_F(LegacyEnvironment, WithoutVariablesChangesNothing) {
+    EXPECT_TRUE(importLegacyEnvironment(settings));
+    EXPECT_TRUE(settings.customUrl.empty());
+}
+
+TEST_F(LegacyEnvironment, IsRead) {
+    const ScopedVariable source(L"CAMERA_VIRTUAL_VEXTRA_SOURCE", L"custom");
+    const ScopedVariable url(kCustomUrl, L"rtsp://câmera/•?x=%20");
+    const ScopedVariable latency(kLatency, L"0");
+    EXPECT_TRUE(importLegacyEnvironment(settings));
+    EXPECT_EQ(settings.source, SourceKind::kCustomUrl);
+    EXPECT_EQ(settings.customUrl.view(), L"rtsp://câmera/•?x=%20");
+    EXPECT_EQ(settings.latencyMs, 0u);
+}
+
+TEST_F(LegacyEnvironment, TakesValuesOf1To8192Characters) {
+    settings.customUrl.assign(L"old");
+    const std::wstring longest(8192, L'x');
+    const struct {
+        std::wstring value, taken;
+    } kCases[] = {{L"", L"old"},
+                  {L"y", L"y"},
+                  {longest, longest},
+                  {longest + L"x", L"old"},
+                  {longest + longest, L"old"},
+                  {std::wstring(32'000, L'x'), L"old"}};
+    for (const auto& [value, taken] : kCases) {
+        settings.customUrl.assign(L"old");
+        const ScopedVariable url(kCustomUrl, value.c_str());
+        EXPECT_TRUE(importLegacyEnvironment(settings));
+        EXPECT_EQ(settings.customUrl.view(), taken) << value.size();
+    }
+}
+
+// The same values as the C library's, and the same ones refused.
+TEST_F(LegacyEnvironment, ReadsNumbersAsTheSystemDoes) {
+    for (const wchar_t* text : {L"0",
+                                L"5000",
+                                L"5001",
+                                L"007",
+                                L" 12",
+                                L"\t9",
+                                L"\v\f\r\n9",
+                                L"+8",
+                                L"-0",
+                                L"-1",
+                                L"-4294967295",
+                                L"-4294967246",
+                                L"4294967295",
+                                L"4294967296",
+                                L"-4294967296",
+                                L"-4294967297",
+                                L"18446744073709551615",
+                                L"-18446744073709551615",
+                                L"18446744073709551616",
+                                L"99999999999999999999999",
+                                L"7s",
+                                L"7 ",
+                                L"0x10",
+                                L"+",
+                                L"-",
+                                L" ",
+                                L"--1",
+                                L"+-1",
+                                L"1e3",
+                                L"\x0661",
+                                L"\xFF11",
+                                L"\x00A0"
+                                L"1",
+                                L"\x3000"
+                                L"1"}) {
+        wchar_t* end = nullptr;
+        const unsigned long value = std::wcstoul(text, &end, 10);
+        const bool whole = *end == L'\0';
+        settings.latencyMs = 33;
+        const ScopedVariable latency(kLatency, text);
+        const bool imported = importLegacyEnvironment(settings);
+        EXPECT_EQ(settings.latencyMs, whole ? value : 33u) << text;
+        EXPECT_EQ(imported, whole && value <= kMaxLatencyMs) << text;
+    }
+}
+
+class Migration : public testing::Test {
+protected:
+    void writeProfile(std::string_view text) const { writeFile(profile, text); }
+    BrokerSettings migrate() const {
+        BrokerSettings settings;
+        migratePrivateProfile(settings, store.path(), legacy.path());
+        return settings;
+    }
+    std::optional<BrokerSettings> stored() const {
+        BrokerSettings settings;
+        bool fromBackup = false;
+        return loadSettings(store.path(), settings, fromBackup) ? std::optional(settings) : std::nullopt;
+    }
+
+    TemporaryFolder store, legacy;
+    const std::wstring profile = legacy / L"source.private.ini";
+};
+
+TEST_F(Migration, KeepsAUsableProfile) {
+    const std::string text = "[source]\r\nurl=rtsp://u:p@cam/x\r\ntransport=udp\r\n; a note\r\n";
+    writeProfile(text);
+    const BrokerSettings settings = migrate();
+    EXPECT_EQ(settings.profileUrl.view(), L"rtsp://u:p@cam/x");
+    EXPECT_TRUE(settings.rtspUdp);
+    ASSERT_TRUE(stored());
+    EXPECT_EQ(stored()->source, SourceKind::kInternalProfile);
+    EXPECT_EQ(stored()->profileUrl.view(), L"rtsp://u:p@cam/x");
+    EXPECT_TRUE(stored()->rtspUdp);
+    EXPECT_EQ(stored()->latencyMs, 50u);
+    EXPECT_EQ(readFile(profile), text);
+}
+
+TEST_F(Migration, TakesUdpInUpperCaseAsTcp) {
+    writeProfile("[source]\r\nurl=rtsp://cam/x\r\ntransport=UDP\r\n");
+    migrate();
+    ASSERT_TRUE(stored());
+    EXPECT_FALSE(stored()->rtspUdp);
+}
+
+TEST_F(Migration, KeepsNothingWithoutAUsableAddress) {
+    migrate();
+    EXPECT_FALSE(fileExists(store / L"settings.dpapi"));
+    for (const char* url : {"", "rtsp://", "ftp://h/x", "rtsp://h/a b", "nonsense"}) {
+        writeProfile(std::string("[source]\r\nurl=") + url + "\r\n");
+        migrate();
+        EXPECT_FALSE(fileExists(store / L"settings.dpapi")) << url;
+    }
+}
+
+TEST_F(Migration, UsesARecordThatCouldNotBeSaved) {
+    writeProfile("[source]\r\nurl=rtsp://cam/x\r\n");
+    writeFile(store / L"settings.dpapi.new", "in the way");
+    EXPECT_EQ(migrate().profileUrl.view(), L"rtsp://cam/x");
+    EXPECT_FALSE(stored());
+    EXPECT_EQ(readFile(store / L"settings.dpapi.new"), "in the way");
+}
+
+}  // namespace
+}  // namespace vextra
