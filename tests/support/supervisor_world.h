@@ -163,6 +163,15 @@ protected:
         ASSERT_EQ(world.shared.reconnects, count);
     }
 
+    // From the pass that gave the producer up, the last one, to the next attempt.
+    Tick waitBeforeNextStart() {
+        const Tick lost = world.now - kActivePassMs;
+        const int startsBefore = world.starts;
+        while (world.starts == startsBefore && world.now < lost + 20'000)
+            world.pass(supervisor);
+        return world.startedAt - lost;
+    }
+
     World world;
     Supervisor supervisor = world.make();
 };

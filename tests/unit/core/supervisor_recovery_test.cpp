@@ -141,10 +141,7 @@ TEST_F(SupervisorTest, ThirtyTwoGoodFramesClearTheFailures) {
         world.pass(supervisor);
     world.script = {-1};
     passUntilReconnects(2);
-    const Tick lost = world.now - kActivePassMs;
-    while (world.starts < 3)
-        world.pass(supervisor);
-    EXPECT_EQ(world.startedAt - lost, 1000u);
+    EXPECT_EQ(waitBeforeNextStart(), 1000u);
 }
 
 TEST_F(SupervisorTest, ThirtyOneGoodFramesDoNot) {
@@ -155,10 +152,7 @@ TEST_F(SupervisorTest, ThirtyOneGoodFramesDoNot) {
         world.pass(supervisor);
     world.script = {-1};
     passUntilReconnects(2);
-    const Tick lost = world.now - kActivePassMs;
-    while (world.starts < 3)
-        world.pass(supervisor);
-    EXPECT_EQ(world.startedAt - lost, 2000u);
+    EXPECT_EQ(waitBeforeNextStart(), 2000u);
 }
 
 TEST_F(SupervisorTest, ANewEpisodeStartsWithACleanSlate) {
@@ -192,10 +186,7 @@ TEST_F(SupervisorTest, GoodFramesOfAnEarlierGenerationDoNotCount) {
         world.pass(supervisor);
     world.script = {-1};
     passUntilReconnects(2);
-    const Tick lost = world.now - kActivePassMs;
-    while (world.starts < 3)
-        world.pass(supervisor);
-    EXPECT_EQ(world.startedAt - lost, 2000u);
+    EXPECT_EQ(waitBeforeNextStart(), 2000u);
 }
 
 // --- Automatic backend ---
