@@ -18,6 +18,7 @@
 #include "base/token_win.h"
 #include "bridge/bridge_layout.h"
 #include "bridge/bridge_location.h"
+#include "start_process_win.h"
 
 namespace vextra {
 
@@ -138,10 +139,6 @@ inline bool isHeldOpen(const std::wstring& path) {
 }
 
 // --- The process's surroundings ----------------------------------------------------------------------------
-
-inline bool runsUnderWine() {
-    return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
-}
 
 // Takes a variable away when `value` is null.
 class ScopedVariable {

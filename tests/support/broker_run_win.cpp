@@ -57,8 +57,11 @@ UniqueHandle BrokerRun::launch(const std::wstring& options, DWORD* processId) {
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION started{};
-    if (!CreateProcessW(executable_.c_str(), commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                        &startup, &started)) {
+    const bool running = startProcess([&] {
+        return CreateProcessW(executable_.c_str(), commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr,
+                              nullptr, &startup, &started);
+    });
+    if (!running) {
         ADD_FAILURE() << "the broker could not be started: " << GetLastError();
         return {};
     }

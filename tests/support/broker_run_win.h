@@ -23,8 +23,8 @@ std::wstring builtFile(std::wstring_view name);
 // Polls until `condition` holds; false when `timeoutMs` passed first.
 bool waitUntil(const std::function<bool()>& condition, std::uint32_t timeoutMs);
 
-// A copy of the built broker in an install root, the folders of its user, and the processes started from it. Ends
-// what still runs. One at a time: lock, window class and signal are per user.
+// A copy of the built broker in an install root, the folders of its user, and the processes started from it.
+// Ends what still runs. One at a time: lock, window class and signal are per user.
 class BrokerRun {
 public:
     // `localAppData` need not exist; the broker is told of it by the environment of this process.

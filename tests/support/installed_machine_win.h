@@ -1,6 +1,6 @@
-// A machine on which the installer has been for this user, as other processes see it: the broker's key in the real
-// HKEY_LOCAL_MACHINE, a program data folder of the test's own, and both shared files. Undone when it ends. One at a
-// time on a machine; a broker that is really installed there would lose its key.
+// A machine on which the installer has been for this user, as other processes see it: the broker's key in the
+// real HKEY_LOCAL_MACHINE, a program data folder of the test's own, and both shared files. Undone when it
+// ends. One at a time on a machine; a broker that is really installed there would lose its key.
 #pragma once
 
 #include "broker_fixture_win.h"
@@ -47,7 +47,8 @@ private:
         makeFile(path, sizeBytes);
     }
     static void set(const wchar_t* name, DWORD type, const void* data, DWORD bytes) {
-        const LSTATUS status = RegSetKeyValueW(HKEY_LOCAL_MACHINE, kBrokerRegistryKey, name, type, data, bytes);
+        const LSTATUS status =
+            RegSetKeyValueW(HKEY_LOCAL_MACHINE, kBrokerRegistryKey, name, type, data, bytes);
         if (status != ERROR_SUCCESS)
             failSetUp("registry value", static_cast<DWORD>(status));
     }

@@ -19,6 +19,7 @@
 
 #include "base/handle_win.h"
 #include "base/text_win.h"
+#include "start_process_win.h"
 
 using vextra::UniqueHandle;
 
@@ -254,10 +255,12 @@ int run(const Options& options) {
     std::wstring line = commandLine(options.command);
     const wchar_t* directory = options.workingDirectory.empty() ? nullptr : options.workingDirectory.c_str();
     PROCESS_INFORMATION started{};
-    const BOOL ok = token ? CreateProcessAsUserW(token.get(), nullptr, line.data(), nullptr, nullptr, TRUE,
-                                                 CREATE_SUSPENDED, nullptr, directory, &startup, &started)
-                          : CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED,
-                                           nullptr, directory, &startup, &started);
+    const bool ok = vextra::startProcess([&] {
+        return token ? CreateProcessAsUserW(token.get(), nullptr, line.data(), nullptr, nullptr, TRUE,
+                                            CREATE_SUSPENDED, nullptr, directory, &startup, &started)
+                     : CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr,
+                                      directory, &startup, &started);
+    });
     if (!ok) {
         return failLastError(L"cannot start " + options.command.front());
     }

@@ -135,8 +135,11 @@ TEST_F(FfmpegProcessTest, StubWouldNoticeAnotherInheritedHandle) {
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION child{};
-    ASSERT_TRUE(CreateProcessW(install_.decoderPath().c_str(), nullptr, nullptr, nullptr, TRUE,
-                               CREATE_NO_WINDOW, nullptr, nullptr, &startup, &child));
+    ASSERT_TRUE(startProcess([&] {
+        return CreateProcessW(install_.decoderPath().c_str(), nullptr, nullptr, nullptr, TRUE,
+                              CREATE_NO_WINDOW, nullptr, nullptr, &startup, &child);
+    })) << "error "
+        << GetLastError();
     const UniqueHandle process(child.hProcess);
     const UniqueHandle thread(child.hThread);
     ASSERT_EQ(WaitForSingleObject(process.get(), static_cast<DWORD>(kPatience.count())), WAIT_OBJECT_0);
