@@ -27,6 +27,7 @@ public:
 
     explicit operator bool() const { return value_ != Traits::invalid(); }
     Value get() const { return value_; }
+    Value operator->() const { return value_; }  // of owners of objects
     Value release() { return std::exchange(value_, Traits::invalid()); }
     void reset(Value value = Traits::invalid()) {
         const Value old = std::exchange(value_, value);

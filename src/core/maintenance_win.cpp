@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "base/com_win.h"
 #include "base/handle_win.h"
 #include "base/token_win.h"
 #include "bridge/bridge_location.h"
@@ -61,7 +62,7 @@ ExitCode shutdownBroker(const std::wstring& dataFolder) {
 // Registers, resets or removes the virtual camera: as far as this build goes, which does not yet know the
 // calls.
 ExitCode operateCamera() {
-    const ComApartment apartment;
+    const ComApartment apartment(COINIT_MULTITHREADED);
     MediaFoundation mediaFoundation;
     if (mediaFoundation.startup() >= 0)
         mediaFoundation.shutdown();

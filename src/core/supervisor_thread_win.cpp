@@ -3,6 +3,7 @@
 #include <system_error>
 #include <utility>
 
+#include "base/com_win.h"
 #include "base/token_win.h"
 #include "base/wait_win.h"
 #include "bridge/bridge_location.h"
@@ -17,7 +18,7 @@ namespace vextra {
 namespace {
 
 void runSupervisor(const SupervisorThreadSetup& setup) {
-    const ComApartment apartment;
+    const ComApartment apartment(COINIT_MULTITHREADED);
     MediaFoundation mediaFoundation;
     const std::int32_t started = mediaFoundation.startup();
     setup.log->write(EventCode::kMfStartup, started);

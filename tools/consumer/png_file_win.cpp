@@ -2,51 +2,15 @@
 
 #include <windows.h>
 
-#include <objbase.h>
 #include <wincodec.h>
 
 #include <vector>
 
-#include "base/handle_win.h"
+#include "base/com_win.h"
 #include "bridge/bridge_layout.h"
 
 namespace vextra {
 namespace {
-
-struct ComObjectTraits {
-    using Value = IUnknown*;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { value->Release(); }
-};
-
-// The owner of one COM reference, with the interface's own type.
-template <typename Interface>
-class ComObject {
-public:
-    Interface* operator->() const { return get(); }
-    Interface* get() const { return static_cast<Interface*>(owner_.get()); }
-    Interface** put() {
-        owner_.reset();
-        return reinterpret_cast<Interface**>(owner_.put());
-    }
-
-private:
-    Unique<ComObjectTraits> owner_;
-};
-
-class ComApartment {
-public:
-    ComApartment() : result_(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
-    ComApartment(const ComApartment&) = delete;
-    ComApartment& operator=(const ComApartment&) = delete;
-    ~ComApartment() {
-        if (SUCCEEDED(result_))
-            CoUninitialize();
-    }
-
-private:
-    const HRESULT result_;
-};
 
 constexpr std::uint32_t kRgbStrideBytes = kFrameWidthPx * 3;
 
@@ -61,10 +25,10 @@ std::vector<BYTE> withoutAlpha(std::span<const std::byte> bgra) {
 }
 
 HRESULT encode(const std::wstring& path, std::vector<BYTE>& bgr) {
-    ComObject<IWICImagingFactory> factory;
-    ComObject<IWICStream> stream;
-    ComObject<IWICBitmapEncoder> encoder;
-    ComObject<IWICBitmapFrameEncode> frame;
+    UniqueCom<IWICImagingFactory> factory;
+    UniqueCom<IWICStream> stream;
+    UniqueCom<IWICBitmapEncoder> encoder;
+    UniqueCom<IWICBitmapFrameEncode> frame;
     WICPixelFormatGUID format = GUID_WICPixelFormat24bppBGR;
     HRESULT result =
         CoCreateInstance(CLSID_WICImagingFactory, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(factory.put()));
@@ -94,7 +58,7 @@ HRESULT encode(const std::wstring& path, std::vector<BYTE>& bgr) {
 bool writePng(const std::wstring& path, std::span<const std::byte> pixels) {
     if (pixels.size() != kFrameBytes)
         return false;
-    const ComApartment apartment;
+    const ComApartment apartment(COINIT_MULTITHREADED);
     std::vector<BYTE> bgr = withoutAlpha(pixels);
     return SUCCEEDED(encode(path, bgr));
 }
