@@ -149,8 +149,9 @@ ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders
     fillPlaceholderFrame(shared.previewFrame);
     const UniqueHandle wakeEvent(CreateEventW(nullptr, FALSE, FALSE, nullptr));
 
-    MainWindow window(shared, log, wakeEvent.get());
-    if (!wakeEvent || !window.create(instance))
+    MainWindow window(instance, {&shared, &log, wakeEvent.get(), folders.data,
+                                 start.sourceUsable ? Panel::kCamera : Panel::kSettings});
+    if (!wakeEvent || !window.create())
         return ExitCode::kFailed;
     window.startClock(options.testSeconds);
     std::thread supervisor =

@@ -66,6 +66,9 @@ struct SharedStatus {
 // The picture that stands for "no frame yet": a dark field with a bar. Fills kFrameBytes of BGRA. Pure.
 void fillPlaceholderFrame(std::vector<std::byte>& frame);
 
+// Whether the last frame still counts as the present; not when there was none. Pure.
+bool frameIsRecent(Tick lastFrameTick, Tick now);
+
 // What the user reads about the state. Pure.
 struct StatusView {
     BrokerStatus status = BrokerStatus::kIdle;
@@ -75,5 +78,9 @@ struct StatusView {
 };
 std::wstring_view statusLabel(const StatusView& view);
 std::wstring_view backendLabel(std::uint32_t effectiveBackend);
+// The same for the diagnostic report, which says what "none" means.
+std::wstring_view reportBackendLabel(std::uint32_t effectiveBackend);
+// The kind of source without anything of its address.
+std::wstring_view protectedSourceLabel(SourceKind source);
 
 }  // namespace vextra

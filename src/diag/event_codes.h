@@ -37,6 +37,20 @@ enum class EventCode : std::uint8_t {
     kDpiChanged,
     kManualPreviewBegin,
     kManualPreviewRelease,
+    kUiHideTray,
+    kTrayAddOk,
+    kTrayAddFailed,
+    kTrayRemove,
+    // Settings panel
+    kSettingsApplyBlocked,
+    kSettingsRejected,
+    kSettingsSource,
+    kSettingsStream,
+    kSettingsDecoder,
+    kSettingsLatency,
+    kSettingsFirstDeadline,
+    kSettingsSaveFailed,
+    kSettingsApplied,
     // FFmpeg producer
     kFfmpegStart,
     kFfmpegLaunchFailed,
@@ -73,6 +87,19 @@ constexpr std::string_view eventText(EventCode code) {
         case EventCode::kDpiChanged: return "DPI_CHANGED";
         case EventCode::kManualPreviewBegin: return "MANUAL_PREVIEW_BEGIN_60S";
         case EventCode::kManualPreviewRelease: return "MANUAL_PREVIEW_RELEASE";
+        case EventCode::kUiHideTray: return "UI_HIDE_TRAY_ACTIVE";
+        case EventCode::kTrayAddOk: return "TRAY_ADD_OK";
+        case EventCode::kTrayAddFailed: return "TRAY_ADD_FAILED";
+        case EventCode::kTrayRemove: return "TRAY_REMOVE";
+        case EventCode::kSettingsApplyBlocked: return "SETTINGS_APPLY_BLOCKED_ACTIVE_OR_UNKNOWN";
+        case EventCode::kSettingsRejected: return "SETTINGS_VALIDATION_REJECTED";
+        case EventCode::kSettingsSource: return "SETTINGS_SOURCE";
+        case EventCode::kSettingsStream: return "SETTINGS_STREAM";
+        case EventCode::kSettingsDecoder: return "SETTINGS_DECODER";
+        case EventCode::kSettingsLatency: return "SETTINGS_LATENCY";
+        case EventCode::kSettingsFirstDeadline: return "SETTINGS_FIRST_DEADLINE";
+        case EventCode::kSettingsSaveFailed: return "SETTINGS_SAVE_FAILED";
+        case EventCode::kSettingsApplied: return "SETTINGS_APPLIED_DPAPI";
         case EventCode::kFfmpegStart: return "FFMPEG_START_OWN_PROCESS";
         case EventCode::kFfmpegLaunchFailed: return "FFMPEG_LAUNCH_FAILED";
         case EventCode::kFfmpegJobAssignFailed: return "FFMPEG_JOB_ASSIGN_FAILED";

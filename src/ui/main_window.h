@@ -3,33 +3,40 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
-#include "base/handle_win.h"
+#include "base/com_win.h"
 #include "base/ticks.h"
 #include "core/shared_status.h"
 #include "diag/event_log.h"
+#include "ui/accessible_names_win.h"
+#include "ui/control_set_win.h"
+#include "ui/painter_win.h"
+#include "ui/settings_panel_win.h"
+#include "ui/tray_icon_win.h"
+#include "ui/window_view.h"
 
 namespace vextra {
-
-struct FontTraits {
-    using Value = HFONT;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { DeleteObject(value); }
-};
-using UniqueFont = Unique<FontTraits>;
 
 inline constexpr wchar_t kWindowTitle[] = L"Câmera Virtual Vextra MF — 0.2.0-beta.5";
 inline constexpr wchar_t kBoxTitle[] = L"Camera Virtual Vextra MF 0.2 beta";
 
+struct MainWindowSetup {
+    SharedStatus* shared = nullptr;  // outlives the window, as do the log and the event
+    EventLog* log = nullptr;
+    HANDLE wakeEvent = nullptr;
+    std::wstring dataFolder;  // of the settings
+    Panel firstPanel = Panel::kCamera;
+};
+
 class MainWindow {
 public:
-    MainWindow(SharedStatus& shared, EventLog& log, HANDLE wakeEvent)
-        : shared_(shared), log_(log), wakeEvent_(wakeEvent) {}
+    MainWindow(HINSTANCE instance, MainWindowSetup setup);
     MainWindow(const MainWindow&) = delete;
     MainWindow& operator=(const MainWindow&) = delete;
 
     // Registers the class and creates the window, hidden. False on failure.
-    bool create(HINSTANCE instance);
+    bool create();
     HWND handle() const { return window_; }
 
     // From here on the timer counts: `testSeconds` after now the broker quits by itself (0: never).
@@ -44,32 +51,81 @@ private:
     static LRESULT CALLBACK windowProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
     LRESULT handleMessage(UINT message, WPARAM wParam, LPARAM lParam);
 
+    bool onCreate();
     void onTimer();
-    void onCommand(WORD id);
+    void onStatusChanged();
+    void onDrawItem(const DRAWITEMSTRUCT& item) const;
+    HICON trayImage() const;
+    void onCommand(WORD id, WORD notification);
+    void onTray(UINT mouseMessage);
     void onSessionChange(WPARAM reason);
     void onPowerBroadcast(WPARAM event);
-    void onDpiChanged(UINT dpi, const RECT& suggested);
-    void onPaint();
+    void onDpiChanged(int dpi, const RECT* suggested);
+    void onClose();
+    LRESULT onControlColour(HDC dc, HWND control) const;
+    LRESULT defaultButton() const;
+    void moveFocus(WPARAM wParam, LPARAM lParam);
 
-    void suspendForPrivacy();
+    void layoutControls();
+    void paintWindow();
+    WindowState windowState(SIZE clientPixels) const;
+    const std::byte* pictureToShow(bool live);
+    void sampleFrameRate(Tick now);
+    void refreshButtons(Tick now);
+
+    void selectPanel(Panel panel);
+    void showTrayMenu();
+    void openFromTray();
     void toggleAutomatic();
     void togglePreview();
+    void suspendForPrivacy();
+    void applySettingsFromPanel();
+    void reloadSettings();
+    void refreshLogs();
+    void copyReport();
+    void repair();
     void quitBroker();
 
+    std::wstring report() const;
+    CameraUse cameraUse() const;
+    BrokerSettings settingsInEffect() const;
+    SourceKind sourceInEffect() const;
+    void putSettingsInEffect(const BrokerSettings& settings);
+    std::wstring_view currentStatusLabel() const;
+    void showStatus(std::wstring_view text);
     void send(SupervisorCommand command);
     void rebuildFont();
-    int scaled(int designUnits) const {
-        return MulDiv(designUnits, static_cast<int>(dpi_), USER_DEFAULT_SCREEN_DPI);
-    }
+    int scaled(int designUnits) const { return pixelsFromDesign(designUnits, dpi_); }
 
+    const HINSTANCE instance_;
     SharedStatus& shared_;
     EventLog& log_;
     const HANDLE wakeEvent_;
+    const std::wstring dataFolder_;
+    const ComApartment apartment_{COINIT_APARTMENTTHREADED};
+    const AccessibleNames accessibleNames_;
+    const UINT taskbarCreated_;  // registered message: the shell was started anew
+
     HWND window_ = nullptr;  // owned by the system; null before creation and after destruction
-    UINT dpi_ = USER_DEFAULT_SCREEN_DPI;
+    int dpi_ = kDesignDpi;
     UniqueFont font_;
+    Painter painter_;
+    ControlSet controls_;
+    SettingsPanel settingsPanel_{controls_};
+    TrayIcon tray_;
+    Panel panel_;
+    HWND lastFocus_ = nullptr;  // of our controls, while another window is active
     bool sessionNotified_ = false;
     bool quitting_ = false;
+
+    std::vector<std::byte> picture_;  // kFrameBytes once the preview was painted
+    bool pictureIsPlaceholder_ = false;
+
+    double observedFps_ = 0;
+    Tick rateTick_ = 0;  // of the last sample
+    std::uint64_t rateFrames_ = 0;
+    bool laidOutActive_ = false;  // as the timer last saw it
+
     Tick startTick_ = 0;  // 0: the clock has not been started
     std::uint32_t testSeconds_ = 0;
     bool idleReadyLogged_ = false;

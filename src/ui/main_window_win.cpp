@@ -1,60 +1,57 @@
-#include <windows.h>
+#include "ui/main_window.h"
 
 #include <wtsapi32.h>
 
-#include <algorithm>
 #include <string>
+#include <utility>
 
-#include "bridge/bridge_layout.h"
 #include "core/instance_win.h"
 #include "core/supervisor_thread_win.h"
-#include "ui/main_window.h"
 
 namespace vextra {
 namespace {
 
+constexpr WORD kIconResource = 1;
 constexpr UINT_PTR kTimerId = 1;
 constexpr UINT kTimerMs = 200;
 constexpr Tick kIdleReadyMs = 500;
-
-// Command ids of the buttons and of the tray menu.
-constexpr WORD kIdAutomatic = 100;
-constexpr WORD kIdPause = 101;
-constexpr WORD kIdPreview = 105;
-constexpr WORD kIdTrayShow = 200;
-constexpr WORD kIdTrayAutomatic = 201;
-constexpr WORD kIdTrayQuit = 202;
-
-// Design units of 1/96 inch.
-constexpr SIZE kClientSize{980, 720};
-constexpr SIZE kMinimumSize{880, 745};
+constexpr Tick kRateSampleMs = 1000;
 constexpr POINT kFirstPosition{100, 60};
-constexpr int kFontHeight = 17;
-constexpr int kMargin = 16;
-constexpr int kLineHeight = 26;
+// Beyond what Windows offers; anything else in a message is not a DPI.
+constexpr int kMinDpi = 48, kMaxDpi = 960;
 
 }  // namespace
 
-bool MainWindow::create(HINSTANCE instance) {
-    dpi_ = GetDpiForSystem();
+MainWindow::MainWindow(HINSTANCE instance, MainWindowSetup setup)
+    : instance_(instance),
+      shared_(*setup.shared),
+      log_(*setup.log),
+      wakeEvent_(setup.wakeEvent),
+      dataFolder_(std::move(setup.dataFolder)),
+      taskbarCreated_(RegisterWindowMessageW(L"TaskbarCreated")),
+      painter_(instance),
+      tray_(*setup.log),
+      panel_(setup.firstPanel) {}
+
+bool MainWindow::create() {
+    dpi_ = static_cast<int>(GetDpiForSystem());
     rebuildFont();
 
     WNDCLASSEXW windowClass{};
     windowClass.cbSize = sizeof windowClass;
     windowClass.lpfnWndProc = &MainWindow::windowProcedure;
-    windowClass.hInstance = instance;
-    windowClass.hIcon = LoadIconW(instance, MAKEINTRESOURCEW(1));
+    windowClass.hInstance = instance_;
+    windowClass.hIcon = LoadIconW(instance_, MAKEINTRESOURCEW(kIconResource));
     windowClass.hCursor = LoadCursorW(nullptr, IDC_ARROW);
-    windowClass.hbrBackground = static_cast<HBRUSH>(GetStockObject(WHITE_BRUSH));
     windowClass.lpszClassName = kMainWindowClass;
     if (RegisterClassExW(&windowClass) == 0)
         return false;
 
     constexpr DWORD kStyle = WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN;
-    RECT frame{0, 0, scaled(kClientSize.cx), scaled(kClientSize.cy)};
-    AdjustWindowRectExForDpi(&frame, kStyle, FALSE, 0, dpi_);
+    RECT frame{0, 0, scaled(kWindowWidth), scaled(kWindowHeight)};
+    AdjustWindowRectExForDpi(&frame, kStyle, FALSE, 0, static_cast<UINT>(dpi_));
     return CreateWindowExW(0, kMainWindowClass, kWindowTitle, kStyle, kFirstPosition.x, kFirstPosition.y,
-                           frame.right - frame.left, frame.bottom - frame.top, nullptr, nullptr, instance,
+                           frame.right - frame.left, frame.bottom - frame.top, nullptr, nullptr, instance_,
                            this) != nullptr;
 }
 
@@ -65,6 +62,8 @@ void MainWindow::startClock(std::uint32_t testSeconds) {
 
 void MainWindow::showWithoutActivating() {
     ShowWindow(window_, SW_SHOWNOACTIVATE);
+    // Also one that was open already, behind others.
+    SetWindowPos(window_, HWND_TOP, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
 }
 
 void MainWindow::runMessageLoop() {
@@ -90,20 +89,17 @@ LRESULT CALLBACK MainWindow::windowProcedure(HWND window, UINT message, WPARAM w
 }
 
 LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
+    if (message == taskbarCreated_ && taskbarCreated_ != 0) {
+        tray_.add(window_, trayImage(), currentStatusLabel());
+        return 0;
+    }
     switch (message) {
-        case WM_CREATE:
-            SetTimer(window_, kTimerId, kTimerMs, nullptr);
-            sessionNotified_ = WTSRegisterSessionNotification(window_, NOTIFY_FOR_THIS_SESSION) != FALSE;
-            log_.write(sessionNotified_ ? EventCode::kSessionNotifyRegistered
-                                        : EventCode::kSessionNotifyFailed);
-            return 0;
+        case WM_CREATE: return onCreate() ? 0 : -1;
         case WM_TIMER: onTimer(); return 0;
-        case WM_COMMAND: onCommand(LOWORD(wParam)); return 0;
-        case kMessageStatusChanged: InvalidateRect(window_, nullptr, FALSE); return 0;
-        case kMessageShowWindow:
-            showWithoutActivating();
-            log_.write(EventCode::kUiShow);
-            return 0;
+        case WM_COMMAND: onCommand(LOWORD(wParam), HIWORD(wParam)); return 0;
+        case kMessageStatusChanged: onStatusChanged(); return 0;
+        case kMessageShowWindow: openFromTray(); return 0;
+        case kMessageTray: onTray(LOWORD(lParam)); return 0;
         case kMessageStopSignal:
             // Asked while idle; demand that came since then goes first.
             if (shared_.leaseCount == 0 && !shared_.previewRuns(GetTickCount64()))
@@ -120,14 +116,33 @@ LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
             if (wParam != FALSE)
                 quitBroker();
             return 0;
-        case WM_DPICHANGED: onDpiChanged(HIWORD(wParam), *reinterpret_cast<const RECT*>(lParam)); return 0;
+        case WM_DPICHANGED: onDpiChanged(HIWORD(wParam), reinterpret_cast<const RECT*>(lParam)); return 0;
         case WM_GETMINMAXINFO:
-            reinterpret_cast<MINMAXINFO*>(lParam)->ptMinTrackSize = {scaled(kMinimumSize.cx),
-                                                                     scaled(kMinimumSize.cy)};
+            reinterpret_cast<MINMAXINFO*>(lParam)->ptMinTrackSize = {scaled(kWindowMinWidth),
+                                                                     scaled(kWindowMinHeight)};
             return 0;
-        case WM_SIZE: InvalidateRect(window_, nullptr, TRUE); return 0;
-        case WM_PAINT: onPaint(); return 0;
-        case WM_CLOSE: quitBroker(); return 0;  // there is no tray icon yet to go on living in
+        case WM_SIZE:
+            if (wParam != SIZE_MINIMIZED)
+                layoutControls();
+            return 0;
+        case WM_ERASEBKGND: return TRUE;  // painting covers everything, hence no flicker
+        case WM_PAINT: paintWindow(); return 0;
+        case WM_CTLCOLORSTATIC:
+        case WM_CTLCOLOREDIT:
+        case WM_CTLCOLORBTN:
+            return onControlColour(reinterpret_cast<HDC>(wParam), reinterpret_cast<HWND>(lParam));
+        case WM_DRAWITEM: onDrawItem(*reinterpret_cast<const DRAWITEMSTRUCT*>(lParam)); return TRUE;
+        case DM_GETDEFID: return defaultButton();
+        case WM_NEXTDLGCTL: moveFocus(wParam, lParam); return 0;
+        case WM_SETFOCUS:
+            SetFocus(lastFocus_ != nullptr && IsWindowVisible(lastFocus_) ? lastFocus_
+                                                                          : controls_[tabOf(panel_)]);
+            return 0;
+        case WM_ACTIVATE:
+            if (LOWORD(wParam) == WA_INACTIVE && IsChild(window_, GetFocus()))
+                lastFocus_ = GetFocus();
+            break;
+        case WM_CLOSE: onClose(); return 0;
         case WM_DESTROY:
             window_ = nullptr;
             PostQuitMessage(0);
@@ -136,12 +151,47 @@ LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
     return DefWindowProcW(window_, message, wParam, lParam);
 }
 
+bool MainWindow::onCreate() {
+    if (!controls_.create(window_, instance_))
+        return false;
+    controls_.setFont(font_.get());
+    for (const Control& control : kControls) {
+        if (!control.accessibleName.empty())
+            accessibleNames_.set(controls_[control.id], control.accessibleName);
+    }
+    settingsPanel_.fillLists();
+    settingsPanel_.fill(formFromSettings(settingsInEffect()));
+    refreshButtons(GetTickCount64());
+    if (panel_ == Panel::kDiagnostics)
+        refreshLogs();
+    SetTimer(window_, kTimerId, kTimerMs, nullptr);
+    layoutControls();
+    tray_.add(window_, trayImage(), currentStatusLabel());
+    sessionNotified_ = WTSRegisterSessionNotification(window_, NOTIFY_FOR_THIS_SESSION) != FALSE;
+    log_.write(sessionNotified_ ? EventCode::kSessionNotifyRegistered : EventCode::kSessionNotifyFailed);
+    return true;
+}
+
+// LoadImage keeps the shared icon until the program ends.
+HICON MainWindow::trayImage() const {
+    return static_cast<HICON>(LoadImageW(instance_, MAKEINTRESOURCEW(kIconResource), IMAGE_ICON,
+                                         GetSystemMetricsForDpi(SM_CXSMICON, static_cast<UINT>(dpi_)),
+                                         GetSystemMetricsForDpi(SM_CYSMICON, static_cast<UINT>(dpi_)),
+                                         LR_SHARED));
+}
+
 void MainWindow::onTimer() {
+    const Tick now = GetTickCount64();
+    sampleFrameRate(now);
+    const bool active = shared_.active;
+    if (active != laidOutActive_)
+        layoutControls();
+    refreshButtons(now);
     if (IsWindowVisible(window_))
         InvalidateRect(window_, nullptr, FALSE);
     if (startTick_ == 0)
         return;
-    const Tick sinceStartMs = GetTickCount64() - startTick_;
+    const Tick sinceStartMs = now - startTick_;
     if (!idleReadyLogged_ && sinceStartMs >= kIdleReadyMs) {
         idleReadyLogged_ = true;
         log_.write(EventCode::kAutomaticIdleReady);
@@ -150,19 +200,37 @@ void MainWindow::onTimer() {
         quitBroker();
 }
 
-void MainWindow::onCommand(WORD id) {
-    switch (id) {
-        case kIdAutomatic:
-        case kIdTrayAutomatic: toggleAutomatic(); break;
-        case kIdPause: send(SupervisorCommand::kTogglePause); break;
-        case kIdPreview: togglePreview(); break;
-        case kIdTrayShow:
-            showWithoutActivating();
-            log_.write(EventCode::kUiShow);
-            break;
-        case kIdTrayQuit: quitBroker(); break;
-        default: break;
+void MainWindow::sampleFrameRate(Tick now) {
+    const std::uint64_t frames = shared_.frameCounter;
+    if (rateTick_ != 0) {
+        const Tick elapsedMs = now - rateTick_;
+        if (elapsedMs < kRateSampleMs)
+            return;
+        observedFps_ = static_cast<double>(frames - rateFrames_) * 1000 / static_cast<double>(elapsedMs);
+        tray_.refresh(currentStatusLabel());
     }
+    rateTick_ = now;
+    rateFrames_ = frames;
+}
+
+void MainWindow::refreshButtons(Tick now) {
+    const bool paused = shared_.paused;
+    const bool previewRuns = shared_.previewRuns(now);
+    controls_.setText(kIdAutomatic, paused ? kAutomaticOnText : kAutomaticOffText);
+    controls_.setText(kIdPause, paused ? kContinueText : kPauseText);
+    controls_.setText(kIdPreview, previewRuns ? kPreviewEndText : kPreviewBeginText);
+    controls_.setEnabled(kIdApply, !shared_.active && shared_.leaseCount == 0 && !previewRuns);
+    controls_.setEnabled(kIdDownloadUpdate, false);  // there is no update to be had
+}
+
+void MainWindow::onStatusChanged() {
+    std::wstring text;
+    {
+        const std::lock_guard guard(shared_.statusLock);
+        text = shared_.statusText;
+    }
+    controls_.setText(kIdStatusLine, text);
+    InvalidateRect(window_, nullptr, FALSE);
 }
 
 void MainWindow::onSessionChange(WPARAM reason) {
@@ -190,31 +258,15 @@ void MainWindow::onPowerBroadcast(WPARAM event) {
         send(SupervisorCommand::kResume);
 }
 
-void MainWindow::suspendForPrivacy() {
+void MainWindow::onClose() {
     shared_.previewDeadline = 0;
-    send(SupervisorCommand::kSuspend);
-}
-
-void MainWindow::toggleAutomatic() {
-    if (shared_.paused) {
-        send(SupervisorCommand::kResume);
+    if (!tray_.present()) {
+        showStatus(L"Bandeja indisponível. Use Sair para encerrar com segurança.");
         return;
     }
-    shared_.previewDeadline = 0;
-    send(SupervisorCommand::kStopAndSuspend);
-}
-
-void MainWindow::togglePreview() {
-    const Tick now = GetTickCount64();
-    if (!shared_.previewRuns(now)) {
-        shared_.previewDeadline = now + kManualPreviewMs;
-        send(SupervisorCommand::kResume);
-        log_.write(EventCode::kManualPreviewBegin);
-        return;
-    }
-    shared_.previewDeadline = 0;
-    showStatusText(shared_, window_, L"Prévia manual encerrada. Captura externa, se existente, permanece.");
-    log_.write(EventCode::kManualPreviewRelease);
+    ShowWindow(window_, SW_HIDE);
+    tray_.refresh(currentStatusLabel(), &kStillRunningNotice);
+    log_.write(EventCode::kUiHideTray);
 }
 
 void MainWindow::quitBroker() {
@@ -224,68 +276,140 @@ void MainWindow::quitBroker() {
     shared_.previewDeadline = 0;
     if (sessionNotified_)
         WTSUnRegisterSessionNotification(window_);
+    tray_.remove();
     send(SupervisorCommand::kQuit);
+    for (const Control& control : kControls) {
+        if (!control.accessibleName.empty())
+            accessibleNames_.clear(controls_[control.id]);
+    }
     DestroyWindow(window_);
 }
 
-void MainWindow::send(SupervisorCommand command) {
-    sendCommand(shared_, wakeEvent_, command);
-}
+// --- How it looks ---
 
 void MainWindow::rebuildFont() {
-    font_.reset(CreateFontW(scaled(kFontHeight), 0, 0, 0, FW_NORMAL, FALSE, FALSE, FALSE, DEFAULT_CHARSET,
+    font_.reset(CreateFontW(scaled(kUiFontHeight), 0, 0, 0, FW_NORMAL, FALSE, FALSE, FALSE, DEFAULT_CHARSET,
                             OUT_DEFAULT_PRECIS, CLIP_DEFAULT_PRECIS, CLEARTYPE_QUALITY,
-                            DEFAULT_PITCH | FF_DONTCARE, L"Segoe UI"));
+                            DEFAULT_PITCH | FF_DONTCARE, kUiFontName));
 }
 
-void MainWindow::onDpiChanged(UINT dpi, const RECT& suggested) {
+void MainWindow::onDpiChanged(int dpi, const RECT* suggested) {
+    if (dpi < kMinDpi || dpi > kMaxDpi || suggested == nullptr)
+        return;
     dpi_ = dpi;
+    SetWindowPos(window_, nullptr, suggested->left, suggested->top, suggested->right - suggested->left,
+                 suggested->bottom - suggested->top, SWP_NOZORDER | SWP_NOACTIVATE);
+    const UniqueFont old(font_.release());  // in use until the controls have the new one
     rebuildFont();
-    SetWindowPos(window_, nullptr, suggested.left, suggested.top, suggested.right - suggested.left,
-                 suggested.bottom - suggested.top, SWP_NOZORDER | SWP_NOACTIVATE);
+    controls_.setFont(font_.get());
+    layoutControls();
     log_.write(EventCode::kDpiChanged);
 }
 
-// The state in two lines, and the newest frame below them.
-void MainWindow::onPaint() {
+void MainWindow::layoutControls() {
+    laidOutActive_ = shared_.active;
+    RECT client{};
+    GetClientRect(window_, &client);
+    LayoutInput input;
+    input.clientWidthPixels = client.right;
+    input.clientHeightPixels = client.bottom;
+    input.dpi = dpi_;
+    input.panel = panel_;
+    input.selectedSource = settingsPanel_.selectedSource();
+    input.episodeActive = laidOutActive_;
+    input.advancedShown = settingsPanel_.advancedShown();
+    controls_.apply(placeControls(input), tabOf(panel_));
+    InvalidateRect(window_, nullptr, FALSE);
+}
+
+WindowState MainWindow::windowState(SIZE clientPixels) const {
+    WindowState state;
+    state.clientWidth = designFromPixels(clientPixels.cx, dpi_);
+    state.clientHeight = designFromPixels(clientPixels.cy, dpi_);
+    state.panel = panel_;
+    state.now = GetTickCount64();
+    state.status = static_cast<BrokerStatus>(shared_.status.load());
+    state.leaseCount = shared_.leaseCount;
+    state.active = shared_.active;
+    state.paused = shared_.paused;
+    state.lastFrameTick = shared_.lastFrameTick;
+    state.frameCounter = shared_.frameCounter;
+    state.reconnects = shared_.reconnects;
+    state.effectiveBackend = shared_.effectiveBackend;
+    state.observedFps = observedFps_;
+    state.configuredSource = sourceInEffect();
+    state.selectedSource = settingsPanel_.selectedSource();
+    state.advancedShown = settingsPanel_.advancedShown();
+    return state;
+}
+
+// The newest frame, or the picture that stands for none.
+const std::byte* MainWindow::pictureToShow(bool live) {
+    if (live) {
+        const std::lock_guard guard(shared_.statusLock);
+        picture_ = shared_.previewFrame;
+        pictureIsPlaceholder_ = false;
+    } else if (!pictureIsPlaceholder_) {
+        fillPlaceholderFrame(picture_);
+        pictureIsPlaceholder_ = true;
+    }
+    return picture_.data();
+}
+
+void MainWindow::paintWindow() {
     PAINTSTRUCT paint{};
     const HDC dc = BeginPaint(window_, &paint);
     RECT client{};
     GetClientRect(window_, &client);
-    const int margin = scaled(kMargin);
-    const int line = scaled(kLineHeight);
-
-    const HGDIOBJ oldFont = SelectObject(dc, font_.get());
-    SetBkColor(dc, RGB(255, 255, 255));
-    const auto drawLine = [&](int top, std::wstring_view text) {
-        RECT row{margin, top, client.right - margin, top + line};
-        ExtTextOutW(dc, row.left, row.top, ETO_OPAQUE | ETO_CLIPPED, &row, text.data(),
-                    static_cast<UINT>(text.size()), nullptr);
-    };
-    drawLine(margin, statusLabel({static_cast<BrokerStatus>(shared_.status.load()), shared_.leaseCount,
-                                  shared_.lastFrameTick, GetTickCount64()}));
-    const std::lock_guard guard(shared_.statusLock);
-    drawLine(margin + line, shared_.statusText);
-    SelectObject(dc, oldFont);
-
-    const int top = margin + 2 * line + margin;
-    const int width = client.right - 2 * margin;
-    const int height = client.bottom - top - margin;
-    if (width > 0 && height > 0) {
-        const int fitWidth = std::min(width, MulDiv(height, kFrameWidthPx, kFrameHeightPx));
-        BITMAPINFO format{};
-        format.bmiHeader.biSize = sizeof format.bmiHeader;
-        format.bmiHeader.biWidth = kFrameWidthPx;
-        format.bmiHeader.biHeight = -static_cast<LONG>(kFrameHeightPx);  // top row first
-        format.bmiHeader.biPlanes = 1;
-        format.bmiHeader.biBitCount = 32;
-        format.bmiHeader.biCompression = BI_RGB;
-        SetStretchBltMode(dc, COLORONCOLOR);
-        StretchDIBits(dc, margin, top, fitWidth, MulDiv(fitWidth, kFrameHeightPx, kFrameWidthPx), 0, 0,
-                      kFrameWidthPx, kFrameHeightPx, shared_.previewFrame.data(), &format, DIB_RGB_COLORS,
-                      SRCCOPY);
+    if (client.right >= 1 && client.bottom >= 1) {
+        const SIZE size{client.right, client.bottom};
+        const UniqueMemoryDc memory(CreateCompatibleDC(dc));
+        const UniqueBitmap bitmap(CreateCompatibleBitmap(dc, size.cx, size.cy));
+        if (memory && bitmap) {
+            const Selection selected(memory.get(), bitmap.get());
+            const WindowView view = composeView(windowState(size));
+            const std::byte* frame = view.preview ? pictureToShow(view.preview->live) : nullptr;
+            painter_.paint(memory.get(), size, dpi_, view, frame);
+            BitBlt(dc, 0, 0, size.cx, size.cy, memory.get(), 0, 0, SRCCOPY);
+        }
     }
     EndPaint(window_, &paint);
+}
+
+LRESULT MainWindow::onControlColour(HDC dc, HWND control) const {
+    SetTextColor(dc, colorRef(colours::kControlText));
+    SetBkColor(dc, colorRef(colours::kWhite));
+    // The corners of a button show what it lies on.
+    const int id = GetDlgCtrlID(control);
+    const bool onWindow = id == kIdAutomatic || id == kIdPreview || id == kIdPause;
+    return reinterpret_cast<LRESULT>(onWindow ? painter_.windowBrush() : painter_.whiteBrush());
+}
+
+void MainWindow::onDrawItem(const DRAWITEMSTRUCT& item) const {
+    const bool selected = item.CtlID == tabOf(panel_);
+    drawTab(item, selected ? TabState::kSelected : TabState::kUnselected, font_.get(), dpi_);
+}
+
+// --- How keys move in it ---
+
+// Enter presses the button that has the focus; a tab would not count as one by itself. From a field of the
+// settings panel it saves. The other panels have no default.
+LRESULT MainWindow::defaultButton() const {
+    const HWND focused = GetFocus();
+    for (const Control& control : kControls) {
+        const bool button = control.kind == ControlKind::kTab || control.kind == ControlKind::kButton;
+        if (button && controls_[control.id] == focused)
+            return MAKELRESULT(control.id, DC_HASDEFID);
+    }
+    return panel_ == Panel::kSettings ? MAKELRESULT(kIdApply, DC_HASDEFID) : 0;
+}
+
+void MainWindow::moveFocus(WPARAM wParam, LPARAM lParam) {
+    const bool isControl = LOWORD(lParam) != 0;
+    const HWND next = isControl ? reinterpret_cast<HWND>(wParam)
+                                : GetNextDlgTabItem(window_, GetFocus(), wParam != 0 ? TRUE : FALSE);
+    if (next != nullptr && IsChild(window_, next))
+        SetFocus(next);
 }
 
 }  // namespace vextra

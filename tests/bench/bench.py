@@ -40,6 +40,7 @@ IDLE_PRIVATE_MIB = 24
 ACTIVE_PRIVATE_MIB = 40
 GROWTH_MIB = 0.25  # Wine's own heap is not still either
 FIRST_LIVE_MS = 150
+PAINT_FACTOR = 2.5
 IDLE_PASSES_PER_SECOND = (18, 21)
 WINDOW_FACTOR = 1.5  # a timer tick costs Wine two to four switches, as the load is
 
@@ -321,6 +322,7 @@ class Bench:
         self.idle()
         self.first_live()
         self.episodes()
+        self.painting()
 
     def prepare(self):
         self.session.provision(self.root)
@@ -542,6 +544,26 @@ class Bench:
         for what in ("handles", "threads"):
             self.row(f"{when}: {what}", f"{before[what]}, {after[what]}", "the same",
                      before[what] == after[what])
+
+
+    def painting(self):
+        say("painting the window, beside a bare stretch of the same frame")
+        arguments = ("--quick",) if self.quick else ()
+        result = json.loads(self.session.run(self.session.test_program("bench-paint.exe"), *arguments,
+                                             timeout_s=600))
+        self.details["painting"] = result
+        for size in result["sizes"]:
+            factor = size["productMs"] / size["bareMs"]
+            self.row(f"a paint with live preview at {size['width']} x {size['height']}",
+                     f"{size['productMs']:.1f} ms, {factor:.2f} x bare ({size['bareMs']:.1f} ms)",
+                     f"{PAINT_FACTOR} x at most", factor <= PAINT_FACTOR)
+        paints = result["paints"]
+        when = f"after {paints} paints, {paints // 10} panels, {paints // 100} changes of DPI"
+        for what, key in (("GDI objects", "gdi"), ("handles", "handles")):
+            before, after = result[f"{key}Before"], result[f"{key}After"]
+            self.row(f"{when}: {what}", f"{before}, {after}", "no more", after <= before)
+        self.row("paints in 2 s: shown, hidden", f"{result['visiblePaints']}, {result['hiddenPaints']}",
+                 "some, none", result["visiblePaints"] > 0 and result["hiddenPaints"] == 0)
 
 
 # --- Report -------------------------------------------------------------------------------------------------

@@ -30,7 +30,7 @@ protected:
     }
     void writeProfile(const std::string& url, const std::string& transport = "tcp") {
         writeFile(broker_.legacyFolder() + L"\\source.private.ini",
-                       "[source]\r\nurl=" + url + "\r\ntransport=" + transport + "\r\n");
+                  "[source]\r\nurl=" + url + "\r\ntransport=" + transport + "\r\n");
     }
 
     InstalledMachine machine_;

@@ -1,5 +1,5 @@
-// The main job from outside: a lease starts a decoder, its frames go live in the bridge, and all ends with the
-// lease. The decoder is the stub, whose frames are numbers.
+// The main job from outside: a lease starts a decoder, its frames go live in the bridge, and all ends with
+// the lease. The decoder is the stub, whose frames are numbers.
 #include <windows.h>
 
 #include <wtsapi32.h>
@@ -13,15 +13,12 @@
 #include "bridge/bridge_location.h"
 #include "broker_test_win.h"
 #include "core/supervisor_thread_win.h"
+#include "ui/controls.h"
 
 namespace vextra::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr WORD kAutomaticButton = 100;
-constexpr WORD kPauseButton = 101;
-constexpr WORD kPreviewButton = 105;
 
 class Demand : public BrokerTest {
 protected:
@@ -148,8 +145,9 @@ TEST_F(Demand, AnEpisodeIsLoggedFromItsBeginToItsEnd) {
     ASSERT_TRUE(broker().waitForEvent("LAST_DEMAND_RELEASED_PRODUCER_STOP"));
     std::vector<std::string> episode;
     for (const std::string& event : broker().events()) {
-        for (const char* code : {"DEMAND_BEGIN_DEVICE_UNCHANGED", "FFMPEG_START_OWN_PROCESS", "FIRST_FRAME_BOUNDED",
-                                 "STOP_COMPLETE", "LAST_DEMAND_RELEASED_PRODUCER_STOP"}) {
+        for (const char* code :
+             {"DEMAND_BEGIN_DEVICE_UNCHANGED", "FFMPEG_START_OWN_PROCESS", "FIRST_FRAME_BOUNDED",
+              "STOP_COMPLETE", "LAST_DEMAND_RELEASED_PRODUCER_STOP"}) {
             if (event == code)
                 episode.push_back(event);
         }
@@ -184,8 +182,8 @@ TEST_F(Demand, EvidenceHoldsAHashOfEveryFrameAndSomeOfThemWhole) {
         const std::string pixels = readFile(evidence + L"\\producer-" + std::to_wstring(number) + L".bgra");
         ASSERT_EQ(pixels, std::string(kFrameBytes, static_cast<char>(number - 1)));  // the stub counts from 0
         char line[80];
-        std::snprintf(line, sizeof line, "producer_frame=%llu fnv1a64=%016llX tick=",
-                      static_cast<unsigned long long>(number),
+        std::snprintf(line, sizeof line,
+                      "producer_frame=%llu fnv1a64=%016llX tick=", static_cast<unsigned long long>(number),
                       static_cast<unsigned long long>(fnv1a64(std::as_bytes(std::span(pixels)))));
         EXPECT_NE(log.find(line), std::string::npos) << line;
     }
@@ -198,35 +196,35 @@ TEST_F(Demand, EvidenceHoldsAHashOfEveryFrameAndSomeOfThemWhole) {
 
 TEST_F(Demand, ThePreviewConnectsWithoutALease) {
     startWithTestPattern();
-    broker().command(kPreviewButton);
+    broker().command(kIdPreview);
     EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));
     EXPECT_EQ(broker().countEvents("MANUAL_PREVIEW_BEGIN_60S"), 1u);
 }
 
 TEST_F(Demand, ASecondPressEndsThePreview) {
     startWithTestPattern();
-    broker().command(kPreviewButton);
+    broker().command(kIdPreview);
     ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
-    broker().command(kPreviewButton);
+    broker().command(kIdPreview);
     EXPECT_TRUE(viewer().waitForState(BridgeState::kStopped, 3000));
     EXPECT_EQ(broker().countEvents("MANUAL_PREVIEW_RELEASE"), 1u);
 }
 
 TEST_F(Demand, APauseShowsFallbackAndASecondPressGoesOn) {
     goLive();
-    broker().command(kPauseButton);
+    broker().command(kIdPause);
     ASSERT_TRUE(viewer().waitForState(BridgeState::kPaused));
-    broker().command(kPauseButton);
+    broker().command(kIdPause);
     EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));
 }
 
 TEST_F(Demand, SuspendedAutomaticIgnoresLeasesUntilItIsSwitchedOn) {
     goLive();
-    broker().command(kAutomaticButton);
+    broker().command(kIdAutomatic);
     ASSERT_TRUE(viewer().waitForState(BridgeState::kStopped));
     Sleep(700);
     EXPECT_EQ(state(), static_cast<std::uint32_t>(BridgeState::kStopped));
-    broker().command(kAutomaticButton);
+    broker().command(kIdAutomatic);
     EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));
 }
 
@@ -243,7 +241,7 @@ TEST_F(Demand, SleepShowsFallbackAndWakingOpensANewGeneration) {
 
 TEST_F(Demand, ALockedSessionShowsFallbackAndEndsThePreview) {
     startWithTestPattern();
-    broker().command(kPreviewButton);
+    broker().command(kIdPreview);
     ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
     SendMessageW(broker().window(), WM_WTSSESSION_CHANGE, WTS_SESSION_LOCK, 1);
     EXPECT_TRUE(viewer().waitForState(BridgeState::kStopped, 3000));

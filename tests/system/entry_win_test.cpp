@@ -15,7 +15,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kHelp[] =
-    "CameraVirtualVextraMF --help --version --runtime-self-test --import-legacy-env --background --force --install "
+    "CameraVirtualVextraMF --help --version --runtime-self-test --import-legacy-env --background --force "
+    "--install "
     "--reset --maintenance-check --shutdown-broker\n--reset: only owned MF device, idle required; never AK. "
     "--force: automatic mode, no forced network.\n";
 
@@ -28,8 +29,9 @@ protected:
 // A message box of the broker, as soon as it stands; its button is pressed and its text returned.
 std::wstring answerBox() {
     HWND box = nullptr;
-    if (!waitUntil([&] { return (box = FindWindowW(L"#32770", L"Camera Virtual Vextra MF 0.2 beta")) != nullptr; },
-                   15'000))
+    if (!waitUntil(
+            [&] { return (box = FindWindowW(L"#32770", L"Camera Virtual Vextra MF 0.2 beta")) != nullptr; },
+            15'000))
         return L"";
     wchar_t text[512] = L"";
     waitUntil([&] { return GetDlgItem(box, 0xFFFF) != nullptr || GetDlgItem(box, IDOK) != nullptr; }, 2000);
@@ -99,9 +101,10 @@ TEST_F(Entry, InstallShowsItsHintAndDoesNothingElse) {
     std::thread user([&] { text = answerBox(); });
     EXPECT_EQ(broker().runToEnd(L"--install"), 0u);
     user.join();
-    EXPECT_EQ(text,
-              L"Execute o Setup.exe offline da versão MF beta para instalar ou verificar os componentes. Não é "
-              L"necessário Python nem a versão alpha.");
+    EXPECT_EQ(
+        text,
+        L"Execute o Setup.exe offline da versão MF beta para instalar ou verificar os componentes. Não é "
+        L"necessário Python nem a versão alpha.");
     EXPECT_FALSE(fs::exists(broker().dataFolder() + L"\\diagnostic.log"));
 }
 
@@ -114,8 +117,8 @@ TEST_F(Entry, ADecoderIsFoundFromABetaBinFolderToo) {
         startup.cb = sizeof startup;
         PROCESS_INFORMATION started{};
         const std::wstring program = broker().installRoot() + folder + L"\\CameraVirtualVextraMF.exe";
-        EXPECT_TRUE(CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                                   &startup, &started));
+        EXPECT_TRUE(CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr,
+                                   nullptr, &startup, &started));
         const UniqueHandle process(started.hProcess), thread(started.hThread);
         WaitForSingleObject(process.get(), 15'000);
         DWORD code = 99;
@@ -269,8 +272,8 @@ TEST_F(Entry, TheMaintenanceCheckSaysBusyWithoutADemandChannel) {
 
 TEST_F(Entry, MaintenanceIsRefusedToAnotherOwner) {
     machine_.setString(kOwnerSidValue, L"S-1-5-21-1-2-3-1001");
-    for (const wchar_t* option : {L"--maintenance-check", L"--shutdown-broker", L"--reset", L"--remove-camera",
-                                  L"--register-camera"})
+    for (const wchar_t* option :
+         {L"--maintenance-check", L"--shutdown-broker", L"--reset", L"--remove-camera", L"--register-camera"})
         EXPECT_EQ(broker().runToEnd(option), 3u) << option;
     EXPECT_FALSE(fs::exists(broker().dataFolder() + L"\\maintenance.log"));
 }

@@ -1,5 +1,5 @@
-// What goes wrong around the broker: decoders that die, hang and babble, files that are not what they should be,
-// neighbours that crash at the worst moment. Nothing is lost, nothing is torn, and all of it recovers.
+// What goes wrong around the broker: decoders that die, hang and babble, files that are not what they should
+// be, neighbours that crash at the worst moment. Nothing is lost, nothing is torn, and all of it recovers.
 #include <windows.h>
 
 #include <winternl.h>
@@ -45,7 +45,8 @@ TEST_F(Faults, ADecoderKilledInMidFrameIsReplaced) {
     ASSERT_TRUE(TerminateProcess(child.get(), 1));
     ASSERT_TRUE(viewer().waitForState(BridgeState::kUnavailable, 2000));
     ASSERT_TRUE(viewer().waitForState(BridgeState::kLive, 4000));
-    EXPECT_TRUE(isWhole(viewer().read().pixels)) << "half a frame of the dead decoder got into the next one's";
+    EXPECT_TRUE(isWhole(viewer().read().pixels))
+        << "half a frame of the dead decoder got into the next one's";
     EXPECT_EQ(broker().countEvents("PRODUCER_RECONNECT_FALLBACK"), 1u);
 }
 
@@ -138,17 +139,20 @@ TEST_P(DamagedBridge, IsReportedOverAndOverUntilItIsRepaired) {
 
 INSTANTIATE_TEST_SUITE_P(
     Faults, DamagedBridge,
-    testing::Values(
-        Damage{"OneByteShort",
-               [](InstalledMachine& machine) { fs::resize_file(machine.bridgePath(), kBridgeFileBytes - 1); }},
-        Damage{"OneByteLong",
-               [](InstalledMachine& machine) { fs::resize_file(machine.bridgePath(), kBridgeFileBytes + 1); }},
-        Damage{"AFolder",
-               [](InstalledMachine& machine) {
-                   fs::remove(machine.bridgePath());
-                   fs::create_directory(machine.bridgePath());
-               }},
-        Damage{"Missing", [](InstalledMachine& machine) { fs::remove(machine.bridgePath()); }}),
+    testing::Values(Damage{"OneByteShort",
+                           [](InstalledMachine& machine) {
+                               fs::resize_file(machine.bridgePath(), kBridgeFileBytes - 1);
+                           }},
+                    Damage{"OneByteLong",
+                           [](InstalledMachine& machine) {
+                               fs::resize_file(machine.bridgePath(), kBridgeFileBytes + 1);
+                           }},
+                    Damage{"AFolder",
+                           [](InstalledMachine& machine) {
+                               fs::remove(machine.bridgePath());
+                               fs::create_directory(machine.bridgePath());
+                           }},
+                    Damage{"Missing", [](InstalledMachine& machine) { fs::remove(machine.bridgePath()); }}),
     [](const auto& instance) { return std::string(instance.param.name); });
 
 class UnknownDemand : public Faults, public testing::WithParamInterface<Damage> {};
@@ -158,7 +162,8 @@ TEST_P(UnknownDemand, StartsNothingUntilItIsRepaired) {
     broker().start(L"--test-pattern --background");
     Sleep(500);
     EXPECT_EQ(broker().countEvents("DEMAND_BEGIN_DEVICE_UNCHANGED"), 0u);
-    EXPECT_EQ(broker().runToEnd(L"--maintenance-check"), GetParam().name == std::string("OwnerMissing") ? 3u : 9u);
+    EXPECT_EQ(broker().runToEnd(L"--maintenance-check"),
+              GetParam().name == std::string("OwnerMissing") ? 3u : 9u);
     machine_.repair();
     decoder().behave("frames=endless\nframesPerSecond=16");
     viewer().takeLease();
@@ -249,7 +254,8 @@ TEST_F(Faults, SlotsHammeredByAnotherProcessNeverCountMoreThanSixteen) {
         while (!stop) {
             LeaseSlot& slot = viewer().demand().slots[random() % kLeaseSlots];
             std::atomic_ref<std::uint64_t>(slot.leaseId).store(random() % 3);
-            std::atomic_ref<Tick>(slot.heartbeatTickMs).store(random() % 2 == 0 ? random() : GetTickCount64());
+            std::atomic_ref<Tick>(slot.heartbeatTickMs)
+                .store(random() % 2 == 0 ? random() : GetTickCount64());
         }
     });
     broker().start(L"--test-pattern --background");

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 namespace vextra {
 namespace {
@@ -67,6 +68,41 @@ TEST(BackendLabel, NamesWhatDecodes) {
     EXPECT_EQ(std::wstring(backendLabel(1)), L"FFmpeg");
     EXPECT_EQ(std::wstring(backendLabel(2)), L"GStreamer");
     EXPECT_EQ(std::wstring(backendLabel(3)), L"Nenhum");
+}
+
+TEST(BackendLabel, OfTheReportSaysWhatNoneMeans) {
+    EXPECT_EQ(std::wstring(reportBackendLabel(0)), L"Nenhum • ocioso");
+    EXPECT_EQ(std::wstring(reportBackendLabel(1)), L"FFmpeg");
+    EXPECT_EQ(std::wstring(reportBackendLabel(2)), L"GStreamer");
+    EXPECT_EQ(std::wstring(reportBackendLabel(3)), L"Nenhum • ocioso");
+}
+
+TEST(SourceLabel, NamesTheKindOfSourceOnly) {
+    const std::pair<SourceKind, const wchar_t*> kLabels[] = {
+        {SourceKind::kInternalProfile, L"Perfil interno Vextra • protegido"},
+        {SourceKind::kDirectCamera, L"Câmera direta • IPv4 protegido"},
+        {SourceKind::kCustomUrl, L"URL personalizada • endereço protegido"},
+        {SourceKind::kSyntheticTest, L"Teste sintético • sem rede"},
+    };
+    for (const auto& [source, label] : kLabels)
+        EXPECT_EQ(std::wstring(protectedSourceLabel(source)), label);
+}
+
+TEST(SourceLabel, OfAnUnknownSourceIsEmpty) {
+    EXPECT_EQ(std::wstring(protectedSourceLabel(static_cast<SourceKind>(4))), L"");
+}
+
+TEST(RecentFrame, IsAtMost2000MsOld) {
+    EXPECT_TRUE(frameIsRecent(10'000, 10'000));
+    EXPECT_TRUE(frameIsRecent(10'000, 12'000));
+    EXPECT_FALSE(frameIsRecent(10'000, 12'001));
+    EXPECT_TRUE(frameIsRecent(10'001, 10'000));
+}
+
+TEST(RecentFrame, HasCome) {
+    EXPECT_FALSE(frameIsRecent(0, 0));
+    EXPECT_FALSE(frameIsRecent(0, 100));
+    EXPECT_TRUE(frameIsRecent(1, 100));
 }
 
 TEST(ManualPreview, RunsUntilItsDeadline) {

@@ -1,0 +1,50 @@
+#include "ui/clipboard_win.h"
+
+#include <cstring>
+
+#include "base/handle_win.h"
+
+namespace vextra {
+namespace {
+
+struct GlobalMemoryTraits {
+    using Value = HGLOBAL;
+    static Value invalid() { return nullptr; }
+    static void close(Value value) { GlobalFree(value); }
+};
+
+class OpenedClipboard {
+public:
+    explicit OpenedClipboard(HWND owner) : opened_(OpenClipboard(owner) != FALSE) {}
+    ~OpenedClipboard() {
+        if (opened_)
+            CloseClipboard();
+    }
+    OpenedClipboard(const OpenedClipboard&) = delete;
+    OpenedClipboard& operator=(const OpenedClipboard&) = delete;
+    explicit operator bool() const { return opened_; }
+
+private:
+    const bool opened_;
+};
+
+}  // namespace
+
+bool copyToClipboard(HWND owner, const std::wstring& text) {
+    // Before the clipboard is emptied, so that a failure costs nobody what they had copied.
+    const std::size_t bytes = (text.size() + 1) * sizeof(wchar_t);
+    Unique<GlobalMemoryTraits> block(GlobalAlloc(GMEM_MOVEABLE, bytes));
+    void* memory = block ? GlobalLock(block.get()) : nullptr;
+    if (memory == nullptr)
+        return false;
+    std::memcpy(memory, text.c_str(), bytes);
+    GlobalUnlock(block.get());
+
+    const OpenedClipboard clipboard(owner);
+    if (!clipboard || !EmptyClipboard() || SetClipboardData(CF_UNICODETEXT, block.get()) == nullptr)
+        return false;
+    block.release();  // the system's from here on
+    return true;
+}
+
+}  // namespace vextra

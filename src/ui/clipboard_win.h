@@ -1,0 +1,13 @@
+// Text for other programs. UI thread only.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+namespace vextra {
+
+// False, with the clipboard as it was, when there is no memory or another program holds it.
+bool copyToClipboard(HWND owner, const std::wstring& text);
+
+}  // namespace vextra

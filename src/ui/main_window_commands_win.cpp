@@ -1,0 +1,248 @@
+// What the main window does for its buttons, its menu and the tray.
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "bridge/demand_channel.h"
+#include "config/settings_store.h"
+#include "core/supervisor_thread_win.h"
+#include "diag/diagnostic_report.h"
+#include "ui/clipboard_win.h"
+#include "ui/main_window.h"
+#include "ui/tray_text.h"
+
+namespace vextra {
+
+void MainWindow::onCommand(WORD id, WORD notification) {
+    if (id == kIdSource) {
+        if (notification == CBN_SELCHANGE)
+            layoutControls();
+        return;
+    }
+    if (notification != BN_CLICKED)
+        return;
+    switch (id) {
+        case kIdAutomatic:
+        case kIdTrayAutomatic: toggleAutomatic(); break;
+        case kIdPause: send(SupervisorCommand::kTogglePause); break;
+        case kIdPreview: togglePreview(); break;
+        case kIdTrayShow: openFromTray(); break;
+        case kIdTrayQuit: quitBroker(); break;
+        case kIdTabCamera: selectPanel(Panel::kCamera); break;
+        case kIdTabSettings: selectPanel(Panel::kSettings); break;
+        case kIdTabDiagnostics: selectPanel(Panel::kDiagnostics); break;
+        case kIdRevealUrl: settingsPanel_.toggleUrl(); break;
+        case kIdApply: applySettingsFromPanel(); break;
+        case kIdReload: reloadSettings(); break;
+        case kIdAdvanced:
+            settingsPanel_.toggleAdvanced();
+            layoutControls();
+            break;
+        case kIdRefreshLogs: refreshLogs(); break;
+        case kIdCopyReport: copyReport(); break;
+        case kIdRepair: repair(); break;
+        default: break;
+    }
+}
+
+void MainWindow::showStatus(std::wstring_view text) {
+    showStatusText(shared_, window_, text);
+}
+
+void MainWindow::send(SupervisorCommand command) {
+    sendCommand(shared_, wakeEvent_, command);
+}
+
+std::wstring_view MainWindow::currentStatusLabel() const {
+    return statusLabel({static_cast<BrokerStatus>(shared_.status.load()), shared_.leaseCount,
+                        shared_.lastFrameTick, GetTickCount64()});
+}
+
+// --- The camera ---
+
+void MainWindow::toggleAutomatic() {
+    if (shared_.paused) {
+        send(SupervisorCommand::kResume);
+        return;
+    }
+    shared_.previewDeadline = 0;
+    send(SupervisorCommand::kStopAndSuspend);
+}
+
+void MainWindow::togglePreview() {
+    const Tick now = GetTickCount64();
+    if (!shared_.previewRuns(now)) {
+        shared_.previewDeadline = now + kManualPreviewMs;
+        send(SupervisorCommand::kResume);
+        log_.write(EventCode::kManualPreviewBegin);
+        return;
+    }
+    shared_.previewDeadline = 0;
+    showStatus(L"Prévia manual encerrada. Captura externa, se existente, permanece.");
+    log_.write(EventCode::kManualPreviewRelease);
+}
+
+void MainWindow::suspendForPrivacy() {
+    shared_.previewDeadline = 0;
+    send(SupervisorCommand::kSuspend);
+}
+
+// --- The tray ---
+
+void MainWindow::onTray(UINT mouseMessage) {
+    switch (mouseMessage) {
+        case WM_LBUTTONUP:
+        case WM_LBUTTONDBLCLK: openFromTray(); break;
+        case WM_RBUTTONUP:
+        case WM_CONTEXTMENU: showTrayMenu(); break;
+        default: break;
+    }
+}
+
+void MainWindow::openFromTray() {
+    showWithoutActivating();
+    log_.write(EventCode::kUiShow);
+}
+
+void MainWindow::showTrayMenu() {
+    const UniqueMenu menu(CreatePopupMenu());
+    if (!menu)
+        return;
+    for (const TrayMenuLine& line : trayMenu(currentStatusLabel(), shared_.paused)) {
+        if (line.text.empty())
+            AppendMenuW(menu.get(), MF_SEPARATOR, 0, nullptr);
+        else
+            AppendMenuW(menu.get(), line.command == ControlId{} ? MF_STRING | MF_GRAYED : MF_STRING,
+                        line.command, line.text.c_str());
+    }
+    POINT cursor{};
+    GetCursorPos(&cursor);
+    // Only a menu of the foreground window closes when the user clicks elsewhere, and only once the window
+    // has had another message (TrackPopupMenu, remarks).
+    SetForegroundWindow(window_);
+    const BOOL chosen = TrackPopupMenu(menu.get(), TPM_RETURNCMD | TPM_RIGHTBUTTON | TPM_NONOTIFY, cursor.x,
+                                       cursor.y, 0, window_, nullptr);
+    if (chosen != 0)
+        PostMessageW(window_, WM_COMMAND, static_cast<WPARAM>(chosen), 0);
+    PostMessageW(window_, WM_NULL, 0, 0);
+}
+
+// --- The settings ---
+
+BrokerSettings MainWindow::settingsInEffect() const {
+    const std::lock_guard guard(shared_.settingsLock);
+    return shared_.settings;
+}
+
+SourceKind MainWindow::sourceInEffect() const {
+    const std::lock_guard guard(shared_.settingsLock);
+    return shared_.settings.source;
+}
+
+void MainWindow::putSettingsInEffect(const BrokerSettings& settings) {
+    const std::lock_guard guard(shared_.settingsLock);
+    shared_.settings = settings;
+}
+
+// The leases are counted anew: the Supervisor's last count may be a pass old.
+CameraUse MainWindow::cameraUse() const {
+    return {shared_.active, shared_.previewRuns(GetTickCount64()), countLeasesOnce()};
+}
+
+void MainWindow::applySettingsFromPanel() {
+    const ApplyResult result =
+        applySettings(settingsPanel_.read(), settingsInEffect(), cameraUse(),
+                      [this](const BrokerSettings& settings) { return saveSettings(dataFolder_, settings); });
+    const auto logNumber = [&](EventCode code, auto number) {
+        log_.write(code, static_cast<std::int32_t>(number));
+    };
+    switch (result.outcome) {
+        case ApplyOutcome::kBlocked: log_.write(EventCode::kSettingsApplyBlocked); break;
+        case ApplyOutcome::kNotNumbers: break;
+        case ApplyOutcome::kRejected:
+            log_.write(EventCode::kSettingsRejected);
+            logNumber(EventCode::kSettingsSource, result.record.source);
+            logNumber(EventCode::kSettingsStream, result.record.stream);
+            logNumber(EventCode::kSettingsDecoder, result.record.decoder);
+            logNumber(EventCode::kSettingsLatency, result.record.latencyMs);
+            logNumber(EventCode::kSettingsFirstDeadline, result.record.firstFrameDeadlineMs);
+            break;
+        case ApplyOutcome::kSaveFailed: log_.write(EventCode::kSettingsSaveFailed); break;
+        case ApplyOutcome::kApplied:
+            putSettingsInEffect(result.record);
+            shared_.testPattern = result.record.source == SourceKind::kSyntheticTest;
+            log_.write(EventCode::kSettingsApplied);
+            break;
+    }
+    showStatus(result.message);
+}
+
+void MainWindow::reloadSettings() {
+    if (!cameraIsIdle(cameraUse())) {
+        showStatus(L"Recarregar bloqueado durante captura/prévia.");
+        return;
+    }
+    BrokerSettings stored;
+    bool fromBackup = false;  // as good as the other
+    if (!loadSettings(dataFolder_, stored, fromBackup)) {
+        showStatus(L"Nenhuma configuração salva pôde ser lida; nada foi alterado.");
+        return;
+    }
+    putSettingsInEffect(stored);
+    settingsPanel_.fill(formFromSettings(stored));
+    layoutControls();
+    showStatus(L"Configuração salva recarregada, sem iniciar captura.");
+}
+
+void MainWindow::selectPanel(Panel panel) {
+    panel_ = panel;
+    if (panel == Panel::kDiagnostics)
+        refreshLogs();
+    layoutControls();
+    for (const Panel each : {Panel::kCamera, Panel::kSettings, Panel::kDiagnostics})
+        InvalidateRect(controls_[tabOf(each)], nullptr, FALSE);
+}
+
+// --- Diagnostics ---
+
+std::wstring MainWindow::report() const {
+    const Tick now = GetTickCount64();
+    DiagnosticFigures figures;
+    figures.sourceLabel = protectedSourceLabel(sourceInEffect());
+    figures.statusLabel = currentStatusLabel();
+    figures.backendLabel = reportBackendLabel(shared_.effectiveBackend);
+    figures.leaseCount = shared_.leaseCount;
+    figures.previewRuns = shared_.previewRuns(now);
+    figures.observedFps = observedFps_;
+    figures.frameCounter = shared_.frameCounter;
+    figures.lastFrameTick = shared_.lastFrameTick;
+    figures.now = now;
+    figures.reconnects = shared_.reconnects;
+    figures.generation = shared_.generation;
+    figures.lastError = shared_.lastError;
+    return buildDiagnosticReport(figures);
+}
+
+void MainWindow::refreshLogs() {
+    controls_.setText(kIdLogs, diagnosticsView(report(), log_.tailForDisplay()));
+}
+
+void MainWindow::copyReport() {
+    showStatus(copyToClipboard(window_, report())
+                   ? L"Diagnóstico sanitizado copiado, sem URLs ou credenciais."
+                   : L"Não foi possível copiar o diagnóstico. Tente novamente.");
+}
+
+void MainWindow::repair() {
+    if (shared_.active || countLeasesOnce() != 0) {
+        showStatus(L"Reparo bloqueado: captura ativa ou demanda desconhecida.");
+        return;
+    }
+    MessageBoxW(
+        window_,
+        L"Execute novamente o Setup.exe offline da versão MF beta. O instalador Inno verifica a captura e "
+        L"preserva suas configurações.",
+        kBoxTitle, MB_OK | MB_ICONINFORMATION);
+}
+
+}  // namespace vextra

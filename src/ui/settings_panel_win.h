@@ -1,0 +1,30 @@
+// The controls of the settings panel as a form. UI thread only.
+#pragma once
+
+#include "config/settings_apply.h"
+#include "ui/control_set_win.h"
+
+namespace vextra {
+
+class SettingsPanel {
+public:
+    explicit SettingsPanel(ControlSet& controls) : controls_(controls) {}
+
+    void fillLists();
+    void fill(const SettingsForm& form);
+    SettingsForm read() const;
+
+    // What the source list shows, saved or not.
+    SourceKind selectedSource() const;
+
+    void toggleUrl();  // reveals or hides what the URL field holds
+    void toggleAdvanced() { advancedShown_ = !advancedShown_; }
+    bool advancedShown() const { return advancedShown_; }
+
+private:
+    ControlSet& controls_;
+    bool urlRevealed_ = false;
+    bool advancedShown_ = false;
+};
+
+}  // namespace vextra

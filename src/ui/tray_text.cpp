@@ -1,0 +1,40 @@
+#include "ui/tray_text.h"
+
+namespace vextra {
+namespace {
+
+bool isLowSurrogate(wchar_t unit) {
+    return unit >= 0xDC00 && unit <= 0xDFFF;
+}
+
+}  // namespace
+
+std::wstring cutWithEllipsis(std::wstring_view text, std::size_t units) {
+    if (text.size() <= units)
+        return std::wstring(text);
+    if (units == 0)
+        return {};
+    std::size_t kept = units - 1;
+    while (kept > 0 && isLowSurrogate(text[kept]))
+        --kept;
+    return std::wstring(text.substr(0, kept)) + L"…";
+}
+
+std::wstring trayTip(std::wstring_view statusLabel) {
+    return cutWithEllipsis(L"Vextra MF beta • Dispositivo persistente • " + std::wstring(statusLabel),
+                           kTrayTipUnits);
+}
+
+std::vector<TrayMenuLine> trayMenu(std::wstring_view statusLabel, bool paused) {
+    return {
+        {{}, L"Entrada: " + std::wstring(statusLabel)},
+        {{}, L"Saída MF persistente • automático"},
+        {{}, L""},
+        {kIdTrayShow, L"Abrir Vextra"},
+        {kIdTrayAutomatic, std::wstring(paused ? kAutomaticOnText : kAutomaticOffText)},
+        {kIdTrayCheckUpdate, L"Verificar atualização MF"},
+        {kIdTrayQuit, L"Sair do broker (câmera permanece)"},
+    };
+}
+
+}  // namespace vextra

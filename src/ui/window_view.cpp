@@ -1,0 +1,133 @@
+#include "ui/window_view.h"
+
+#include <cwchar>
+#include <utility>
+
+namespace vextra {
+namespace {
+
+class Composer {
+public:
+    explicit Composer(const WindowState& state)
+        : state_(state), w_(state.clientWidth), h_(state.clientHeight) {}
+
+    WindowView compose() {
+        label(w_ - 274, 24, 246, 18, Weight::kBold, colours::kTitle, L"Câmera Virtual • MF");
+        label(w_ - 274, 50, 246, 14, Weight::kNormal, colours::kVersion, L"0.2.0-beta.5  /  Windows 11");
+        switch (state_.panel) {
+            case Panel::kCamera: camera(); break;
+            case Panel::kSettings: settings(); break;
+            case Panel::kDiagnostics: diagnostics(); break;
+        }
+        return std::move(view_);
+    }
+
+private:
+    void label(int x, int y, int width, int size, Weight weight, Colour colour, std::wstring_view text) {
+        view_.labels.push_back({x, y, width, size, weight, colour, std::wstring(text)});
+    }
+    void fieldLabel(int x, int y, int width, int size, std::wstring_view text) {
+        label(x, y, width, size, Weight::kNormal, colours::kFieldLabel, text);
+    }
+    void hint(int x, int y, int width, int size, std::wstring_view text) {
+        label(x, y, width, size, Weight::kNormal, colours::kHint, text);
+    }
+    void bodyCard() { view_.cards.push_back({28, 158, w_ - 56, h_ - 202}); }
+
+    std::wstring_view currentStatusLabel() const {
+        return statusLabel({state_.status, state_.leaseCount, state_.lastFrameTick, state_.now});
+    }
+
+    bool previewIsLive() const {
+        return state_.active && !state_.paused && frameIsRecent(state_.lastFrameTick, state_.now);
+    }
+
+    void camera() {
+        label(28, 166, w_ - 318, 27, Weight::kBold, colours::kHeading, L"Pronta para suas reuniões");
+        label(28, 207, w_ - 318, 17, Weight::kBold,
+              state_.status == BrokerStatus::kLive ? colours::kStatusLive : colours::kStatus,
+              currentStatusLabel());
+        const PreviewPlace place = placePreview(w_, h_);
+        const bool live = previewIsLive();
+        view_.cards.push_back({28, 252, w_ - 56, place.height + 28});
+        view_.preview = {place, live};
+        if (!live) {
+            label(place.x + 20, place.height / 2 + 243, place.width - 40, 19, Weight::kBold,
+                  colours::kOverPreview, L"AGUARDANDO IMAGEM • FALLBACK LOCAL");
+        }
+        label(28, h_ - 110, w_ - 56, 17, Weight::kBold, colours::kSourceLine,
+              protectedSourceLabel(state_.configuredSource));
+        label(state_.active ? 214 : 28, h_ - 84, w_ - 242, 15, Weight::kNormal, colours::kBackendLine,
+              L"Prévia do produtor • backend: " + std::wstring(backendLabel(state_.effectiveBackend)));
+        label(28, h_ - 48, w_ - 56, 14, Weight::kNormal, colours::kFooter,
+              L"Câmera persistente • conexão só por demanda • alvo 1280 × 720 / 16 fps");
+    }
+
+    void settings() {
+        bodyCard();
+        label(52, 171, w_ - 104, 21, Weight::kBold, colours::kHeading, kSourceHeading);
+        source();
+        fieldLabel(52, 401, 175, 14, kTransportLabel);
+        fieldLabel(247, 401, 235, 15, kDecoderLabel);
+        if (state_.advancedShown) {
+            fieldLabel(52, 470, 175, 13, kLatencyLabel);
+            fieldLabel(247, 470, 235, 13, kDeadlineLabel);
+        }
+        hint(52, 539, w_ - 104, 15, kManifestLabel);
+        hint(260, h_ - 93, w_ - 532, 14, L"DPAPI por usuário • backup protegido");
+    }
+
+    void source() {
+        const int t = directFieldWidth(w_);
+        switch (state_.selectedSource) {
+            case SourceKind::kSyntheticTest:
+                hint(52, 269, w_ - 104, 16, L"Padrão sintético local: diagnóstico sem conexão de rede.");
+                break;
+            case SourceKind::kDirectCamera:
+                fieldLabel(52, 263, t, 15, kDirectIpLabel);
+                fieldLabel(t + 60, 263, t, 15, kStreamLabel);
+                fieldLabel(52, 332, t, 15, kDirectUserLabel);
+                fieldLabel(t + 60, 332, w_ - t - 112, 15, kDirectPasswordLabel);
+                break;
+            case SourceKind::kCustomUrl:
+                fieldLabel(52, 263, w_ - 104, 15, kCustomUrlLabel);
+                hint(52, 339, w_ - 104, 15,
+                     L"Mascarada por padrão. O endereço não aparece em logs ou diagnósticos.");
+                break;
+            case SourceKind::kInternalProfile:
+                hint(52, 269, w_ - 104, 16,
+                     L"Perfil interno migrado sem alterar a alpha. Endereço e credenciais protegidos.");
+                break;
+        }
+    }
+
+    void diagnostics() {
+        bodyCard();
+        label(52, 176, w_ - 104, 23, Weight::kBold, colours::kHeading, L"Diagnóstico / manutenção");
+        std::wstring line(currentStatusLabel());
+        line += L"  •  Backend efetivo: ";
+        line += backendLabel(state_.effectiveBackend);
+        label(52, 218, w_ - 104, 17, Weight::kBold, colours::kDiagnosticsStatus, line);
+        wchar_t figures[160];
+        std::swprintf(figures, std::size(figures),
+                      L"%.1f fps observados   |   %llu frames   |   %u reconexões   |   %d leases MF",
+                      state_.observedFps, static_cast<unsigned long long>(state_.frameCounter),
+                      state_.reconnects, state_.leaseCount);
+        label(52, 255, w_ - 104, 16, Weight::kNormal, colours::kFigures, figures);
+        label(52, 282, w_ - 104, 14, Weight::kNormal, colours::kNote,
+              L"Leases não são contagem de aplicativos. Latência ponta a ponta não medida.");
+    }
+
+    const WindowState& state_;
+    const int w_;
+    const int h_;
+    WindowView view_;
+};
+
+}  // namespace
+
+WindowView composeView(const WindowState& state) {
+    return Composer(state).compose();
+}
+
+}  // namespace vextra

@@ -1,0 +1,131 @@
+#include "broker_window_win.h"
+
+namespace vextra::test {
+
+std::wstring windowText(HWND window) {
+    std::wstring text(static_cast<std::size_t>(SendMessageW(window, WM_GETTEXTLENGTH, 0, 0)) + 1, L'\0');
+    const auto length = SendMessageW(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()));
+    text.resize(static_cast<std::size_t>(length));
+    return text;
+}
+
+std::vector<HWND> allWindows() {
+    std::vector<HWND> windows;
+    const auto add = [](HWND window, LPARAM list) -> BOOL {
+        reinterpret_cast<std::vector<HWND>*>(list)->push_back(window);
+        return TRUE;
+    };
+    EnumWindows(add, reinterpret_cast<LPARAM>(&windows));
+    const std::vector<HWND> tops = windows;
+    for (const HWND top : tops)
+        EnumChildWindows(top, add, reinterpret_cast<LPARAM>(&windows));
+    return windows;
+}
+
+std::wstring BrokerWindow::text(ControlId id) const {
+    return windowText(control(id));
+}
+
+void BrokerWindow::type(ControlId id, const std::wstring& text) const {
+    SendMessageW(control(id), WM_SETTEXT, 0, reinterpret_cast<LPARAM>(text.c_str()));
+}
+
+void BrokerWindow::choose(ControlId list, int index) const {
+    SendMessageW(control(list), CB_SETCURSEL, static_cast<WPARAM>(index), 0);
+    SendMessageW(handle(), WM_COMMAND, MAKEWPARAM(list, CBN_SELCHANGE),
+                 reinterpret_cast<LPARAM>(control(list)));
+}
+
+int BrokerWindow::chosen(ControlId list) const {
+    return static_cast<int>(SendMessageW(control(list), CB_GETCURSEL, 0, 0));
+}
+
+void BrokerWindow::check(ControlId box, bool on) const {
+    SendMessageW(control(box), BM_SETCHECK, on ? BST_CHECKED : BST_UNCHECKED, 0);
+}
+
+bool BrokerWindow::checked(ControlId box) const {
+    return SendMessageW(control(box), BM_GETCHECK, 0, 0) == BST_CHECKED;
+}
+
+bool BrokerWindow::masked(ControlId field) const {
+    return SendMessageW(control(field), EM_GETPASSWORDCHAR, 0, 0) == 0x25CF;
+}
+
+RECT BrokerWindow::place(ControlId id) const {
+    RECT place{};
+    GetWindowRect(control(id), &place);
+    MapWindowPoints(nullptr, handle(), reinterpret_cast<POINT*>(&place), 2);
+    return place;
+}
+
+bool BrokerWindow::waitForStatus(std::wstring_view text, std::uint32_t timeoutMs) const {
+    return waitUntil([&] { return this->text(kIdStatusLine) == text; }, timeoutMs);
+}
+
+std::wstring BrokerWindow::statusLabel() const {
+    press(kIdRefreshLogs);
+    const std::wstring view = text(kIdLogs);
+    constexpr std::wstring_view kKey = L"Entrada: ";
+    const std::size_t at = view.find(kKey);
+    if (at == std::wstring::npos)
+        return {};
+    const std::size_t begin = at + kKey.size();
+    return view.substr(begin, view.find(L'\r', begin) - begin);
+}
+
+bool BrokerWindow::waitForLabel(std::wstring_view label, std::uint32_t timeoutMs) const {
+    return waitUntil([&] { return statusLabel() == label; }, timeoutMs);
+}
+
+HWND BrokerWindow::waitForWindowOfClass(const wchar_t* windowClass, std::uint32_t timeoutMs) const {
+    HWND found = nullptr;
+    waitUntil(
+        [&] {
+            found = nullptr;
+            while ((found = FindWindowExW(nullptr, found, windowClass, nullptr)) != nullptr) {
+                DWORD owner = 0;
+                GetWindowThreadProcessId(found, &owner);
+                if (owner == broker_.processId() && IsWindowVisible(found))
+                    return true;
+            }
+            return false;
+        },
+        timeoutMs);
+    return found;
+}
+
+HWND BrokerWindow::waitForBox(std::uint32_t timeoutMs) const {
+    return waitForWindowOfClass(L"#32770", timeoutMs);
+}
+
+HWND BrokerWindow::waitForMenu(std::uint32_t timeoutMs) const {
+    return waitForWindowOfClass(L"#32768", timeoutMs);
+}
+
+std::wstring BrokerWindow::boxText(HWND box) {
+    constexpr int kMessageText = 0xFFFF;  // as USER32 numbers the static of a message box
+    return windowText(GetDlgItem(box, kMessageText));
+}
+
+ControlId BrokerWindow::focused() const {
+    GUITHREADINFO info{};
+    info.cbSize = sizeof info;
+    GetGUIThreadInfo(GetWindowThreadProcessId(handle(), nullptr), &info);
+    return static_cast<ControlId>(GetDlgCtrlID(info.hwndFocus));
+}
+
+bool BrokerWindow::focus(ControlId id) const {
+    SetForegroundWindow(handle());
+    PostMessageW(handle(), WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(control(id)), TRUE);
+    return waitUntil([&] { return focused() == id; }, 2000);
+}
+
+void BrokerWindow::key(WORD virtualKey) const {
+    const HWND target = control(focused());
+    PostMessageW(target != nullptr ? target : handle(), WM_KEYDOWN, virtualKey, 1);
+    PostMessageW(target != nullptr ? target : handle(), WM_KEYUP, virtualKey,
+                 static_cast<LPARAM>(0xC0000001));
+}
+
+}  // namespace vextra::test

@@ -1,0 +1,149 @@
+#include "ui/settings_panel_win.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "test_window_win.h"
+
+namespace vextra {
+namespace {
+
+class SettingsPanelTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(controls.create(window.handle(), test::TestWindow::module()));
+        panel.fillLists();
+    }
+    std::vector<std::wstring> entries(ControlId list) const {
+        std::vector<std::wstring> texts(
+            static_cast<std::size_t>(SendMessageW(controls[list], CB_GETCOUNT, 0, 0)));
+        for (std::size_t i = 0; i < texts.size(); ++i) {
+            wchar_t text[128]{};
+            SendMessageW(controls[list], CB_GETLBTEXT, i, reinterpret_cast<LPARAM>(text));
+            texts[i] = text;
+        }
+        return texts;
+    }
+    std::wstring textOf(ControlId id) const { return std::wstring(controls.secretText(id).view()); }
+    wchar_t mask() const {
+        return static_cast<wchar_t>(SendMessageW(controls[kIdCustomUrl], EM_GETPASSWORDCHAR, 0, 0));
+    }
+
+    test::TestWindow window;
+    ControlSet controls;
+    SettingsPanel panel{controls};
+};
+
+SettingsForm everyField() {
+    SettingsForm form;
+    form.source = 2;
+    form.stream = 1;
+    form.transport = 1;
+    form.decoder = 2;
+    form.directIp.assign(L"192.0.2.9");
+    form.customUrl.assign(L"rtsps://custom/2?é");
+    form.directUser.assign(L"usuário");
+    form.directPassword.assign(L"señha & €");
+    form.latencyMs.assign(L"123");
+    form.firstFrameDeadlineMs.assign(L"4567");
+    form.updateManifestUrl.assign(L"https://manifest/3");
+    form.updateDisabled = true;
+    return form;
+}
+
+void expectSame(const SettingsForm& a, const SettingsForm& b) {
+    EXPECT_EQ(a.source, b.source);
+    EXPECT_EQ(a.stream, b.stream);
+    EXPECT_EQ(a.transport, b.transport);
+    EXPECT_EQ(a.decoder, b.decoder);
+    EXPECT_TRUE(a.directIp == b.directIp);
+    EXPECT_TRUE(a.customUrl == b.customUrl);
+    EXPECT_TRUE(a.directUser == b.directUser);
+    EXPECT_TRUE(a.directPassword == b.directPassword);
+    EXPECT_TRUE(a.latencyMs == b.latencyMs);
+    EXPECT_TRUE(a.firstFrameDeadlineMs == b.firstFrameDeadlineMs);
+    EXPECT_TRUE(a.updateManifestUrl == b.updateManifestUrl);
+    EXPECT_EQ(a.updateDisabled, b.updateDisabled);
+}
+
+TEST_F(SettingsPanelTest, OffersTheEntriesInTheOrderOfTheirValues) {
+    EXPECT_EQ(entries(kIdSource),
+              (std::vector<std::wstring>{L"Perfil interno Vextra (padrão)", L"Câmera direta • IPv4 + stream",
+                                         L"URL personalizada", L"Teste sintético • sem rede"}));
+    EXPECT_EQ(entries(kIdStream), (std::vector<std::wstring>{L"stream1", L"stream2"}));
+    EXPECT_EQ(entries(kIdTransport), (std::vector<std::wstring>{L"TCP (recomendado)", L"UDP"}));
+    EXPECT_EQ(entries(kIdDecoder),
+              (std::vector<std::wstring>{L"FFmpeg", L"GStreamer (opcional)", L"Auto • GStreamer/FFmpeg"}));
+}
+
+TEST_F(SettingsPanelTest, ShowsAFormInItsControls) {
+    panel.fill(everyField());
+    EXPECT_EQ(controls.selection(kIdSource), 2);
+    EXPECT_EQ(controls.selection(kIdStream), 1);
+    EXPECT_EQ(controls.selection(kIdTransport), 1);
+    EXPECT_EQ(controls.selection(kIdDecoder), 2);
+    EXPECT_EQ(textOf(kIdDirectIp), L"192.0.2.9");
+    EXPECT_EQ(textOf(kIdCustomUrl), L"rtsps://custom/2?é");
+    EXPECT_EQ(textOf(kIdDirectUser), L"usuário");
+    EXPECT_EQ(textOf(kIdDirectPassword), L"señha & €");
+    EXPECT_EQ(textOf(kIdLatency), L"123");
+    EXPECT_EQ(textOf(kIdDeadline), L"4567");
+    EXPECT_EQ(textOf(kIdManifestUrl), L"https://manifest/3");
+    EXPECT_TRUE(controls.checked(kIdUpdateDisabled));
+}
+
+TEST_F(SettingsPanelTest, ReadsBackTheFormThatItShows) {
+    panel.fill(everyField());
+    expectSame(panel.read(), everyField());
+    const SettingsForm defaults = formFromSettings(BrokerSettings{});
+    panel.fill(defaults);
+    expectSame(panel.read(), defaults);
+}
+
+TEST_F(SettingsPanelTest, ReadsNoSelectionAsNone) {
+    SettingsForm form = everyField();
+    form.source = form.stream = form.transport = form.decoder = -1;
+    panel.fill(form);
+    expectSame(panel.read(), form);
+}
+
+TEST_F(SettingsPanelTest, KnowsTheSelectedSource) {
+    for (int source = 0; source <= 3; ++source) {
+        controls.select(kIdSource, source);
+        EXPECT_EQ(static_cast<int>(panel.selectedSource()), source);
+    }
+    controls.select(kIdSource, -1);
+    EXPECT_EQ(panel.selectedSource(), SourceKind::kInternalProfile);
+}
+
+TEST_F(SettingsPanelTest, RevealsAndHidesTheAddress) {
+    panel.fill(everyField());
+    EXPECT_EQ(textOf(kIdRevealUrl), L"Revelar URL");
+    EXPECT_EQ(mask(), L'\u25CF');
+    panel.toggleUrl();
+    EXPECT_EQ(textOf(kIdRevealUrl), L"Ocultar URL");
+    EXPECT_EQ(mask(), L'\0');
+    panel.toggleUrl();
+    EXPECT_EQ(textOf(kIdRevealUrl), L"Revelar URL");
+    EXPECT_EQ(mask(), L'\u25CF');
+    EXPECT_EQ(textOf(kIdCustomUrl), L"rtsps://custom/2?é");
+}
+
+TEST_F(SettingsPanelTest, RevealsNoOtherSecret) {
+    panel.toggleUrl();
+    for (const ControlId field : {kIdDirectIp, kIdDirectPassword, kIdManifestUrl})
+        EXPECT_EQ(SendMessageW(controls[field], EM_GETPASSWORDCHAR, 0, 0), 0x25CF) << field;
+}
+
+TEST_F(SettingsPanelTest, TogglesTheAdvancedFields) {
+    EXPECT_FALSE(panel.advancedShown());
+    panel.toggleAdvanced();
+    EXPECT_TRUE(panel.advancedShown());
+    panel.toggleAdvanced();
+    EXPECT_FALSE(panel.advancedShown());
+}
+
+}  // namespace
+}  // namespace vextra
