@@ -73,6 +73,10 @@ bool isInstallerSize(std::uint64_t bytes) {
     return bytes >= 1 && bytes <= kMaxInstallerBytes;
 }
 
+bool isInstallerDigest(const UpdateManifest& manifest, std::span<const std::byte> digest) {
+    return equalsIgnoringAsciiCase<char>(lowerHex(digest), manifest.sha256);
+}
+
 std::string installerUrl(std::string_view version, const UpdateChannelIdentity& channel) {
     return channel.origin + std::string(kChannelPath) + std::string(version) + "/" +
            std::string(kInstallerFileName);

@@ -2,8 +2,10 @@
 // its signature covers. docs/update-channel.md describes the format. Pure.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -28,6 +30,9 @@ struct UpdateManifest {
 std::optional<UpdateManifest> parseUpdateManifest(std::string_view body);
 
 bool isInstallerSize(std::uint64_t bytes);
+
+// Whether a file with this SHA-256 is the announced one; the manifest's digits may be of either case.
+bool isInstallerDigest(const UpdateManifest& manifest, std::span<const std::byte> digest);
 
 // The one place for the installer of a version: origin, channel path, version folder, "Setup.exe".
 std::string installerUrl(std::string_view version, const UpdateChannelIdentity& channel);
