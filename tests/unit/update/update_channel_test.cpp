@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <vector>
 
+#include "bridge/bridge_protocol.h"
 #include "manifest_text.h"
 
 namespace vextra {
@@ -439,6 +440,19 @@ TEST_F(UpdateWindow, ABusyCameraPutsTheInstallerOff) {
         EXPECT_FALSE(channel.installerButtonEnabled(busy));
     }
     EXPECT_TRUE(opened.empty());
+}
+
+TEST_F(UpdateWindow, ALeaseBlocksTheInstallerAsLongAsItIsFresh) {
+    checkAndDownload();
+    const auto file = std::make_unique<DemandFile>();
+    file->slots[3].leaseId = 7;
+    file->slots[3].heartbeatTick = now;
+    camera.leaseCount = countFreshLeases(*file, now + 3000);
+    channel.pressInstallerButton();
+    EXPECT_TRUE(opened.empty());
+    camera.leaseCount = countFreshLeases(*file, now + 3001);
+    channel.pressInstallerButton();
+    EXPECT_EQ(opened.size(), 1u);
 }
 
 TEST_F(UpdateWindow, ACaptureThatBeganWhileTheUserWasAskedPutsTheInstallerOff) {
