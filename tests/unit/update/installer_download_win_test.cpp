@@ -183,7 +183,8 @@ TEST_F(InstallerDownload, TakesStatus200Alone) {
 
 TEST_F(InstallerDownload, FollowsNoRedirect) {
     installer->folder().put("Other.exe", bytes);
-    expectFailure(installer->publish(bytes, R"({"status":302,"headers":{"Location":"Other.exe"}})"));
+    const std::string target = server->origin() + installer->folder().place() + "/Other.exe";
+    expectFailure(installer->publish(bytes, R"({"status":302,"headers":{"Location":")" + target + "\"}}"));
     EXPECT_EQ(installer->folder().requests("Other.exe"), "");
 }
 

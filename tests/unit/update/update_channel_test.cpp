@@ -446,7 +446,7 @@ TEST_F(UpdateWindow, ALeaseBlocksTheInstallerAsLongAsItIsFresh) {
     checkAndDownload();
     const auto file = std::make_unique<DemandFile>();
     file->slots[3].leaseId = 7;
-    file->slots[3].heartbeatTick = now;
+    file->slots[3].heartbeatTickMs = now;
     camera.leaseCount = countFreshLeases(*file, now + 3000);
     channel.pressInstallerButton();
     EXPECT_TRUE(opened.empty());

@@ -48,10 +48,13 @@ protected:
         if (server)
             removeRelease();
     }
+    // All of it: these tests are the only ones that announce a release.
     void removeRelease() const {
         std::error_code ignored;
-        std::filesystem::remove_all(server->www() + L"\\camera-virtual-vextra-mf\\" + version, ignored);
-        std::filesystem::remove(server->www() + L"\\camera-virtual-vextra-mf\\beta.json", ignored);
+        const std::filesystem::path channelFolder = server->www() + L"\\camera-virtual-vextra-mf";
+        std::filesystem::remove_all(channelFolder / version, ignored);
+        std::filesystem::remove(channelFolder / "beta.json", ignored);
+        std::filesystem::remove(channelFolder / "beta.json.requests", ignored);
     }
 
     UpdateChannelDoors doors() {
