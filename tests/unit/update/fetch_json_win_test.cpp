@@ -233,6 +233,13 @@ TEST_F(FetchJson, SpeaksNoOldTls) {
     EXPECT_EQ(fetch("tls12"), kBody);
 }
 
+TEST_F(FetchJson, SpeaksTls13Too) {
+    folder->put("document.json", kBody);
+    if (runsUnderWine() && !fetch("tls13"))
+        GTEST_SKIP() << "this Wine speaks no TLS 1.3";
+    EXPECT_EQ(fetch("tls13"), kBody);
+}
+
 TEST_F(FetchJson, SpeaksToHttpsServersAlone) {
     folder->put("document.json", kBody);
     std::string plain = url();

@@ -104,6 +104,13 @@ TEST_F(InstallerDownload, SpeaksTls12) {
     EXPECT_NE(installer->folder().requests("Setup.exe").find("\"tls\": \"TLSv1.2\""), std::string::npos);
 }
 
+// Odd but meant: see kInstallerTransfer.
+TEST_F(InstallerDownload, SpeaksNoTls13) {
+    const SignedInstaller modern(*server, SignedInstaller::uniqueVersion(), "tls13");
+    EXPECT_EQ(downloadInstaller(modern.publish(bytes), modern.channel(), cancel, progress).message, kFailed);
+    EXPECT_EQ(modern.folder().requests("Setup.exe"), "");
+}
+
 TEST_F(InstallerDownload, TakesADigestInUpperCase) {
     UpdateManifest manifest = installer->publish(bytes);
     std::string upper = manifest.sha256;
@@ -218,6 +225,17 @@ TEST_F(InstallerDownload, ThatIsCancelledBeforeItBeganSendsNothing) {
     cancel = true;
     expectFailure(installer->publish(bytes));
     EXPECT_EQ(installer->folder().requests("Setup.exe"), "");
+}
+
+TEST_F(InstallerDownload, ThatIsCancelledWhileTheServerThinksReadsNothing) {
+    const UpdateManifest manifest = installer->publish(bytes, R"({"delay":0.5})");
+    const std::jthread user([this] {
+        while (installer->folder().requests("Setup.exe").empty())
+            Sleep(1);
+        cancel = true;
+    });
+    expectFailure(manifest);
+    EXPECT_EQ(progress, 0u);
 }
 
 TEST_F(InstallerDownload, ThatIsCancelledStopsAfterItsPieceAndCleansUp) {

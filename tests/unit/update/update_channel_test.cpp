@@ -266,6 +266,16 @@ TEST_F(UpdateWindow, ANewCheckForgetsWhatWasAvailableAndDownloaded) {
     EXPECT_TRUE(opened.empty());
 }
 
+TEST_F(UpdateWindow, ANewCheckThatFindsAVersionOffersItsDownloadAgain) {
+    checkAndDownload();
+    check();
+    EXPECT_EQ(channel.installerButtonLabel(), L"Baixar atualização");
+    channel.pressInstallerButton();
+    deliver();
+    EXPECT_EQ(downloaded.size(), 2u);
+    EXPECT_TRUE(opened.empty());
+}
+
 // Before the first check.
 TEST_F(UpdateWindow, BeginsWithADisabledDownloadButton) {
     EXPECT_EQ(channel.installerButtonLabel(), L"Baixar atualização");
