@@ -7,76 +7,99 @@
 
 namespace {
 
-// The rules again, in the shape of a state machine that walks the text once.
-bool walks(std::string_view url) {
-    enum class At { kHost, kAddress, kBehindAddress, kPort, kRest } at = At::kHost;
-    constexpr std::string_view kHex = "0123456789abcdefABCDEF";
-    constexpr std::string_view kScheme = "https://";
-    if (url.size() > 8192 || url.substr(0, 8) != kScheme || url.size() == 8)
-        return false;
-    std::size_t begin = 8;
-    long port = 0;
-    bool colonSeen = false;
-    std::size_t i = begin;
-    const auto hostEnds = [&] {
-        const std::string_view host = url.substr(begin, i - begin);
-        return !host.empty() && host.front() != '.' && host.front() != '-' && host.back() != '.' &&
-               host.back() != '-';
-    };
-    const auto portEnds = [&] { return i > begin && i - begin <= 5 && port >= 1 && port <= 65'535; };
-    if (url[i] == '[') {
-        at = At::kAddress;
-        ++i;
-    }
-    for (; i < url.size(); ++i) {
-        const char c = url[i];
-        if (c < 0x21 || c > 0x7E || c == '\\' || c == '#')
+// The rules again, as a machine that takes the text byte by byte and never looks back further than it notes.
+class Walker {
+public:
+    bool takes(std::string_view url) {
+        constexpr std::string_view kScheme = "https://";
+        if (url.size() > 8192 || !url.starts_with(kScheme))
             return false;
-        const bool endsAuthority = c == '/' || c == '?';
-        if (at == At::kHost && (endsAuthority || c == ':')) {
-            if (!hostEnds())
+        for (const char c : url.substr(kScheme.size())) {
+            if (c < 0x21 || c > 0x7E || c == '\\' || c == '#' || !step(c))
                 return false;
-            at = endsAuthority ? At::kRest : At::kPort;
-            begin = i + 1;
-        } else if (at == At::kHost) {
-            const bool letter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-            if ((!letter && c != '.' && c != '-') || (c == '.' && i > begin && url[i - 1] == '.'))
-                return false;
-        } else if (at == At::kAddress) {
-            if (c == ']' && colonSeen)
-                at = At::kBehindAddress;
-            else if (kHex.find(c) == std::string_view::npos && c != ':' && c != '.')
-                return false;
-            colonSeen = colonSeen || c == ':';
-        } else if (at == At::kBehindAddress) {
-            if (!endsAuthority && c != ':')
-                return false;
-            at = endsAuthority ? At::kRest : At::kPort;
-            begin = i + 1;
-        } else if (at == At::kPort && endsAuthority) {
-            if (!portEnds())
-                return false;
-            at = At::kRest;
-        } else if (at == At::kPort) {
-            if (c < '0' || c > '9' || port > 65'535)
-                return false;
-            port = port * 10 + (c - '0');
         }
-        if (at == At::kRest && c == '%') {
-            if (i + 2 >= url.size() || kHex.find(url[i + 1]) == std::string_view::npos ||
-                kHex.find(url[i + 2]) == std::string_view::npos || (url[i + 1] == '0' && url[i + 2] == '0'))
-                return false;
+        return escapeLeft_ == 0 && mayEnd();
+    }
+
+private:
+    enum class At { kStart, kHost, kAddress, kBehindAddress, kPort, kRest };
+
+    bool step(char c) {
+        const bool endsAuthority = c == '/' || c == '?';
+        if (at_ != At::kRest && (endsAuthority ? mayEnd() : c == ':' && mayNamePort())) {
+            at_ = endsAuthority ? At::kRest : At::kPort;
+            return true;
+        }
+        switch (at_) {
+            case At::kStart: return begin(c);
+            case At::kHost: return takeHost(c);
+            case At::kAddress: return takeAddress(c);
+            case At::kBehindAddress: return false;
+            case At::kPort: return takePort(c);
+            case At::kRest: return takeRest(c);
+        }
+        return false;
+    }
+    bool begin(char c) {
+        at_ = c == '[' ? At::kAddress : At::kHost;
+        last_ = '.';  // a host begins with neither a dot nor, by the same rule, a hyphen
+        return c == '[' || (c != '-' && takeHost(c));
+    }
+    bool takeHost(char c) {
+        const bool twoDots = c == '.' && last_ == '.';
+        last_ = c;
+        return !twoDots && (isOneOf(c, kLettersAndDigits) || c == '.' || c == '-');
+    }
+    bool takeAddress(char c) {
+        colonSeen_ = colonSeen_ || c == ':';
+        if (c == ']')
+            at_ = At::kBehindAddress;
+        return c == ']' ? colonSeen_ : isOneOf(c, kHexDigits) || c == ':' || c == '.';
+    }
+    bool takePort(char c) {
+        port_ = port_ * 10 + (c - '0');
+        return c >= '0' && c <= '9' && ++portDigits_ <= 5;
+    }
+    bool takeRest(char c) {
+        if (escapeLeft_ == 0) {
+            escapeLeft_ = c == '%' ? 2 : 0;
+            escapeIsZero_ = true;
+            return true;
+        }
+        escapeIsZero_ = escapeIsZero_ && c == '0';
+        return isOneOf(c, kHexDigits) && (--escapeLeft_ > 0 || !escapeIsZero_);
+    }
+
+    bool mayNamePort() const { return at_ != At::kPort && mayEnd(); }
+    bool mayEnd() const {
+        switch (at_) {
+            case At::kHost: return last_ != '.' && last_ != '-';
+            case At::kPort: return portDigits_ > 0 && port_ >= 1 && port_ <= 65'535;
+            case At::kBehindAddress:
+            case At::kRest: return true;
+            default: return false;
         }
     }
-    return at == At::kRest || at == At::kBehindAddress || (at == At::kHost && hostEnds()) ||
-           (at == At::kPort && portEnds());
-}
+
+    static constexpr std::string_view kHexDigits = "0123456789abcdefABCDEF";
+    static constexpr std::string_view kLettersAndDigits =
+        "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+    static bool isOneOf(char c, std::string_view set) { return set.find(c) != std::string_view::npos; }
+
+    At at_ = At::kStart;
+    char last_ = 0;  // of the host
+    bool colonSeen_ = false;
+    long port_ = 0;
+    int portDigits_ = 0;
+    int escapeLeft_ = 0;
+    bool escapeIsZero_ = false;
+};
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view url(reinterpret_cast<const char*>(data), size);
-    if (vextra::isStrictHttpsUrl(url) != walks(url))
+    if (vextra::isStrictHttpsUrl(url) != Walker().takes(url))
         std::abort();
     return 0;
 }

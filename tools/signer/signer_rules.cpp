@@ -117,30 +117,14 @@ std::string publicKeyPem(const EcPoint& point) {
 }
 
 std::string manifestJson(const UpdateManifest& manifest) {
-    return "{\n"
-           "  \"schema_version\": 1,\n"
-           "  \"app\": \"" +
-           std::string(kChannelApp) +
-           "\",\n"
-           "  \"channel\": \"" +
-           std::string(kChannelName) +
-           "\",\n"
-           "  \"version\": \"" +
-           manifest.version +
-           "\",\n"
-           "  \"asset\": {\n"
-           "    \"kind\": \"mf-installer\",\n"
-           "    \"url\": \"" +
-           manifest.installerUrl +
-           "\",\n"
-           "    \"sha256\": \"" +
-           manifest.sha256 +
-           "\",\n"
-           "    \"size\": " +
-           std::to_string(manifest.sizeBytes) +
-           "\n"
-           "  }\n"
-           "}\n";
+    const auto text = [](std::string_view key, std::string_view value) {
+        return "\"" + std::string(key) + "\": \"" + std::string(value) + "\",\n";
+    };
+    return "{\n  \"schema_version\": 1,\n  " + text("app", kChannelApp) + "  " +
+           text("channel", kChannelName) + "  " + text("version", manifest.version) + "  \"asset\": {\n    " +
+           text("kind", "mf-installer") + "    " + text("url", manifest.installerUrl) + "    " +
+           text("sha256", manifest.sha256) + "    \"size\": " + std::to_string(manifest.sizeBytes) +
+           "\n  }\n}\n";
 }
 
 std::string signatureJson(std::string_view signatureHex) {

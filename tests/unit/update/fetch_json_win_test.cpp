@@ -80,9 +80,9 @@ TEST_F(FetchJson, SendsNoCookieBack) {
 }
 
 TEST_F(FetchJson, TakesStatus200Alone) {
-    for (const int status : {201, 202, 203, 204, 206, 300, 301, 302, 303, 304, 307, 308,
-                             400, 401, 403, 404, 407, 410, 418, 429, 500, 502, 503})
+    for (int status = 201; status < 600; ++status)
         EXPECT_EQ(fetchWith("{\"status\":" + std::to_string(status) + "}"), std::nullopt) << status;
+    EXPECT_EQ(fetchWith("{\"status\":200}"), kBody);
 }
 
 TEST_F(FetchJson, FollowsNoRedirect) {
