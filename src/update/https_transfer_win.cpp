@@ -45,7 +45,8 @@ bool HttpsTransfer::open(const TransferProfile& profile, std::wstring_view url, 
     parts.dwPasswordLength = kWanted;
     parts.dwUrlPathLength = kWanted;
     parts.dwExtraInfoLength = kWanted;
-    return WinHttpCrackUrl(url.data(), static_cast<DWORD>(url.size()), 0, &parts) &&
+    // A length of 0 would mean: up to the terminator.
+    return !url.empty() && WinHttpCrackUrl(url.data(), static_cast<DWORD>(url.size()), 0, &parts) &&
            isAllowed(parts, profile.addressCheck) && openSession(profile, timeoutMs) &&
            openRequest(profile, parts);
 }
