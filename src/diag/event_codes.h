@@ -55,6 +55,14 @@ enum class EventCode : std::uint8_t {
     kFfmpegStart,
     kFfmpegLaunchFailed,
     kFfmpegJobAssignFailed,
+    // Update channel
+    kUpdateStartupCheck,
+    kUpdateManualCheck,
+    kUpdateCheckCompleted,
+    kUpdateDownloadVerified,
+    kUpdateDownloadFailed,
+    kUpdateInstallerLaunched,
+    kUpdateInstallerNotLaunched,
 };
 
 // The text of a code: upper-case letters, digits and '_'; one code also holds '.' and '-'.
@@ -103,6 +111,13 @@ constexpr std::string_view eventText(EventCode code) {
         case EventCode::kFfmpegStart: return "FFMPEG_START_OWN_PROCESS";
         case EventCode::kFfmpegLaunchFailed: return "FFMPEG_LAUNCH_FAILED";
         case EventCode::kFfmpegJobAssignFailed: return "FFMPEG_JOB_ASSIGN_FAILED";
+        case EventCode::kUpdateStartupCheck: return "MF_UPDATE_STARTUP_CHECK";
+        case EventCode::kUpdateManualCheck: return "MF_UPDATE_MANUAL_CHECK";
+        case EventCode::kUpdateCheckCompleted: return "MF_UPDATE_CHECK_COMPLETED";
+        case EventCode::kUpdateDownloadVerified: return "MF_UPDATE_DOWNLOAD_VERIFIED";
+        case EventCode::kUpdateDownloadFailed: return "MF_UPDATE_DOWNLOAD_FAILED";
+        case EventCode::kUpdateInstallerLaunched: return "MF_UPDATE_INSTALLER_LAUNCHED";
+        case EventCode::kUpdateInstallerNotLaunched: return "MF_UPDATE_INSTALLER_NOT_LAUNCHED";
     }
     return "";
 }

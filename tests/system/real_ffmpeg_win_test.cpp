@@ -26,6 +26,7 @@
 #include "producers/ffmpeg_process.h"
 #include "stub_decoder/frame_collector.h"
 #include "stub_decoder/stub_install_win.h"
+#include "windows_path.h"
 
 namespace vextra::test {
 namespace {
@@ -48,14 +49,6 @@ std::optional<std::wstring> variable(const wchar_t* name) {
     if (length == 0)
         return std::nullopt;
     return std::wstring(value.data(), length);
-}
-
-// A path of the host is a path of Wine's drive Z.
-std::wstring windowsPath(std::wstring path) {
-    if (!path.starts_with(L'/'))
-        return path;
-    std::ranges::replace(path, L'/', L'\\');
-    return L"Z:" + path;
 }
 
 milliseconds since(Clock::time_point begin) {

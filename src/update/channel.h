@@ -1,0 +1,36 @@
+// Whom the broker trusts for updates: one origin and one key, both fixed when the program is compiled. No
+// file and no setting can name another. Pure.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace vextra {
+
+// A P-256 point: X, then Y, 32 bytes each, big-endian (SEC 1, without the leading 0x04).
+using EcPoint = std::array<std::byte, 64>;
+
+struct UpdateChannelIdentity {
+    std::string origin;  // "https://host" or "https://host:port", without a path
+    EcPoint publicKey{};
+};
+
+inline constexpr std::string_view kChannelApp = "CameraVirtualVextraMF";
+inline constexpr std::string_view kChannelName = "beta";
+inline constexpr std::string_view kChannelPath = "/camera-virtual-vextra-mf/";  // behind the origin
+inline constexpr std::string_view kManifestFileName = "beta.json";
+inline constexpr std::string_view kInstallerFileName = "Setup.exe";
+inline constexpr std::string_view kSignatureSuffix = ".sig.json";
+
+// The identity of this build: VEXTRA_UPDATE_ORIGIN and VEXTRA_CHANNEL_PUBLIC_KEY of the CMake cache.
+const UpdateChannelIdentity& builtInChannel();
+
+// Where the manifest lies unless the settings name another place.
+inline std::string defaultManifestUrl(const UpdateChannelIdentity& channel) {
+    return channel.origin + std::string(kChannelPath) + std::string(kManifestFileName);
+}
+
+}  // namespace vextra

@@ -1,0 +1,16 @@
+// The channel's small documents over the network.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "update/update_check.h"
+
+namespace vextra {
+
+// The body of the request's address, as bytes: 1 to 65,536 of them, received whole within the total timeout
+// with status 200 and the type JSON. Nothing otherwise, without a reason; never tried again. Any thread;
+// blocks for about the total timeout and one operation timeout at most.
+std::optional<std::string> fetchJson(const UpdateCheckRequest& request);
+
+}  // namespace vextra

@@ -1,0 +1,121 @@
+#include "update/https_transfer_win.h"
+
+#include "base/secret.h"
+
+namespace vextra {
+namespace {
+
+constexpr std::size_t kMaxContentTypeUnits = 256;  // its terminator included
+
+DWORD protocolFlags(TlsVersions versions) {
+    return versions == TlsVersions::k12Only
+               ? WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2
+               : WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_2 | WINHTTP_FLAG_SECURE_PROTOCOL_TLS1_3;
+}
+
+bool setOption(const UniqueInternetHandle& handle, DWORD option, DWORD value) {
+    return WinHttpSetOption(handle.get(), option, &value, sizeof value) != FALSE;
+}
+
+bool isAllowed(const URL_COMPONENTS& parts, AddressCheck check) {
+    return parts.nScheme == INTERNET_SCHEME_HTTPS &&
+           (check == AddressCheck::kSchemeOnly ||
+            (parts.dwHostNameLength != 0 && parts.dwUserNameLength == 0 && parts.dwPasswordLength == 0));
+}
+
+// The path and the query as they stand; the query may hold a token of the user's server.
+SecretText objectName(const URL_COMPONENTS& parts) {
+    SecretText name;
+    name.append({parts.lpszUrlPath, parts.dwUrlPathLength});
+    if (name.empty())
+        name.append(L'/');
+    name.append({parts.lpszExtraInfo, parts.dwExtraInfoLength});
+    return name;
+}
+
+}  // namespace
+
+bool HttpsTransfer::open(const TransferProfile& profile, std::wstring_view url, std::uint32_t timeoutMs) {
+    constexpr DWORD kWanted = static_cast<DWORD>(-1);  // a pointer into the address and its length
+    URL_COMPONENTS parts{};
+    parts.dwStructSize = sizeof parts;
+    parts.dwSchemeLength = kWanted;
+    parts.dwHostNameLength = kWanted;
+    parts.dwUserNameLength = kWanted;
+    parts.dwPasswordLength = kWanted;
+    parts.dwUrlPathLength = kWanted;
+    parts.dwExtraInfoLength = kWanted;
+    // A length of 0 would mean: up to the terminator.
+    return !url.empty() && WinHttpCrackUrl(url.data(), static_cast<DWORD>(url.size()), 0, &parts) &&
+           isAllowed(parts, profile.addressCheck) && openSession(profile, timeoutMs) &&
+           openRequest(profile, parts);
+}
+
+bool HttpsTransfer::openSession(const TransferProfile& profile, std::uint32_t timeoutMs) {
+    startTick_ = GetTickCount64();
+    session_.reset(WinHttpOpen(profile.userAgent, WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY, WINHTTP_NO_PROXY_NAME,
+                               WINHTTP_NO_PROXY_BYPASS, 0));
+    const int timeout = static_cast<int>(timeoutMs);
+    return session_ && WinHttpSetTimeouts(session_.get(), timeout, timeout, timeout, timeout) &&
+           setOption(session_, WINHTTP_OPTION_SECURE_PROTOCOLS, protocolFlags(profile.tls));
+}
+
+bool HttpsTransfer::openRequest(const TransferProfile& profile, const URL_COMPONENTS& parts) {
+    const std::wstring host(parts.lpszHostName, parts.dwHostNameLength);
+    connection_.reset(WinHttpConnect(session_.get(), host.c_str(), parts.nPort, 0));
+    if (!connection_)
+        return false;
+    const wchar_t* acceptTypes[] = {profile.acceptType, nullptr};
+    request_.reset(WinHttpOpenRequest(
+        connection_.get(), L"GET", objectName(parts).c_str(), nullptr, WINHTTP_NO_REFERER,
+        profile.acceptType != nullptr ? acceptTypes : WINHTTP_DEFAULT_ACCEPT_TYPES, WINHTTP_FLAG_SECURE));
+    return request_ &&
+           setOption(request_, WINHTTP_OPTION_DISABLE_FEATURE,
+                     WINHTTP_DISABLE_COOKIES | WINHTTP_DISABLE_REDIRECTS | WINHTTP_DISABLE_AUTHENTICATION) &&
+           setOption(request_, WINHTTP_OPTION_AUTOLOGON_POLICY, WINHTTP_AUTOLOGON_SECURITY_LEVEL_HIGH);
+}
+
+bool HttpsTransfer::send() {
+    return WinHttpSendRequest(request_.get(), WINHTTP_NO_ADDITIONAL_HEADERS, 0, WINHTTP_NO_REQUEST_DATA, 0, 0,
+                              0) != FALSE;
+}
+
+bool HttpsTransfer::receiveHead() {
+    return WinHttpReceiveResponse(request_.get(), nullptr) &&
+           numberHeader(WINHTTP_QUERY_STATUS_CODE) == HTTP_STATUS_OK;
+}
+
+std::optional<std::wstring> HttpsTransfer::contentType() const {
+    wchar_t text[kMaxContentTypeUnits];
+    DWORD bytes = sizeof text;
+    if (!WinHttpQueryHeaders(request_.get(), WINHTTP_QUERY_CONTENT_TYPE, WINHTTP_HEADER_NAME_BY_INDEX, text,
+                             &bytes, WINHTTP_NO_HEADER_INDEX))
+        return std::nullopt;
+    return std::wstring(text, bytes / sizeof(wchar_t));
+}
+
+std::optional<std::uint32_t> HttpsTransfer::contentLength() const {
+    return numberHeader(WINHTTP_QUERY_CONTENT_LENGTH);
+}
+
+std::optional<std::uint32_t> HttpsTransfer::numberHeader(DWORD header) const {
+    DWORD value = 0;
+    DWORD bytes = sizeof value;
+    if (!WinHttpQueryHeaders(request_.get(), header | WINHTTP_QUERY_FLAG_NUMBER, WINHTTP_HEADER_NAME_BY_INDEX,
+                             &value, &bytes, WINHTTP_NO_HEADER_INDEX))
+        return std::nullopt;
+    return value;
+}
+
+bool HttpsTransfer::setReceiveTimeout(std::uint32_t timeoutMs) {
+    return setOption(request_, WINHTTP_OPTION_RECEIVE_TIMEOUT, timeoutMs);
+}
+
+std::optional<std::size_t> HttpsTransfer::read(std::span<std::byte> buffer) {
+    DWORD taken = 0;
+    if (!WinHttpReadData(request_.get(), buffer.data(), static_cast<DWORD>(buffer.size()), &taken))
+        return std::nullopt;
+    return taken;
+}
+
+}  // namespace vextra

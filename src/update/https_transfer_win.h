@@ -1,0 +1,60 @@
+// One GET over HTTPS, step by step: certificates are checked by the system, and neither redirects nor cookies
+// nor credentials leave this machine. One thread, which every call may block for about the timeout.
+#pragma once
+
+#include <windows.h>
+
+#include <winhttp.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "base/handle_win.h"
+#include "base/ticks.h"
+#include "update/transfer_profile.h"
+
+namespace vextra {
+
+struct InternetHandleTraits {
+    using Value = HINTERNET;
+    static Value invalid() { return nullptr; }
+    static void close(Value value) { WinHttpCloseHandle(value); }
+};
+using UniqueInternetHandle = Unique<InternetHandleTraits>;
+
+// Every call that says false or nothing ends the transfer.
+class HttpsTransfer {
+public:
+    // Splits the address and prepares the request; nothing is sent yet. `timeoutMs` is that of each of
+    // resolve, connect, send and receive.
+    bool open(const TransferProfile& profile, std::wstring_view url, std::uint32_t timeoutMs);
+    bool send();
+    // The head of the response. True only for status 200.
+    bool receiveHead();
+
+    std::optional<std::wstring> contentType() const;  // of 255 units at most
+    std::optional<std::uint32_t> contentLength() const;
+
+    bool setReceiveTimeout(std::uint32_t timeoutMs);
+    // The number of bytes that were read; 0 at the end of the body.
+    std::optional<std::size_t> read(std::span<std::byte> buffer);
+
+    // Since just before the session was opened.
+    Tick elapsedMs() const { return GetTickCount64() - startTick_; }
+
+private:
+    bool openSession(const TransferProfile& profile, std::uint32_t timeoutMs);
+    bool openRequest(const TransferProfile& profile, const URL_COMPONENTS& parts);
+    std::optional<std::uint32_t> numberHeader(DWORD header) const;
+
+    Tick startTick_ = 0;
+    UniqueInternetHandle session_;  // closed after what was opened from it
+    UniqueInternetHandle connection_;
+    UniqueInternetHandle request_;
+};
+
+}  // namespace vextra

@@ -1,0 +1,125 @@
+#include <windows.h>
+
+#include <objbase.h>
+#include <shlobj.h>
+
+#include <vector>
+
+#include "base/ascii.h"
+#include "base/handle_win.h"
+#include "base/sha256.h"
+#include "update/https_transfer_win.h"
+#include "update/installer_download.h"
+#include "update/signature.h"
+
+namespace vextra {
+namespace {
+
+constexpr std::size_t kGuidUnits = 39;  // {xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx} and its terminator
+
+struct TaskMemoryTraits {
+    using Value = PWSTR;
+    static Value invalid() { return nullptr; }
+    static void close(Value value) { CoTaskMemFree(value); }
+};
+
+struct Progress {
+    const std::atomic<bool>& cancel;
+    std::atomic<std::uint32_t>& percent;
+};
+
+// A new folder for one download; empty on failure.
+std::wstring makeDownloadFolder() {
+    Unique<TaskMemoryTraits> local;
+    if (FAILED(SHGetKnownFolderPath(FOLDERID_LocalAppData, KF_FLAG_DEFAULT, nullptr, local.put())))
+        return {};
+    const std::wstring updates = std::wstring(local.get()) + L"\\Vextra\\CameraVirtualMFBeta\\updates";
+    const int made = SHCreateDirectoryExW(nullptr, updates.c_str(), nullptr);
+    if (made != ERROR_SUCCESS && made != ERROR_ALREADY_EXISTS && made != ERROR_FILE_EXISTS)
+        return {};
+    GUID id{};
+    wchar_t name[kGuidUnits];
+    if (FAILED(CoCreateGuid(&id)) || StringFromGUID2(id, name, kGuidUnits) == 0)
+        return {};
+    const std::wstring folder = updates + L"\\" + name;
+    return CreateDirectoryW(folder.c_str(), nullptr) ? folder : std::wstring();
+}
+
+bool writeAll(HANDLE file, std::span<const std::byte> bytes) {
+    DWORD written = 0;
+    return WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) &&
+           written == bytes.size();
+}
+
+// Until the end of the body. False as soon as it is certain that this cannot become the signed file.
+bool receiveBody(HttpsTransfer& transfer, HANDLE file, Sha256& hash, const UpdateManifest& manifest,
+                 const Progress& progress) {
+    std::vector<std::byte> piece(kInstallerReadBytes);
+    std::uint64_t written = 0;
+    while (transfer.elapsedMs() <= kInstallerTotalMs) {
+        const std::optional<std::size_t> count = transfer.read(piece);
+        if (!count)
+            return false;
+        if (*count == 0)
+            return written == manifest.sizeBytes;
+        const auto bytes = std::span<const std::byte>(piece).first(*count);
+        if (bytes.size() > manifest.sizeBytes - written || !writeAll(file, bytes) || !hash.add(bytes))
+            return false;
+        written += bytes.size();
+        progress.percent = static_cast<std::uint32_t>(written * 100 / manifest.sizeBytes);
+        if (progress.cancel)
+            return false;
+    }
+    return false;
+}
+
+bool receiveInstaller(HANDLE file, const UpdateManifest& manifest, const Progress& progress) {
+    Sha256 hash;
+    HttpsTransfer transfer;
+    if (!hash.ready() ||
+        !transfer.open(kInstallerTransfer, widenedAscii(manifest.installerUrl), kInstallerTimeoutMs) ||
+        progress.cancel || !transfer.send() || !transfer.receiveHead() || progress.cancel ||
+        !receiveBody(transfer, file, hash, manifest, progress))
+        return false;
+    const std::optional<Sha256Digest> digest = hash.finish();
+    return digest && isInstallerDigest(manifest, *digest) && FlushFileBuffers(file);
+}
+
+// The path of the finished installer; empty, and nothing left of the folder, on failure.
+std::wstring downloadInto(const std::wstring& folder, const UpdateManifest& manifest,
+                          const Progress& progress) {
+    const std::wstring unfinished = folder + L"\\Setup.download";
+    std::wstring finished = folder + L"\\" + widenedAscii(kInstallerFileName);
+    UniqueFile file(CreateFileW(unfinished.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                FILE_ATTRIBUTE_NORMAL, nullptr));
+    const bool received = file && receiveInstaller(file.get(), manifest, progress);
+    file.reset();
+    if (received && !progress.cancel &&
+        MoveFileExW(unfinished.c_str(), finished.c_str(), MOVEFILE_WRITE_THROUGH))
+        return finished;
+    DeleteFileW(unfinished.c_str());
+    RemoveDirectoryW(folder.c_str());
+    return {};
+}
+
+}  // namespace
+
+DownloadResult downloadInstaller(const UpdateManifest& manifest, const UpdateChannelIdentity& channel,
+                                 const std::atomic<bool>& cancel,
+                                 std::atomic<std::uint32_t>& progressPercent) {
+    if (!isManifestStillTrusted(manifest, channel))
+        return {false, {}, L"Atualização sem assinatura MF válida; download recusado."};
+    DownloadResult result{false, {}, L"Download não concluído; nenhuma instalação foi iniciada."};
+    const std::wstring folder = makeDownloadFolder();
+    if (folder.empty())
+        return result;
+    result.installerPath = downloadInto(folder, manifest, {cancel, progressPercent});
+    result.verified = !result.installerPath.empty();
+    if (result.verified)
+        result.message =
+            L"Instalador baixado: assinatura, tamanho e SHA-256 verificados. Instale quando a câmera estiver "
+            L"ociosa.";
+    return result;
+}
+
+}  // namespace vextra

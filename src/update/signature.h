@@ -1,0 +1,29 @@
+// Who vouches for a manifest: a detached ECDSA signature (P-256, SHA-256) under the channel's key. Any
+// thread.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <optional>
+#include <string_view>
+
+#include "update/channel.h"
+#include "update/manifest.h"
+
+namespace vextra {
+
+// r, then s, 32 bytes each, big-endian; no ASN.1 around them.
+using EcSignature = std::array<std::byte, 64>;
+
+// From 128 hexadecimal digits in either case, the high digit of each byte first. Pure.
+std::optional<EcSignature> decodeSignature(std::string_view hex);
+
+// True only for a well-formed signature that verifies.
+bool verifyManifestSignature(std::string_view message, std::string_view signatureHex,
+                             const EcPoint& publicKey);
+
+// What held when the manifest was checked still holds: the installer's place, its size, the stored signature.
+// Asked again before the download and before the launch.
+bool isManifestStillTrusted(const UpdateManifest& manifest, const UpdateChannelIdentity& channel);
+
+}  // namespace vextra

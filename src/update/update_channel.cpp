@@ -1,0 +1,196 @@
+#include "update/update_channel.h"
+
+#include <utility>
+
+#include "base/ascii.h"
+
+namespace vextra {
+namespace {
+
+constexpr std::wstring_view kRetryLabel = L"Tentar download novamente";
+constexpr std::wstring_view kInstallLabel = L"Instalar atualização";
+
+constexpr UpdateQuestion kDownloadQuestion{
+    L"Baixar o instalador completo da nova versão MF? A assinatura, o tamanho e o SHA-256 serão verificados. "
+    L"Nada será instalado sem sua confirmação.",
+    L"Nova versão disponível"};
+constexpr UpdateQuestion kInstallQuestion{
+    L"Abrir o instalador da nova versão MF? O Windows poderá pedir autorização. Suas configurações serão "
+    L"preservadas. A instalação só prossegue sem captura ativa.",
+    L"Atualização Câmera Virtual Vextra MF"};
+
+}  // namespace
+
+void UpdateChannel::startCheck(CheckKind kind) {
+    if (shuttingDown_ || busy_)
+        return;
+    const Tick now = doors_.now();
+    if (kind == CheckKind::kStartup && now < nextStartupCheck_)
+        return;
+    UpdateSettings settings = doors_.settings();
+    if (settings.disabled) {
+        constexpr std::wstring_view kDisabled = L"Verificação de atualização desativada nas Configurações.";
+        doors_.showStatus(kDisabled);
+        if (kind == CheckKind::kManual)
+            doors_.showNotice(kDisabled);
+        return;
+    }
+    joinWorker();
+    nextStartupCheck_ = now + kStartupCheckSpacingMs;
+    busy_ = true;
+    updateAvailable_ = false;
+    downloaded_ = false;
+    doors_.showStatus(L"Verificando canal MF e assinatura, sem interromper a câmera...");
+    doors_.log(kind == CheckKind::kStartup ? EventCode::kUpdateStartupCheck : EventCode::kUpdateManualCheck,
+               0);
+    startWorker(
+        [this, url = std::move(settings.manifestUrl)] {
+            UpdateCheckResult result = doors_.runCheck(updateCheckRequest(url, channel_));
+            const std::lock_guard guard(updateResultLock_);
+            checkResult_ = std::move(result);
+        },
+        UpdateCompletion::kCheck);
+}
+
+void UpdateChannel::pressInstallerButton() {
+    if (downloaded_)
+        launchInstaller();
+    else
+        startDownload();
+}
+
+void UpdateChannel::startDownload() {
+    // While the box is open messages are still dispatched: a check may begin, or the broker end. Hence asked
+    // again, as one worker is all there may be.
+    if (!mayFetchInstaller() || !doors_.ask(kDownloadQuestion) || !mayFetchInstaller())
+        return;
+    joinWorker();
+    busy_ = true;
+    downloading_ = true;
+    progressPercent_ = 0;
+    cancel_ = false;
+    startWorker(
+        [this, manifest = currentManifest()] {
+            DownloadResult result = doors_.download(manifest, cancel_, progressPercent_);
+            const std::lock_guard guard(updateResultLock_);
+            downloadResult_ = std::move(result);
+        },
+        UpdateCompletion::kDownload);
+}
+
+void UpdateChannel::launchInstaller() {
+    if (!mayLaunchInstaller())
+        return;
+    if (!doors_.camera().idle()) {
+        doors_.showNotice(
+            L"Instalação adiada: encerre a captura e a prévia. Nenhuma reunião será interrompida.");
+        return;
+    }
+    if (!doors_.ask(kInstallQuestion) || !mayLaunchInstaller())
+        return;
+    // The box may have been open for hours, and a meeting may have begun meanwhile.
+    if (!doors_.camera().idle()) {
+        doors_.showNotice(L"Captura iniciada: instalação adiada.");
+        return;
+    }
+    std::wstring path;
+    {
+        const std::lock_guard guard(updateResultLock_);
+        path = downloadResult_.installerPath;
+    }
+    const bool opened = doors_.openInstaller(currentManifest(), path);
+    doors_.showNotice(opened ? L"Instalador aberto. Conclua o assistente para atualizar."
+                             : L"Instalador não iniciado ou autorização cancelada. Câmera preservada.");
+    doors_.log(opened ? EventCode::kUpdateInstallerLaunched : EventCode::kUpdateInstallerNotLaunched, 0);
+}
+
+void UpdateChannel::handleCompletion(std::uint64_t number) {
+    // Any program of the user's can send the window this message; waiting for a worker that still runs would
+    // freeze the window.
+    if (number == 0 || number != finished_.load())
+        return;
+    finished_ = 0;
+    joinWorker();
+    busy_ = false;
+    if (number == static_cast<std::uint64_t>(UpdateCompletion::kCheck))
+        finishCheck();
+    else
+        finishDownload();
+}
+
+void UpdateChannel::finishCheck() {
+    UpdateCheckResult result;
+    {
+        const std::lock_guard guard(updateResultLock_);
+        result = checkResult_;
+    }
+    updateAvailable_ = result.code == UpdateCode::kAvailable;
+    std::wstring text = result.message;
+    if (updateAvailable_) {
+        text = L"Nova versão " + widenedAscii(result.manifest.version) +
+               L" disponível • assinatura MF validada. Baixe para atualizar.";
+        doors_.showBalloon(L"Atualização Vextra MF disponível",
+                           L"Abra Diagnóstico para baixar a nova versão. A câmera não será interrompida.");
+        buttonLabel_ = kDownloadLabel;
+    }
+    doors_.log(EventCode::kUpdateCheckCompleted, static_cast<std::int32_t>(result.code));
+    doors_.showStatus(text);
+    if (updateAvailable_)
+        doors_.showNotice(text);
+}
+
+void UpdateChannel::finishDownload() {
+    DownloadResult result;
+    {
+        const std::lock_guard guard(updateResultLock_);
+        result = downloadResult_;
+    }
+    downloading_ = false;
+    downloaded_ = result.verified;
+    buttonLabel_ = result.verified ? kInstallLabel : kRetryLabel;
+    doors_.log(result.verified ? EventCode::kUpdateDownloadVerified : EventCode::kUpdateDownloadFailed, 0);
+    doors_.showStatus(result.message);
+    if (updateAvailable_)
+        doors_.showNotice(result.message);
+}
+
+void UpdateChannel::beginShutdown() {
+    shuttingDown_ = true;
+    cancel_ = true;
+}
+
+void UpdateChannel::shutDown() {
+    beginShutdown();
+    joinWorker();
+}
+
+bool UpdateChannel::installerButtonEnabled(const CameraActivity& camera) const {
+    return !busy_ && updateAvailable_ && (!downloaded_ || camera.idle());
+}
+
+std::optional<std::wstring> UpdateChannel::progressText() const {
+    if (!downloading_)
+        return std::nullopt;
+    return L"Baixando instalador MF: " + std::to_wstring(progressPercent_.load()) + L"% • câmera preservada";
+}
+
+UpdateManifest UpdateChannel::currentManifest() {
+    const std::lock_guard guard(updateResultLock_);
+    return checkResult_.manifest;
+}
+
+// noexcept: a system that has no thread to give ends the program, as does a worker that would join itself.
+void UpdateChannel::startWorker(std::function<void()> work, UpdateCompletion completion) noexcept {
+    worker_ = std::thread([this, completion, task = std::move(work)] {
+        task();
+        finished_ = static_cast<std::uint32_t>(completion);
+        doors_.postCompletion(completion);
+    });
+}
+
+void UpdateChannel::joinWorker() noexcept {
+    if (worker_.joinable())
+        worker_.join();
+}
+
+}  // namespace vextra

@@ -1,0 +1,143 @@
+// The update channel as the window sees it: what runs, what is known, what the user may press and what is
+// said. All of it belongs to the window's thread; checks and downloads run on one worker at a time. Pure:
+// whatever touches the system comes in through the doors.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include "base/secret.h"
+#include "base/ticks.h"
+#include "diag/event_codes.h"
+#include "update/update_check.h"
+
+namespace vextra {
+
+constexpr Tick kStartupCheckSpacingMs = 300'000;
+
+enum class CheckKind : std::uint8_t {
+    kStartup = 1,  // at start and whenever the window is shown; at most one in kStartupCheckSpacingMs
+    kManual,
+};
+
+// The number that a completion message carries.
+enum class UpdateCompletion : std::uint8_t { kCheck = 1, kDownload = 2 };
+
+struct DownloadResult {
+    bool verified = false;
+    std::wstring installerPath;  // empty unless verified
+    std::wstring message;        // for the user
+};
+
+struct CameraActivity {
+    bool captureActive = true;
+    bool previewRuns = true;
+    std::int32_t leaseCount = -1;  // -1: unknown, which is not idle
+
+    bool idle() const { return !captureActive && !previewRuns && leaseCount == 0; }
+};
+
+struct UpdateSettings {
+    bool disabled = false;
+    SecretText manifestUrl;  // empty: the channel's own
+};
+
+// A box with Yes and No; No is the default, and closing it means No.
+struct UpdateQuestion {
+    std::wstring_view text;
+    std::wstring_view title;
+};
+
+struct UpdateChannelDoors {
+    // Called on the window's thread.
+    std::function<Tick()> now;
+    std::function<UpdateSettings()> settings;  // copied under the settings lock
+    std::function<CameraActivity()> camera;    // as it is at this moment, the leases freshly counted
+    std::function<bool(const UpdateQuestion&)> ask;
+    std::function<void(std::wstring_view)> showStatus;  // the status line alone
+    std::function<void(std::wstring_view)> showNotice;  // the shared status text, and a message to the window
+    std::function<void(std::wstring_view title, std::wstring_view text)> showBalloon;
+    std::function<void(EventCode, std::int32_t)> log;
+    std::function<bool(const UpdateManifest&, const std::wstring& installerPath)> openInstaller;
+
+    // Called on the worker. The download looks at `cancel` between its steps and writes `progressPercent`.
+    std::function<UpdateCheckResult(UpdateCheckRequest)> runCheck;
+    std::function<DownloadResult(const UpdateManifest&, const std::atomic<bool>& cancel,
+                                 std::atomic<std::uint32_t>& progressPercent)>
+        download;
+    std::function<void(UpdateCompletion)> postCompletion;  // to the window, where there is one
+};
+
+class UpdateChannel {
+public:
+    // `channel` is borrowed and outlives this object.
+    UpdateChannel(const UpdateChannelIdentity& channel, UpdateChannelDoors doors)
+        : channel_(channel), doors_(std::move(doors)) {}
+    UpdateChannel(const UpdateChannel&) = delete;
+    UpdateChannel& operator=(const UpdateChannel&) = delete;
+    ~UpdateChannel() { shutDown(); }
+
+    // What the user and the system ask for. Nothing happens while it cannot.
+    void startCheck(CheckKind kind);
+    void pressInstallerButton();  // download, or install what is downloaded
+
+    // The window received a completion message with this number. One that no worker sent is ignored.
+    void handleCompletion(std::uint64_t number);
+
+    // From here on nothing is started, and a download ends with its current piece. Returns at once.
+    void beginShutdown();
+    // The same, and waits for the worker: up to a document's total time.
+    void shutDown();
+
+    // What the window shows.
+    bool busy() const { return busy_; }
+    bool checkButtonEnabled() const { return !busy_; }
+    bool installerButtonEnabled(const CameraActivity& camera) const;
+    std::wstring_view installerButtonLabel() const { return buttonLabel_; }
+    std::optional<std::wstring> progressText() const;  // while downloading
+
+private:
+    static constexpr std::wstring_view kDownloadLabel = L"Baixar atualização";
+
+    void startDownload();
+    void launchInstaller();
+    void finishCheck();
+    void finishDownload();
+
+    bool mayFetchInstaller() const { return !shuttingDown_ && !busy_ && updateAvailable_; }
+    bool mayLaunchInstaller() const { return mayFetchInstaller() && downloaded_; }
+    UpdateManifest currentManifest();
+    void startWorker(std::function<void()> work, UpdateCompletion completion) noexcept;
+    void joinWorker() noexcept;
+
+    const UpdateChannelIdentity& channel_;
+    const UpdateChannelDoors doors_;
+
+    // Window's thread only.
+    bool busy_ = false;  // a worker was started and its completion not yet handled
+    bool updateAvailable_ = false;
+    bool downloading_ = false;
+    bool downloaded_ = false;
+    bool shuttingDown_ = false;
+    Tick nextStartupCheck_ = 0;  // no start-up check before this
+    std::wstring_view buttonLabel_ = kDownloadLabel;
+    std::thread worker_;  // the one that may exist
+
+    // Shared with the worker.
+    std::atomic<std::uint32_t> progressPercent_{0};  // written by the worker
+    std::atomic<bool> cancel_{false};                // written by the window's thread
+    std::atomic<std::uint32_t> finished_{0};         // UpdateCompletion of a worker that ended; 0: none
+
+    std::mutex updateResultLock_;
+    UpdateCheckResult checkResult_;  // guarded by updateResultLock_
+    DownloadResult downloadResult_;  // guarded by updateResultLock_
+};
+
+}  // namespace vextra

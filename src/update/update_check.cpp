@@ -1,0 +1,82 @@
+#include "update/update_check.h"
+
+#include <utility>
+
+#include "base/ascii.h"
+#include "update/json_reader.h"
+#include "update/strict_url.h"
+
+namespace vextra {
+namespace {
+
+constexpr std::uint32_t kMinOperationTimeoutMs = 250;
+constexpr std::uint32_t kMaxOperationTimeoutMs = 10'000;
+constexpr std::uint32_t kMaxTotalTimeoutMs = 30'000;
+
+UpdateCheckResult ended(UpdateCode code, std::wstring_view message) {
+    return {code, std::wstring(message), {}};
+}
+
+UpdateCheckResult refused(std::wstring_view message) {
+    return ended(UpdateCode::kRefused, message);
+}
+
+bool isValid(const UpdateCheckRequest& request) {
+    return isStrictHttpsUrl(narrowedUrl(request.manifestUrl.view()).view()) &&
+           parseVersion(request.currentVersion) && request.operationTimeoutMs >= kMinOperationTimeoutMs &&
+           request.operationTimeoutMs <= kMaxOperationTimeoutMs &&
+           request.operationTimeoutMs <= request.totalTimeoutMs &&
+           request.totalTimeoutMs <= kMaxTotalTimeoutMs;
+}
+
+UpdateCheckResult compared(UpdateManifest manifest, std::string_view currentVersion) {
+    const std::optional<int> order = compareVersions(manifest.version, currentVersion);
+    if (!order)
+        return refused(L"Versão inválida no manifesto MF.");
+    UpdateCheckResult result =
+        *order > 0 ? ended(UpdateCode::kAvailable,
+                           L"Nova versão MF disponível. Abra Diagnóstico para baixar e instalar.")
+                   : ended(UpdateCode::kUpToDate, L"Nenhuma versão MF mais recente no canal configurado.");
+    result.manifest = std::move(manifest);
+    return result;
+}
+
+}  // namespace
+
+UpdateCheckRequest updateCheckRequest(SecretText manifestUrl, const UpdateChannelIdentity& channel) {
+    UpdateCheckRequest request;
+    request.manifestUrl = std::move(manifestUrl);
+    if (request.manifestUrl.empty())
+        request.manifestUrl.assign(widenedAscii(defaultManifestUrl(channel)));
+    return request;
+}
+
+UpdateCheckResult runUpdateCheck(UpdateCheckRequest request, const UpdateChannelIdentity& channel,
+                                 const UpdateCheckDoors& doors) {
+    if (request.manifestUrl.empty())
+        return ended(UpdateCode::kNotConfigured, L"Verificação MF não configurada para esta consulta.");
+    if (!isValid(request))
+        return ended(UpdateCode::kInvalidRequest,
+                     L"Configuração de atualização inválida: exige HTTPS e versão MF válida.");
+    const std::optional<std::string> body = doors.fetchJson(request);
+    if (!body)
+        return ended(UpdateCode::kUnreachable, L"Não foi possível verificar a atualização MF com segurança.");
+    std::optional<UpdateManifest> manifest = parseUpdateManifest(*body);
+    if (!manifest)
+        return refused(L"Manifesto inválido para CameraVirtualVextraMF/beta.");
+    if (!isOfficialInstallerUrl(*manifest, channel))
+        return refused(L"Instalador fora do canal MF oficial; atualização recusada.");
+
+    request.manifestUrl.assign(widenedAscii(signatureDocumentUrl(*manifest)));
+    const std::optional<std::string> document = doors.fetchJson(request);
+    const std::optional<JsonValue> root = document ? parseJsonDocument(*document) : std::nullopt;
+    if (!root || root->members.size() != 1)
+        return refused(L"Assinatura da atualização indisponível; instalação não autorizada.");
+    const JsonValue* const signature = findMember(*root, "signature", JsonKind::kString);
+    if (signature == nullptr || !doors.verifySignature(buildSignedMessage(*manifest), signature->text))
+        return refused(L"Assinatura da atualização inválida; instalação recusada.");
+    manifest->signature = signature->text;
+    return compared(std::move(*manifest), request.currentVersion);
+}
+
+}  // namespace vextra

@@ -1,0 +1,18 @@
+// The doors of the update channel that need nothing but the system.
+#pragma once
+
+#include <windows.h>
+
+#include "update/channel.h"
+#include "update/update_channel.h"
+
+namespace vextra {
+
+// The check itself, with the real network and the real signature. On a worker thread.
+UpdateCheckResult checkForUpdate(UpdateCheckRequest request, const UpdateChannelIdentity& channel);
+
+// Fills now, ask, openInstaller, runCheck and download; the other doors are the window's to fill. `owner` is
+// the window over which boxes stand; `channel` is borrowed.
+UpdateChannelDoors systemUpdateDoors(HWND owner, const UpdateChannelIdentity& channel);
+
+}  // namespace vextra

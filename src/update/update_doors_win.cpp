@@ -1,0 +1,38 @@
+#include "update/fetch_json.h"
+#include "update/installer_download.h"
+#include "update/installer_launch.h"
+#include "update/signature.h"
+#include "update/update_doors.h"
+
+namespace vextra {
+
+UpdateCheckResult checkForUpdate(UpdateCheckRequest request, const UpdateChannelIdentity& channel) {
+    return runUpdateCheck(
+        std::move(request), channel,
+        {.fetchJson = fetchJson,
+         .verifySignature = [&channel](std::string_view message, std::string_view signatureHex) {
+             return verifyManifestSignature(message, signatureHex, channel.publicKey);
+         }});
+}
+
+UpdateChannelDoors systemUpdateDoors(HWND owner, const UpdateChannelIdentity& channel) {
+    UpdateChannelDoors doors;
+    doors.now = GetTickCount64;
+    doors.ask = [owner](const UpdateQuestion& question) {
+        return MessageBoxW(owner, std::wstring(question.text).c_str(), std::wstring(question.title).c_str(),
+                           MB_YESNO | MB_DEFBUTTON2 | MB_ICONQUESTION) == IDYES;
+    };
+    doors.openInstaller = [owner, &channel](const UpdateManifest& manifest, const std::wstring& path) {
+        return openVerifiedInstaller(owner, manifest, path, channel);
+    };
+    doors.runCheck = [&channel](UpdateCheckRequest request) {
+        return checkForUpdate(std::move(request), channel);
+    };
+    doors.download = [&channel](const UpdateManifest& manifest, const std::atomic<bool>& cancel,
+                                std::atomic<std::uint32_t>& progressPercent) {
+        return downloadInstaller(manifest, channel, cancel, progressPercent);
+    };
+    return doors;
+}
+
+}  // namespace vextra

@@ -1,0 +1,537 @@
+#include "update/update_channel.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <vector>
+
+#include "bridge/bridge_protocol.h"
+#include "manifest_text.h"
+
+namespace vextra {
+namespace {
+
+using test::testChannel;
+
+constexpr const wchar_t* kDisabledText = L"Verificação de atualização desativada nas Configurações.";
+constexpr const wchar_t* kCheckingText = L"Verificando canal MF e assinatura, sem interromper a câmera...";
+constexpr const wchar_t* kAvailableText =
+    L"Nova versão 0.3.0 disponível • assinatura MF validada. Baixe para atualizar.";
+constexpr const wchar_t* kLaunchedText = L"Instalador aberto. Conclua o assistente para atualizar.";
+constexpr const wchar_t* kNotLaunchedText =
+    L"Instalador não iniciado ou autorização cancelada. Câmera preservada.";
+constexpr CameraActivity kIdleCamera{false, false, 0};
+
+struct Said {
+    enum class Where { kStatus = 1, kNotice, kBalloon, kQuestion, kLog } where;
+    std::wstring text;
+    bool operator==(const Said&) const = default;
+};
+using enum Said::Where;
+
+std::ostream& operator<<(std::ostream& out, const Said& said) {
+    return out << static_cast<int>(said.where) << ' ' << std::string(said.text.begin(), said.text.end());
+}
+
+// The window, the user, the camera and the network around the channel.
+class UpdateWindow : public testing::Test {
+protected:
+    UpdateWindow() {
+        result.code = UpdateCode::kAvailable;
+        result.message = L"Nova versão MF disponível. Abra Diagnóstico para baixar e instalar.";
+        result.manifest = {"0.3.0", installerUrl("0.3.0", testChannel()), std::string(64, 'a'), 10,
+                           "signature"};
+        download = {true, L"C:\\u\\Setup.exe", L"verified"};
+    }
+
+    UpdateChannelDoors doors() {
+        return {
+            .now = [this] { return now; },
+            .settings =
+                [this] {
+                    return UpdateSettings{disabled, SecretText(manifestUrl)};
+                },
+            .camera = [this] { return camera; },
+            .ask =
+                [this](const UpdateQuestion& question) {
+                    say(kQuestion, std::wstring(question.title) + L"|" + std::wstring(question.text));
+                    if (whileAsking)
+                        whileAsking();
+                    return answer;
+                },
+            .showStatus = [this](std::wstring_view text) { say(kStatus, text); },
+            .showNotice = [this](std::wstring_view text) { say(kNotice, text); },
+            .showBalloon =
+                [this](std::wstring_view title, std::wstring_view text) {
+                    say(kBalloon, std::wstring(title) + L"|" + std::wstring(text));
+                },
+            .log =
+                [this](EventCode code, std::int32_t value) {
+                    const std::string_view name = eventText(code);
+                    say(kLog, std::wstring(name.begin(), name.end()) + L" " + std::to_wstring(value));
+                },
+            .openInstaller =
+                [this](const UpdateManifest& manifest, const std::wstring& path) {
+                    opened.emplace_back(manifest.version, path);
+                    return installerOpens;
+                },
+            .runCheck =
+                [this](UpdateCheckRequest request) {
+                    const std::wstring_view url = request.manifestUrl.view();
+                    checked.emplace_back(url);
+                    return result;
+                },
+            .download =
+                [this](const UpdateManifest& manifest, const std::atomic<bool>& cancel,
+                       std::atomic<std::uint32_t>& progressPercent) {
+                    downloaded.push_back(manifest);
+                    progressPercent = 42;
+                    while (waitForCancel && !cancel)
+                        std::this_thread::yield();
+                    cancelSeen = cancel.load();
+                    return download;
+                },
+            .postCompletion =
+                [this](UpdateCompletion completion) {
+                    const std::lock_guard guard(postLock);
+                    posted.push_back(completion);
+                    postedOne.notify_all();
+                },
+        };
+    }
+
+    void say(Said::Where where, std::wstring_view text) { said.push_back({where, std::wstring(text)}); }
+    std::vector<Said> takeSaid() { return std::exchange(said, {}); }
+    std::vector<std::wstring> takeSaid(Said::Where where) {
+        std::vector<std::wstring> texts;
+        for (const Said& one : takeSaid()) {
+            if (one.where == where)
+                texts.push_back(one.text);
+        }
+        return texts;
+    }
+
+    // The next message that a worker posts, given to the channel as the window does.
+    void deliver() {
+        std::unique_lock guard(postLock);
+        ASSERT_TRUE(postedOne.wait_for(guard, std::chrono::seconds(10), [this] { return !posted.empty(); }));
+        const UpdateCompletion completion = posted.front();
+        posted.erase(posted.begin());
+        guard.unlock();
+        channel.handleCompletion(static_cast<std::uint64_t>(completion));
+    }
+    void check(CheckKind kind = CheckKind::kManual) {
+        channel.startCheck(kind);
+        deliver();
+    }
+    void checkAndDownload() {
+        check();
+        channel.pressInstallerButton();
+        deliver();
+        takeSaid();
+    }
+    // The channel counts a check by what reached the network.
+    std::size_t checks() const { return checked.size(); }
+
+    Tick now = 1'000'000;
+    bool disabled = false;
+    std::wstring manifestUrl;
+    CameraActivity camera = kIdleCamera;
+    bool answer = true;
+    std::function<void()> whileAsking;
+    bool installerOpens = true;
+    std::vector<std::pair<std::string, std::wstring>> opened;
+    std::vector<Said> said;
+
+    UpdateCheckResult result;
+    DownloadResult download;
+    bool waitForCancel = false;
+    std::atomic<bool> cancelSeen{false};
+    std::vector<std::wstring> checked;       // a worker's until it is joined
+    std::vector<UpdateManifest> downloaded;  // likewise
+
+    std::mutex postLock;
+    std::condition_variable postedOne;
+    std::vector<UpdateCompletion> posted;  // guarded by postLock
+
+    UpdateChannel channel{testChannel(), doors()};
+};
+
+// --- Checks ---
+
+TEST_F(UpdateWindow, ACheckSaysThatItRuns) {
+    channel.startCheck(CheckKind::kManual);
+    EXPECT_EQ(takeSaid(), (std::vector<Said>{{kStatus, kCheckingText}, {kLog, L"MF_UPDATE_MANUAL_CHECK 0"}}));
+    EXPECT_TRUE(channel.busy());
+    EXPECT_FALSE(channel.checkButtonEnabled());
+    deliver();
+    EXPECT_FALSE(channel.busy());
+    EXPECT_TRUE(channel.checkButtonEnabled());
+}
+
+TEST_F(UpdateWindow, ACheckOfTheStartIsLoggedAsOne) {
+    channel.startCheck(CheckKind::kStartup);
+    EXPECT_EQ(takeSaid(kLog), std::vector<std::wstring>{L"MF_UPDATE_STARTUP_CHECK 0"});
+    deliver();
+}
+
+TEST_F(UpdateWindow, ACheckAsksTheAddressOfTheSettings) {
+    check();
+    manifestUrl = L"https://mirror.example/beta.json";
+    check();
+    EXPECT_EQ(checked,
+              (std::vector<std::wstring>{L"https://updates.example:8443/camera-virtual-vextra-mf/beta.json",
+                                         L"https://mirror.example/beta.json"}));
+}
+
+TEST_F(UpdateWindow, ASecondCheckOfTheStartWaitsForFiveMinutes) {
+    check(CheckKind::kStartup);
+    takeSaid();
+    now += 299'999;
+    channel.startCheck(CheckKind::kStartup);
+    EXPECT_TRUE(takeSaid().empty());
+    EXPECT_FALSE(channel.busy());
+    now += 1;
+    check(CheckKind::kStartup);
+    EXPECT_EQ(checks(), 2u);
+}
+
+TEST_F(UpdateWindow, AManualCheckIgnoresTheSpacingButRenewsIt) {
+    check(CheckKind::kStartup);
+    now += 200'000;
+    check(CheckKind::kManual);
+    now += 200'000;
+    channel.startCheck(CheckKind::kStartup);
+    EXPECT_FALSE(channel.busy());
+    now += 100'000;
+    check(CheckKind::kStartup);
+    EXPECT_EQ(checks(), 3u);
+}
+
+TEST_F(UpdateWindow, DisabledChecksSaySoAndSendNothing) {
+    disabled = true;
+    channel.startCheck(CheckKind::kStartup);
+    EXPECT_EQ(takeSaid(), (std::vector<Said>{{kStatus, kDisabledText}}));
+    channel.startCheck(CheckKind::kManual);
+    EXPECT_EQ(takeSaid(), (std::vector<Said>{{kStatus, kDisabledText}, {kNotice, kDisabledText}}));
+    EXPECT_EQ(checks(), 0u);
+    EXPECT_FALSE(channel.busy());
+}
+
+TEST_F(UpdateWindow, ADisabledCheckLeavesTheSpacingAlone) {
+    disabled = true;
+    channel.startCheck(CheckKind::kStartup);
+    disabled = false;
+    check(CheckKind::kStartup);
+    EXPECT_EQ(checks(), 1u);
+}
+
+TEST_F(UpdateWindow, ANewVersionIsAnnounced) {
+    channel.startCheck(CheckKind::kManual);
+    takeSaid();
+    deliver();
+    EXPECT_EQ(takeSaid(),
+              (std::vector<Said>{{kBalloon,
+                                  L"Atualização Vextra MF disponível|Abra Diagnóstico para baixar a nova "
+                                  L"versão. A câmera não será interrompida."},
+                                 {kLog, L"MF_UPDATE_CHECK_COMPLETED 6"},
+                                 {kStatus, kAvailableText},
+                                 {kNotice, kAvailableText}}));
+    EXPECT_EQ(channel.installerButtonLabel(), L"Baixar atualização");
+    EXPECT_TRUE(channel.installerButtonEnabled(kIdleCamera));
+}
+
+TEST_F(UpdateWindow, EveryOtherOutcomeIsAStatusLine) {
+    for (const int code : {0, 1, 3, 4, 5}) {
+        result = {static_cast<UpdateCode>(code), L"outcome", {}};
+        channel.startCheck(CheckKind::kManual);
+        takeSaid();
+        deliver();
+        EXPECT_EQ(takeSaid(),
+                  (std::vector<Said>{{kLog, L"MF_UPDATE_CHECK_COMPLETED " + std::to_wstring(code)},
+                                     {kStatus, L"outcome"}}));
+        EXPECT_FALSE(channel.installerButtonEnabled(kIdleCamera));
+    }
+}
+
+TEST_F(UpdateWindow, ANewCheckForgetsWhatWasAvailableAndDownloaded) {
+    checkAndDownload();
+    result = {UpdateCode::kUnreachable, L"unreachable", {}};
+    check();
+    EXPECT_FALSE(channel.installerButtonEnabled(kIdleCamera));
+    takeSaid();
+    channel.pressInstallerButton();
+    EXPECT_TRUE(takeSaid().empty());
+    EXPECT_TRUE(opened.empty());
+}
+
+TEST_F(UpdateWindow, ANewCheckThatFindsAVersionOffersItsDownloadAgain) {
+    checkAndDownload();
+    check();
+    EXPECT_EQ(channel.installerButtonLabel(), L"Baixar atualização");
+    channel.pressInstallerButton();
+    deliver();
+    EXPECT_EQ(downloaded.size(), 2u);
+    EXPECT_TRUE(opened.empty());
+}
+
+// Before the first check.
+TEST_F(UpdateWindow, BeginsWithADisabledDownloadButton) {
+    EXPECT_EQ(channel.installerButtonLabel(), L"Baixar atualização");
+    EXPECT_FALSE(channel.installerButtonEnabled(kIdleCamera));
+    EXPECT_TRUE(channel.checkButtonEnabled());
+    channel.pressInstallerButton();
+    EXPECT_TRUE(takeSaid().empty());
+}
+
+// --- Downloads ---
+
+TEST_F(UpdateWindow, ADownloadIsConfirmedByTheUser) {
+    check();
+    takeSaid();
+    answer = false;
+    channel.pressInstallerButton();
+    EXPECT_EQ(takeSaid(),
+              (std::vector<Said>{{kQuestion,
+                                  L"Nova versão disponível|Baixar o instalador completo da nova versão MF? A "
+                                  L"assinatura, o tamanho e o SHA-256 serão verificados. Nada será instalado "
+                                  L"sem sua confirmação."}}));
+    EXPECT_FALSE(channel.busy());
+    EXPECT_TRUE(downloaded.empty());
+}
+
+TEST_F(UpdateWindow, ADownloadIsOfTheManifestThatWasChecked) {
+    checkAndDownload();
+    ASSERT_EQ(downloaded.size(), 1u);
+    EXPECT_EQ(downloaded[0].version, "0.3.0");
+    EXPECT_EQ(downloaded[0].signature, "signature");
+}
+
+TEST_F(UpdateWindow, ADownloadShowsItsProgress) {
+    check();
+    EXPECT_EQ(channel.progressText(), std::nullopt);
+    waitForCancel = true;
+    channel.pressInstallerButton();
+    std::optional<std::wstring> text = channel.progressText();
+    for (int i = 0; i < 10'000 && text == L"Baixando instalador MF: 0% • câmera preservada"; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        text = channel.progressText();
+    }
+    EXPECT_EQ(text, L"Baixando instalador MF: 42% • câmera preservada");
+    EXPECT_TRUE(channel.busy());
+    EXPECT_FALSE(channel.installerButtonEnabled(kIdleCamera));
+    channel.beginShutdown();
+    deliver();
+    EXPECT_EQ(channel.progressText(), std::nullopt);
+}
+
+TEST_F(UpdateWindow, AVerifiedDownloadIsReadyToInstall) {
+    check();
+    channel.pressInstallerButton();
+    takeSaid();
+    deliver();
+    EXPECT_EQ(takeSaid(),
+              (std::vector<Said>{
+                  {kLog, L"MF_UPDATE_DOWNLOAD_VERIFIED 0"}, {kStatus, L"verified"}, {kNotice, L"verified"}}));
+    EXPECT_EQ(channel.installerButtonLabel(), L"Instalar atualização");
+    EXPECT_FALSE(channel.busy());
+}
+
+TEST_F(UpdateWindow, AFailedDownloadCanBeRepeated) {
+    download = {false, L"", L"failed"};
+    check();
+    channel.pressInstallerButton();
+    takeSaid();
+    deliver();
+    EXPECT_EQ(takeSaid(),
+              (std::vector<Said>{
+                  {kLog, L"MF_UPDATE_DOWNLOAD_FAILED 0"}, {kStatus, L"failed"}, {kNotice, L"failed"}}));
+    EXPECT_EQ(channel.installerButtonLabel(), L"Tentar download novamente");
+    EXPECT_TRUE(channel.installerButtonEnabled({true, true, 1}));
+    channel.pressInstallerButton();
+    deliver();
+    EXPECT_EQ(downloaded.size(), 2u);
+}
+
+TEST_F(UpdateWindow, NothingElseStartsWhileADownloadRuns) {
+    check();
+    waitForCancel = true;
+    channel.pressInstallerButton();
+    takeSaid();
+    channel.startCheck(CheckKind::kManual);
+    channel.startCheck(CheckKind::kStartup);
+    channel.pressInstallerButton();
+    EXPECT_TRUE(takeSaid().empty());
+    channel.shutDown();
+    EXPECT_EQ(checks(), 1u);
+    EXPECT_EQ(downloaded.size(), 1u);
+}
+
+TEST_F(UpdateWindow, ACheckThatBeganWhileTheUserWasAskedKeepsTheDownloadFromStarting) {
+    check();
+    whileAsking = [this] { channel.startCheck(CheckKind::kManual); };
+    channel.pressInstallerButton();
+    deliver();
+    EXPECT_TRUE(downloaded.empty());
+    EXPECT_EQ(checks(), 2u);
+}
+
+TEST_F(UpdateWindow, AnEndThatBeganWhileTheUserWasAskedKeepsTheDownloadFromStarting) {
+    check();
+    whileAsking = [this] { channel.beginShutdown(); };
+    channel.pressInstallerButton();
+    EXPECT_FALSE(channel.busy());
+    EXPECT_TRUE(downloaded.empty());
+}
+
+// --- Messages ---
+
+TEST_F(UpdateWindow, AMessageThatNoWorkerSentIsIgnored) {
+    for (const std::uint64_t number : {std::uint64_t{0}, std::uint64_t{1}, std::uint64_t{2}, std::uint64_t{3},
+                                       std::uint64_t{1} << 32, (std::uint64_t{1} << 32) + 1})
+        channel.handleCompletion(number);
+    EXPECT_TRUE(takeSaid().empty());
+}
+
+TEST_F(UpdateWindow, AMessageOfTheOtherKindIsIgnored) {
+    check();
+    waitForCancel = true;
+    channel.pressInstallerButton();
+    takeSaid();
+    channel.handleCompletion(1);
+    channel.handleCompletion(2);  // too early: were it believed, the window would wait for the whole download
+    EXPECT_TRUE(takeSaid().empty());
+    EXPECT_TRUE(channel.busy());
+    channel.shutDown();
+}
+
+TEST_F(UpdateWindow, ARepeatedMessageIsIgnored) {
+    check();
+    takeSaid();
+    channel.handleCompletion(1);
+    EXPECT_TRUE(takeSaid().empty());
+}
+
+// --- Launch ---
+
+TEST_F(UpdateWindow, TheInstallerIsOpenedAfterAYes) {
+    checkAndDownload();
+    channel.pressInstallerButton();
+    EXPECT_EQ(takeSaid(), (std::vector<Said>{
+                              {kQuestion,
+                               L"Atualização Câmera Virtual Vextra MF|Abrir o instalador da nova versão MF? "
+                               L"O Windows poderá pedir autorização. Suas configurações serão preservadas. "
+                               L"A instalação só prossegue sem captura ativa."},
+                              {kNotice, kLaunchedText},
+                              {kLog, L"MF_UPDATE_INSTALLER_LAUNCHED 0"}}));
+    EXPECT_EQ(opened, (std::vector<std::pair<std::string, std::wstring>>{{"0.3.0", L"C:\\u\\Setup.exe"}}));
+}
+
+TEST_F(UpdateWindow, TheInstallerIsNotOpenedAfterANo) {
+    checkAndDownload();
+    answer = false;
+    channel.pressInstallerButton();
+    EXPECT_EQ(takeSaid(kQuestion).size(), 1u);
+    EXPECT_TRUE(takeSaid().empty());
+    EXPECT_TRUE(opened.empty());
+}
+
+TEST_F(UpdateWindow, ABusyCameraPutsTheInstallerOff) {
+    checkAndDownload();
+    for (const CameraActivity busy :
+         {CameraActivity{true, false, 0}, CameraActivity{false, true, 0}, CameraActivity{false, false, 1},
+          CameraActivity{false, false, 16}, CameraActivity{false, false, -1}, CameraActivity{}}) {
+        camera = busy;
+        channel.pressInstallerButton();
+        EXPECT_EQ(takeSaid(), (std::vector<Said>{{kNotice,
+                                                  L"Instalação adiada: encerre a captura e a prévia. Nenhuma "
+                                                  L"reunião será interrompida."}}));
+        EXPECT_FALSE(channel.installerButtonEnabled(busy));
+    }
+    EXPECT_TRUE(opened.empty());
+}
+
+TEST_F(UpdateWindow, ALeaseBlocksTheInstallerAsLongAsItIsFresh) {
+    checkAndDownload();
+    const auto file = std::make_unique<DemandFile>();
+    file->slots[3].leaseId = 7;
+    file->slots[3].heartbeatTickMs = now;
+    camera.leaseCount = countFreshLeases(*file, now + 3000);
+    channel.pressInstallerButton();
+    EXPECT_TRUE(opened.empty());
+    camera.leaseCount = countFreshLeases(*file, now + 3001);
+    channel.pressInstallerButton();
+    EXPECT_EQ(opened.size(), 1u);
+}
+
+TEST_F(UpdateWindow, ACaptureThatBeganWhileTheUserWasAskedPutsTheInstallerOff) {
+    checkAndDownload();
+    whileAsking = [this] { camera.leaseCount = 1; };
+    channel.pressInstallerButton();
+    EXPECT_EQ(takeSaid(kNotice), std::vector<std::wstring>{L"Captura iniciada: instalação adiada."});
+    EXPECT_TRUE(opened.empty());
+}
+
+TEST_F(UpdateWindow, AnEndThatBeganWhileTheUserWasAskedKeepsTheInstallerClosed) {
+    checkAndDownload();
+    whileAsking = [this] { channel.beginShutdown(); };
+    channel.pressInstallerButton();
+    EXPECT_TRUE(opened.empty());
+    EXPECT_TRUE(takeSaid(kNotice).empty());
+}
+
+TEST_F(UpdateWindow, AnInstallerThatDidNotStartCanBeStartedAgain) {
+    checkAndDownload();
+    installerOpens = false;
+    channel.pressInstallerButton();
+    std::vector<Said> expected = {{kNotice, kNotLaunchedText}, {kLog, L"MF_UPDATE_INSTALLER_NOT_LAUNCHED 0"}};
+    std::vector<Said> all = takeSaid();
+    EXPECT_EQ(std::vector<Said>(all.begin() + 1, all.end()), expected);
+    EXPECT_EQ(channel.installerButtonLabel(), L"Instalar atualização");
+    EXPECT_TRUE(channel.installerButtonEnabled(kIdleCamera));
+    installerOpens = true;
+    channel.pressInstallerButton();
+    EXPECT_EQ(opened.size(), 2u);
+}
+
+TEST_F(UpdateWindow, TheInstallButtonWaitsForAnIdleCameraAndTheDownloadButtonDoesNot) {
+    check();
+    EXPECT_TRUE(channel.installerButtonEnabled({true, true, 16}));
+    channel.pressInstallerButton();
+    deliver();
+    EXPECT_TRUE(channel.installerButtonEnabled(kIdleCamera));
+    EXPECT_FALSE(channel.installerButtonEnabled({true, false, 0}));
+    EXPECT_FALSE(channel.installerButtonEnabled({false, true, 0}));
+    EXPECT_FALSE(channel.installerButtonEnabled({false, false, 1}));
+}
+
+// --- The end ---
+
+TEST_F(UpdateWindow, NothingStartsAfterTheEndBegan) {
+    checkAndDownload();
+    channel.beginShutdown();
+    channel.startCheck(CheckKind::kManual);
+    channel.startCheck(CheckKind::kStartup);
+    channel.pressInstallerButton();
+    EXPECT_TRUE(takeSaid().empty());
+    EXPECT_EQ(checks(), 1u);
+}
+
+TEST_F(UpdateWindow, TheEndCancelsADownloadAndWaitsForIt) {
+    check();
+    waitForCancel = true;
+    channel.pressInstallerButton();
+    channel.shutDown();
+    EXPECT_TRUE(cancelSeen);
+}
+
+TEST_F(UpdateWindow, TheEndWaitsForACheck) {
+    channel.startCheck(CheckKind::kManual);
+    channel.shutDown();
+    EXPECT_EQ(checks(), 1u);
+    channel.shutDown();  // a second time is no harm
+}
+
+}  // namespace
+}  // namespace vextra

@@ -1,0 +1,53 @@
+// What a publisher asks of the channel signer, and the texts that it writes: keys, the manifest, the
+// signature document. Pure.
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "base/secret.h"
+#include "update/channel.h"
+#include "update/manifest.h"
+
+namespace vextra {
+
+enum class SignerCommand { kKeygen = 1, kSign };
+
+struct SignerOptions {
+    SignerCommand command = SignerCommand::kKeygen;
+    std::wstring privateKeyPath;
+    std::wstring publicKeyPath;  // of kKeygen; the rest is of kSign
+    std::wstring setupPath;
+    std::wstring version;
+    std::wstring origin;
+    std::wstring outFolder;
+};
+
+// Nothing when the line makes no sense: every option of the command is needed, once. `arguments` are those
+// behind the program's name.
+std::optional<SignerOptions> parseSignerOptions(std::span<const wchar_t* const> arguments);
+
+extern const wchar_t kSignerUsage[];
+
+// A P-256 pair.
+struct SigningKey {
+    SecretBytes scalar;  // 32 bytes, big-endian
+    EcPoint point{};
+};
+
+// PKCS #8 (RFC 5958) around an ECPrivateKey with its public key (RFC 5915), as "openssl genpkey" writes it.
+SecretUtf8 privateKeyPem(const SigningKey& key);
+std::optional<SigningKey> privateKeyFromPem(std::string_view pem);
+
+std::string publicKeyPem(const EcPoint& point);
+
+// Of values that need no escapes: the manifest's rules allow none that would.
+std::string manifestJson(const UpdateManifest& manifest);
+std::string signatureJson(std::string_view signatureHex);
+
+// Whether the text is an origin and nothing more: "https://host" or "https://host:port".
+bool isChannelOrigin(std::string_view text);
+
+}  // namespace vextra
