@@ -27,6 +27,7 @@
 #include "diag/event_log.h"
 #include "producers/ffmpeg_process.h"
 #include "ui/main_window.h"
+#include "update/channel.h"
 
 namespace vextra {
 namespace {
@@ -149,7 +150,7 @@ ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders
     fillPlaceholderFrame(shared.previewFrame);
     const UniqueHandle wakeEvent(CreateEventW(nullptr, FALSE, FALSE, nullptr));
 
-    MainWindow window(instance, {&shared, &log, wakeEvent.get(), folders.data,
+    MainWindow window(instance, {&shared, &log, wakeEvent.get(), folders.data, &builtInChannel(),
                                  start.sourceUsable ? Panel::kCamera : Panel::kSettings});
     if (!wakeEvent || !window.create())
         return ExitCode::kFailed;
@@ -168,6 +169,7 @@ ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders
 
     sendCommand(shared, wakeEvent.get(), SupervisorCommand::kQuit);
     supervisor.join();
+    window.joinUpdateWorker();
     log.write(EventCode::kAppExitClean);
     log.close();
     return ExitCode::kSuccess;

@@ -88,8 +88,7 @@ inline constexpr std::wstring_view kTransportLabel = L"Transporte (somente RTSP)
 inline constexpr std::wstring_view kDecoderLabel = L"Decoder solicitado";
 inline constexpr std::wstring_view kLatencyLabel = L"Latência GStreamer (0–5000ms)";
 inline constexpr std::wstring_view kDeadlineLabel = L"Prazo 1º frame (1000–30000ms)";
-inline constexpr std::wstring_view kManifestLabel =
-    L"Manifesto de atualização MF (HTTPS) • vazio usa o endereço padrão do canal";
+inline constexpr std::wstring_view kManifestLabel = L"Manifesto de atualização MF";
 
 inline constexpr std::array<Control, 30> kControls{{
     {kIdTabCamera, ControlKind::kTab, L"Câmera", {}},

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "base/com_win.h"
@@ -15,6 +16,8 @@
 #include "ui/settings_panel_win.h"
 #include "ui/tray_icon_win.h"
 #include "ui/window_view.h"
+#include "update/channel.h"
+#include "update/update_channel.h"
 
 namespace vextra {
 
@@ -25,7 +28,8 @@ struct MainWindowSetup {
     SharedStatus* shared = nullptr;  // outlives the window, as do the log and the event
     EventLog* log = nullptr;
     HANDLE wakeEvent = nullptr;
-    std::wstring dataFolder;  // of the settings
+    std::wstring dataFolder;                         // of the settings
+    const UpdateChannelIdentity* channel = nullptr;  // outlives the window too
     Panel firstPanel = Panel::kCamera;
 };
 
@@ -46,6 +50,9 @@ public:
 
     // Until the window is gone.
     void runMessageLoop();
+
+    // After the loop: waits for a check or a download that is still under way, which was told to end.
+    void joinUpdateWorker();
 
 private:
     static LRESULT CALLBACK windowProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
@@ -86,6 +93,9 @@ private:
     void repair();
     void quitBroker();
 
+    UpdateChannelDoors updateDoors();
+    void refreshUpdateButtons();
+
     std::wstring report() const;
     CameraUse cameraUse() const;
     BrokerSettings settingsInEffect() const;
@@ -102,6 +112,8 @@ private:
     EventLog& log_;
     const HANDLE wakeEvent_;
     const std::wstring dataFolder_;
+    const UpdateChannelIdentity& channel_;
+    const std::wstring defaultManifestUrl_;
     const ComApartment apartment_{COINIT_APARTMENTTHREADED};
     const AccessibleNames accessibleNames_;
     const UINT taskbarCreated_;  // registered message: the shell was started anew
@@ -113,6 +125,7 @@ private:
     ControlSet controls_;
     SettingsPanel settingsPanel_{controls_};
     TrayIcon tray_;
+    std::optional<UpdateChannel> update_;  // as soon as there is a window
     Panel panel_;
     HWND lastFocus_ = nullptr;  // of our controls, while another window is active
     bool sessionNotified_ = false;

@@ -10,6 +10,7 @@
 #include "ui/clipboard_win.h"
 #include "ui/main_window.h"
 #include "ui/tray_text.h"
+#include "update/update_doors.h"
 
 namespace vextra {
 
@@ -41,6 +42,9 @@ void MainWindow::onCommand(WORD id, WORD notification) {
         case kIdRefreshLogs: refreshLogs(); break;
         case kIdCopyReport: copyReport(); break;
         case kIdRepair: repair(); break;
+        case kIdTrayCheckUpdate:
+        case kIdCheckUpdate: update_->startCheck(CheckKind::kManual); break;
+        case kIdDownloadUpdate: update_->pressInstallerButton(); break;
         default: break;
     }
 }
@@ -102,6 +106,7 @@ void MainWindow::onTray(UINT mouseMessage) {
 void MainWindow::openFromTray() {
     showWithoutActivating();
     log_.write(EventCode::kUiShow);
+    update_->startCheck(CheckKind::kStartup);
 }
 
 void MainWindow::showTrayMenu() {
@@ -243,6 +248,43 @@ void MainWindow::repair() {
         L"Execute novamente o Setup.exe offline da versão MF beta. O instalador Inno verifica a captura e "
         L"preserva suas configurações.",
         kBoxTitle, MB_OK | MB_ICONINFORMATION);
+}
+
+// --- Updates ---
+
+UpdateChannelDoors MainWindow::updateDoors() {
+    UpdateChannelDoors doors = systemUpdateDoors(window_, channel_);
+    doors.settings = [this] {
+        const std::lock_guard guard(shared_.settingsLock);
+        return UpdateSettings{shared_.settings.updateDisabled, shared_.settings.updateManifestUrl};
+    };
+    doors.camera = [this] {
+        const CameraUse use = cameraUse();
+        return CameraActivity{use.episodeActive, use.previewRuns, use.leaseCount};
+    };
+    // The status line shows the shared text and nothing else, so that whoever speaks next is heard.
+    doors.showStatus = [this](std::wstring_view text) { showStatus(text); };
+    doors.showNotice = doors.showStatus;
+    doors.showBalloon = [this](std::wstring_view title, std::wstring_view text) {
+        const TrayNotice notice{title, text};
+        tray_.refresh(currentStatusLabel(), &notice);
+    };
+    doors.log = [this](EventCode code, std::int32_t value) { log_.write(code, value); };
+    // On the worker's thread, when the window may be gone: then nobody waits for the message any more.
+    doors.postCompletion = [window = window_](UpdateCompletion completion) {
+        PostMessageW(window, kMessageUpdateDone, static_cast<WPARAM>(completion), 0);
+    };
+    return doors;
+}
+
+// On every tick of the timer: by the Supervisor's words, without a look into the demand file.
+void MainWindow::refreshUpdateButtons() {
+    const CameraActivity activity{shared_.active, shared_.previewRuns(GetTickCount64()), shared_.leaseCount};
+    controls_.setEnabled(kIdCheckUpdate, update_->checkButtonEnabled());
+    controls_.setEnabled(kIdDownloadUpdate, update_->installerButtonEnabled(activity));
+    controls_.setText(kIdDownloadUpdate, update_->installerButtonLabel());
+    if (const auto progress = update_->progressText())
+        showStatus(*progress);
 }
 
 }  // namespace vextra

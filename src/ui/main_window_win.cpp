@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "base/ascii.h"
 #include "core/instance_win.h"
 #include "core/supervisor_thread_win.h"
 
@@ -28,6 +29,8 @@ MainWindow::MainWindow(HINSTANCE instance, MainWindowSetup setup)
       log_(*setup.log),
       wakeEvent_(setup.wakeEvent),
       dataFolder_(std::move(setup.dataFolder)),
+      channel_(*setup.channel),
+      defaultManifestUrl_(widenedAscii(defaultManifestUrl(channel_))),
       taskbarCreated_(RegisterWindowMessageW(L"TaskbarCreated")),
       painter_(instance),
       tray_(*setup.log),
@@ -76,6 +79,11 @@ void MainWindow::runMessageLoop() {
     }
 }
 
+void MainWindow::joinUpdateWorker() {
+    if (update_)
+        update_->shutDown();
+}
+
 LRESULT CALLBACK MainWindow::windowProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     if (message == WM_NCCREATE) {
         const auto* creation = reinterpret_cast<const CREATESTRUCTW*>(lParam);
@@ -100,6 +108,7 @@ LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
         case kMessageStatusChanged: onStatusChanged(); return 0;
         case kMessageShowWindow: openFromTray(); return 0;
         case kMessageTray: onTray(LOWORD(lParam)); return 0;
+        case kMessageUpdateDone: update_->handleCompletion(wParam); return 0;
         case kMessageStopSignal:
             // Asked while idle; demand that came since then goes first.
             if (shared_.leaseCount == 0 && !shared_.previewRuns(GetTickCount64()))
@@ -159,6 +168,7 @@ bool MainWindow::onCreate() {
         if (!control.accessibleName.empty())
             accessibleNames_.set(controls_[control.id], control.accessibleName);
     }
+    update_.emplace(channel_, updateDoors());
     settingsPanel_.fillLists();
     settingsPanel_.fill(formFromSettings(settingsInEffect()));
     refreshButtons(GetTickCount64());
@@ -195,6 +205,7 @@ void MainWindow::onTimer() {
     if (!idleReadyLogged_ && sinceStartMs >= kIdleReadyMs) {
         idleReadyLogged_ = true;
         log_.write(EventCode::kAutomaticIdleReady);
+        update_->startCheck(CheckKind::kStartup);
     }
     if (testSeconds_ != 0 && sinceStartMs >= Tick{testSeconds_} * 1000)
         quitBroker();
@@ -220,7 +231,7 @@ void MainWindow::refreshButtons(Tick now) {
     controls_.setText(kIdPause, paused ? kContinueText : kPauseText);
     controls_.setText(kIdPreview, previewRuns ? kPreviewEndText : kPreviewBeginText);
     controls_.setEnabled(kIdApply, !shared_.active && shared_.leaseCount == 0 && !previewRuns);
-    controls_.setEnabled(kIdDownloadUpdate, false);  // there is no update to be had
+    refreshUpdateButtons();
 }
 
 void MainWindow::onStatusChanged() {
@@ -277,6 +288,7 @@ void MainWindow::quitBroker() {
     if (sessionNotified_)
         WTSUnRegisterSessionNotification(window_);
     tray_.remove();
+    update_->beginShutdown();
     send(SupervisorCommand::kQuit);
     for (const Control& control : kControls) {
         if (!control.accessibleName.empty())
@@ -340,6 +352,7 @@ WindowState MainWindow::windowState(SIZE clientPixels) const {
     state.configuredSource = sourceInEffect();
     state.selectedSource = settingsPanel_.selectedSource();
     state.advancedShown = settingsPanel_.advancedShown();
+    state.defaultManifestUrl = defaultManifestUrl_;
     return state;
 }
 

@@ -73,7 +73,8 @@ private:
             fieldLabel(52, 470, 175, 13, kLatencyLabel);
             fieldLabel(247, 470, 235, 13, kDeadlineLabel);
         }
-        hint(52, 539, w_ - 104, 15, kManifestLabel);
+        hint(52, 539, w_ - 104, 15,
+             std::wstring(kManifestLabel) + L" • vazio usa " + std::wstring(state_.defaultManifestUrl));
         hint(260, h_ - 93, w_ - 532, 14, L"DPAPI por usuário • backup protegido");
     }
 

@@ -101,6 +101,7 @@ struct WindowState {
     SourceKind configuredSource = SourceKind::kInternalProfile;
     SourceKind selectedSource = SourceKind::kInternalProfile;  // of the source list
     bool advancedShown = false;
+    std::wstring_view defaultManifestUrl;  // of the update channel that this build trusts
 };
 
 WindowView composeView(const WindowState& state);

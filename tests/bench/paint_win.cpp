@@ -188,7 +188,8 @@ int wmain(int argc, wchar_t** argv) {
     // Always the present, as long as this runs.
     shared.lastFrameTick = GetTickCount64() + 86'400'000;
 
-    MainWindow product(instance, {&shared, &log, wakeEvent.get(), L".", Panel::kCamera});
+    const UpdateChannelIdentity channel{"https://bench.invalid", {}};
+    MainWindow product(instance, {&shared, &log, wakeEvent.get(), L".", &channel, Panel::kCamera});
     if (!product.create())
         return 1;
     WNDCLASSEXW bareClass{};

@@ -160,7 +160,7 @@ TEST_F(Demand, AnEpisodeIsLoggedFromItsBeginToItsEnd) {
 
 TEST_F(Demand, IdleNothingIsLogged) {
     startWithTestPattern();
-    ASSERT_TRUE(broker().waitForEvent("AUTOMATIC_IDLE_READY"));
+    ASSERT_TRUE(broker().waitForEvent("MF_UPDATE_CHECK_COMPLETED", 20'000));
     const std::size_t before = broker().events().size();
     Sleep(2000);
     EXPECT_EQ(broker().events().size(), before);

@@ -195,7 +195,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(Faults, AForeignOwnerBlocksEveryEpisodeWithoutAPause) {
     broker().start(L"--test-pattern --background");
-    ASSERT_TRUE(broker().waitForEvent("AUTOMATIC_IDLE_READY"));
+    ASSERT_TRUE(broker().waitForEvent("MF_UPDATE_CHECK_COMPLETED", 20'000));
     machine_.setString(kOwnerSidValue, L"S-1-5-21-1-2-3-1001");  // the mapped demand channel stays readable
     viewer().takeLease();
     EXPECT_TRUE(waitUntil([&] { return broker().countEvents("OWNER_OR_ELEVATION_BLOCK") > 50; }, 5000));

@@ -50,6 +50,7 @@ protected:
     Secrets() {
         decoder().behave("frames=endless\nframesPerSecond=16");
         broker().start(L"");
+        EXPECT_TRUE(broker().waitForEvent("MF_UPDATE_CHECK_COMPLETED", 20'000));
         window.press(kIdTabSettings);
         for (const Typed& typed : kTyped)
             window.type(typed.field, typed.text);

@@ -28,6 +28,7 @@ protected:
     SettingsPanel() {
         decoder().behave("frames=endless\nframesPerSecond=16");
         broker().start(L"");
+        EXPECT_TRUE(broker().waitForEvent("MF_UPDATE_CHECK_COMPLETED", 20'000));
         window.press(kIdTabSettings);
     }
 

@@ -18,6 +18,7 @@ WindowState stateOf(Panel panel, int width = 980, int height = 720) {
     state.clientHeight = height;
     state.panel = panel;
     state.now = 100'000;
+    state.defaultManifestUrl = L"https://updates.example/beta.json";
     return state;
 }
 
@@ -328,7 +329,7 @@ std::vector<Label> settingsLabels(int w, int h) {
     return {{52, 171, w - 104, 21, kBold, {51, 34, 62}, L"Fonte de vídeo"},
             {52, 401, 175, 14, kNormal, {70, 65, 79}, L"Transporte (somente RTSP)"},
             {247, 401, 235, 15, kNormal, {70, 65, 79}, L"Decoder solicitado"},
-            {52, 539, w - 104, 15, kNormal, {100, 98, 109}, std::wstring(kManifestLabel)},
+            {52, 539, w - 104, 15, kNormal, {100, 98, 109}, L"Manifesto de atualização MF • vazio usa https://updates.example/beta.json"},
             {260, h - 93, w - 532, 14, kNormal, {100, 98, 109}, L"DPAPI por usuário • backup protegido"}};
 }
 
