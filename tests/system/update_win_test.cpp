@@ -1,6 +1,6 @@
-// An update as its user meets it: a signed release is published, the running broker announces it, fetches it and
-// starts it when the user agrees and nobody watches. The broker is one whose channel the test names; server,
-// signature and installer are real.
+// An update as its user meets it: a signed release is published, the running broker announces it, fetches it
+// and starts it when the user agrees and nobody watches. The broker is one whose channel the test names;
+// server, signature and installer are real.
 #include <windows.h>
 
 #include <objbase.h>
@@ -71,9 +71,10 @@ protected:
     }
     void publish() {
         const std::string address = server->origin();
-        const SignerReport report = publishRelease({builtFile(L"tests\\stub-setup.exe"), kVersion,
-                                                    std::wstring(address.begin(), address.end()), server->www()},
-                                                   *readSigningKey(keys / L"private.pem"));
+        const SignerReport report =
+            publishRelease({builtFile(L"tests\\stub-setup.exe"), kVersion,
+                            std::wstring(address.begin(), address.end()), server->www()},
+                           *readSigningKey(keys / L"private.pem"));
         ASSERT_TRUE(report.ok());
     }
     void paceTheDownload(const std::string& secondsAPiece) {
@@ -97,7 +98,8 @@ protected:
     void download() {
         pressAndAnswer(kDownloadQuestion, IDYES);
         ASSERT_TRUE(window.waitForStatus(kVerified, 30'000));
-        ASSERT_TRUE(waitUntil([&] { return window.text(kIdDownloadUpdate) == L"Instalar atualização"; }, 2000));
+        ASSERT_TRUE(
+            waitUntil([&] { return window.text(kIdDownloadUpdate) == L"Instalar atualização"; }, 2000));
     }
     static std::optional<fs::path> downloaded() {
         if (!fs::exists(downloads()))
@@ -188,8 +190,7 @@ TEST_F(Updates, WaitForAMeetingThatBeganWhileTheQuestionWasOpen) {
 
 TEST_F(Updates, AreNotAnnouncedWhenThereIsNothingNewer) {
     broker().start(L"--test-pattern");
-    EXPECT_TRUE(
-        window.waitForStatus(L"Não foi possível verificar a atualização MF com segurança.", 20'000));
+    EXPECT_TRUE(window.waitForStatus(L"Não foi possível verificar a atualização MF com segurança.", 20'000));
     EXPECT_FALSE(window.enabled(kIdDownloadUpdate));
 }
 

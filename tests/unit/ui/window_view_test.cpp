@@ -329,7 +329,13 @@ std::vector<Label> settingsLabels(int w, int h) {
     return {{52, 171, w - 104, 21, kBold, {51, 34, 62}, L"Fonte de vídeo"},
             {52, 401, 175, 14, kNormal, {70, 65, 79}, L"Transporte (somente RTSP)"},
             {247, 401, 235, 15, kNormal, {70, 65, 79}, L"Decoder solicitado"},
-            {52, 539, w - 104, 15, kNormal, {100, 98, 109}, L"Manifesto de atualização MF • vazio usa https://updates.example/beta.json"},
+            {52,
+             539,
+             w - 104,
+             15,
+             kNormal,
+             {100, 98, 109},
+             L"Manifesto de atualização MF • vazio usa https://updates.example/beta.json"},
             {260, h - 93, w - 532, 14, kNormal, {100, 98, 109}, L"DPAPI por usuário • backup protegido"}};
 }
 
