@@ -41,6 +41,8 @@ enum class EventCode : std::uint8_t {
     kFfmpegStart,
     kFfmpegLaunchFailed,
     kFfmpegJobAssignFailed,
+    // GStreamer producer
+    kGstreamerStart,
 };
 
 // The text of a code: upper-case letters, digits and '_'; one code also holds '.' and '-'.
@@ -76,6 +78,7 @@ constexpr std::string_view eventText(EventCode code) {
         case EventCode::kFfmpegStart: return "FFMPEG_START_OWN_PROCESS";
         case EventCode::kFfmpegLaunchFailed: return "FFMPEG_LAUNCH_FAILED";
         case EventCode::kFfmpegJobAssignFailed: return "FFMPEG_JOB_ASSIGN_FAILED";
+        case EventCode::kGstreamerStart: return "GSTREAMER_START_OWN_PIPELINE";
     }
     return "";
 }
