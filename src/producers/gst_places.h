@@ -10,11 +10,11 @@ namespace vextra {
 
 // What the search starts from. Variables of the environment as they stand; empty: not set.
 struct GstSearch {
-    std::wstring installRoot;
-    std::wstring msvcRoot;  // GSTREAMER_1_0_ROOT_MSVC_X86_64
-    std::wstring x64Root;   // GSTREAMER_1_0_ROOT_X86_64
-    std::wstring programFiles;
-    std::wstring path;
+    std::wstring installRoot = {};
+    std::wstring msvcRoot = {};  // GSTREAMER_1_0_ROOT_MSVC_X86_64
+    std::wstring x64Root = {};   // GSTREAMER_1_0_ROOT_X86_64
+    std::wstring programFiles = {};
+    std::wstring path = {};
 };
 
 // The folders that may hold the libraries, in the order in which they are tried.
