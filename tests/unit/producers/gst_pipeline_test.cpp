@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "stub_gstreamer/fake_gstreamer.h"
+#include "stub_gstreamer/gstreamer_under_test.h"
 
 namespace vextra::test {
 namespace {
@@ -26,7 +26,7 @@ protected:
         EXPECT_EQ(gstreamer_.state, kGstStateNull) << "the pipeline still plays";
     }
 
-    bool start(const GstInput& input = kCamera) { return pipeline_.startGstreamer(&gstreamer_.api(), input); }
+    bool start(const GstInput& input = kCamera) { return pipeline_.startGstreamer(underTest_.api(), input); }
     bool pull() { return pipeline_.pullGstreamerFrame(frame_.data()); }
     bool pullOf(FakeGstreamer::Sample sample) {
         EXPECT_TRUE(start());
@@ -52,7 +52,8 @@ protected:
         return true;
     }
 
-    FakeGstreamer gstreamer_;
+    GstreamerUnderTest underTest_;
+    FakeGstreamer& gstreamer_ = underTest_.fake();
     GstPipeline pipeline_;
     std::vector<std::byte> frame_ = std::vector<std::byte>(kFrameBytes, std::byte{0xCD});
 };

@@ -10,15 +10,14 @@
 
 #include "import_swap_win.h"
 #include "producers/gst_places.h"
+#include "services_win.h"
 #include "stub_gstreamer/stub_runtime_win.h"
 
 namespace vextra::test {
 namespace {
 
-std::wstring variable(const wchar_t* name) {
-    wchar_t value[8192] = {};
-    GetEnvironmentVariableW(name, value, std::size(value));
-    return value;
+std::wstring valueOf(const wchar_t* name) {
+    return variable(name).value_or(L"");
 }
 
 bool isLoaded(GstLibrary library, LibraryNames names = LibraryNames::kMinGw) {
@@ -309,8 +308,8 @@ protected:
         static decltype(GstApi::gst_init_check) next = nullptr;
         next = gstreamer_.world().api.gst_init_check;
         gstreamer_.world().api.gst_init_check = [](std::int32_t* count, char*** arguments, GError** error) {
-            seen = {variable(L"GST_REGISTRY_1_0"), variable(L"GST_REGISTRY"),
-                    variable(L"GST_PLUGIN_FEATURE_RANK")};
+            seen = {valueOf(L"GST_REGISTRY_1_0"), valueOf(L"GST_REGISTRY"),
+                    valueOf(L"GST_PLUGIN_FEATURE_RANK")};
             return next(count, arguments, error);
         };
         const GstRuntime runtime(places());
@@ -330,7 +329,7 @@ TEST_F(GstLoadingVariables, LeaveOutDecodersOfTheGraphicsCard) {
 TEST_F(GstLoadingVariables, KeepTheUsersListOfPlugins) {
     const ScopedVariable users(L"GST_REGISTRY_1_0", L"C:\\mine.bin");
     EXPECT_EQ(whileLoading().registry, L"C:\\mine.bin");
-    EXPECT_EQ(variable(L"GST_REGISTRY_1_0"), L"C:\\mine.bin");
+    EXPECT_EQ(valueOf(L"GST_REGISTRY_1_0"), L"C:\\mine.bin");
 }
 
 TEST_F(GstLoadingVariables, KeepTheUsersListOfPluginsUnderItsOtherName) {
@@ -341,13 +340,13 @@ TEST_F(GstLoadingVariables, KeepTheUsersListOfPluginsUnderItsOtherName) {
 TEST_F(GstLoadingVariables, KeepAndExtendTheUsersRanks) {
     const ScopedVariable users(L"GST_PLUGIN_FEATURE_RANK", L"jpegdec:512");
     EXPECT_EQ(whileLoading().ranks, gstFeatureRanks(L"jpegdec:512"));
-    EXPECT_EQ(variable(L"GST_PLUGIN_FEATURE_RANK"), L"jpegdec:512");
+    EXPECT_EQ(valueOf(L"GST_PLUGIN_FEATURE_RANK"), L"jpegdec:512");
 }
 
 TEST_F(GstLoadingVariables, AreGoneAfterwards) {
     whileLoading();
-    EXPECT_EQ(variable(L"GST_REGISTRY_1_0"), L"");
-    EXPECT_EQ(variable(L"GST_PLUGIN_FEATURE_RANK"), L"");
+    EXPECT_EQ(valueOf(L"GST_REGISTRY_1_0"), L"");
+    EXPECT_EQ(valueOf(L"GST_PLUGIN_FEATURE_RANK"), L"");
 }
 
 // --- The process's one runtime ---
