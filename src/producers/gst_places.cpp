@@ -1,5 +1,9 @@
 #include "producers/gst_places.h"
 
+#include <span>
+
+#include "base/fnv1a.h"
+
 namespace vextra {
 namespace {
 
@@ -44,6 +48,15 @@ std::vector<std::wstring> gstCandidateFolders(const GstSearch& search) {
 std::wstring gstPluginFolder(std::wstring_view binFolder) {
     const std::size_t cut = binFolder.find_last_of(L"\\/");
     return std::wstring(binFolder.substr(0, cut)) + L"\\lib\\gstreamer-1.0";
+}
+
+std::wstring gstRegistryFile(std::wstring_view dataFolder, std::wstring_view binFolder) {
+    constexpr wchar_t kDigits[] = L"0123456789abcdef";
+    std::uint64_t hash = fnv1a64(std::as_bytes(std::span(binFolder)));
+    std::wstring name;
+    for (int digit = 0; digit < 16; ++digit, hash >>= 4)
+        name.push_back(kDigits[hash & 15]);
+    return std::wstring(dataFolder).append(L"\\gstreamer-").append(name).append(L".registry");
 }
 
 std::wstring gstFeatureRanks(std::wstring_view usersValue) {

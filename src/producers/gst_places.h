@@ -23,6 +23,11 @@ std::vector<std::wstring> gstCandidateFolders(const GstSearch& search);
 // The plugins of the libraries in `binFolder`, which ends in no separator.
 std::wstring gstPluginFolder(std::wstring_view binFolder);
 
+// Where GStreamer keeps its list of that runtime's plugins. Each has its own: with a list that is current no
+// plugin is loaded to be looked at, and a runtime that is found wanting can be unloaded again before the next
+// is tried.
+std::wstring gstRegistryFile(std::wstring_view dataFolder, std::wstring_view binFolder);
+
 // A runtime before this one counts as absent: its layouts were never compared with gst_abi.h.
 constexpr std::uint32_t kGstMajor = 1;
 constexpr std::uint32_t kGstLeastMinor = 18;

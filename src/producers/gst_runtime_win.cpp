@@ -35,17 +35,14 @@ private:
 
 // GStreamer keeps a list of its plugins in the user's profile. Another program that could not load them there
 // leaves a list without them, so ours is a file of our own; whoever named one gets his.
-class LoadingVariables {
+class LoadingRegistry {
 public:
-    explicit LoadingVariables(const std::wstring& dataFolder)
-        : ranks_(L"GST_PLUGIN_FEATURE_RANK",
-                 gstFeatureRanks(variable(L"GST_PLUGIN_FEATURE_RANK").value_or(L""))) {
+    LoadingRegistry(const std::wstring& dataFolder, const std::wstring& binFolder) {
         if (!variable(L"GST_REGISTRY_1_0") && !variable(L"GST_REGISTRY"))
-            registry_.emplace(L"GST_REGISTRY_1_0", dataFolder + L"\\gstreamer-registry.bin");
+            registry_.emplace(L"GST_REGISTRY_1_0", gstRegistryFile(dataFolder, binFolder));
     }
 
 private:
-    LoadingVariable ranks_;
     std::optional<LoadingVariable> registry_;
 };
 
@@ -79,9 +76,11 @@ const GstRuntime& GstRuntime::instance(const GstRuntimePlaces& places) {
 }
 
 GstRuntime::GstRuntime(const GstRuntimePlaces& places) {
-    const LoadingVariables variables(places.dataFolder);
+    const LoadingVariable ranks(L"GST_PLUGIN_FEATURE_RANK",
+                                gstFeatureRanks(variable(L"GST_PLUGIN_FEATURE_RANK").value_or(L"")));
     const std::vector<std::wstring> folders = gstCandidateFolders(searchOfThisMachine(places.installRoot));
-    available_ = std::ranges::any_of(folders, [this](const std::wstring& folder) {
+    available_ = std::ranges::any_of(folders, [&](const std::wstring& folder) {
+        const LoadingRegistry registry(places.dataFolder, folder);
         if (loadFrom(folder))
             return true;
         // Also after its initialisation: a library that stays would be taken for the next runtime's by name.
@@ -102,6 +101,10 @@ bool GstRuntime::loadLibraries() {
     for (std::size_t i = 0; i < libraries_.size(); ++i) {
         const std::wstring file = libraryFile(folder_, kGstLibraryNames[i]);
         if (file.empty())
+            return false;
+        // A library of this name that is still there from a runtime that was rejected late: GStreamer cannot
+        // be made to let go of plugins it has loaded. The others would be bound to it, not to their own.
+        if (GetModuleHandleW(file.c_str() + folder_.size() + 1) != nullptr)
             return false;
         // What it imports comes from its own folder or the system's, never from the search path.
         libraries_[i].reset(LoadLibraryExW(

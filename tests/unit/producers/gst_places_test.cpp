@@ -67,6 +67,15 @@ TEST(GstElements, AreTheOnesOfThePipelineAndItsSources) {
         kGstHttpSources, std::vector<std::string_view>{"souphttpsrc", "curlhttpsrc", "winhttpsrc"}));
 }
 
+TEST(GstRegistryFile, LiesInTheDataFolderOnePerRuntime) {
+    const std::wstring one = gstRegistryFile(L"D:\\data", L"C:\\gst\\bin");
+    EXPECT_TRUE(one.starts_with(L"D:\\data\\gstreamer-"));
+    EXPECT_TRUE(one.ends_with(L".registry"));
+    EXPECT_EQ(one.find(L'\\', 8), std::wstring::npos);
+    EXPECT_EQ(gstRegistryFile(L"D:\\data", L"C:\\gst\\bin"), one);
+    EXPECT_NE(gstRegistryFile(L"D:\\data", L"C:\\gst2\\bin"), one);
+}
+
 // --- Ranks ---
 
 std::vector<std::wstring> entries(const std::wstring& ranks) {

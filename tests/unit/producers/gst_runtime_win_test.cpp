@@ -319,7 +319,7 @@ protected:
 };
 
 TEST_F(GstLoadingVariables, NameAListOfPluginsInTheDataFolder) {
-    EXPECT_EQ(whileLoading().registry, machine_.dataFolder() + L"\\gstreamer-registry.bin");
+    EXPECT_EQ(whileLoading().registry, gstRegistryFile(machine_.dataFolder(), bin()));
 }
 
 TEST_F(GstLoadingVariables, LeaveOutDecodersOfTheGraphicsCard) {
