@@ -40,6 +40,9 @@ IDLE_PRIVATE_MIB = 24
 ACTIVE_PRIVATE_MIB = 40
 GROWTH_MIB = 0.25  # Wine's own heap is not still either
 FIRST_LIVE_MS = 150
+GSTREAMER_CPU_FACTOR = 1.2
+GSTREAMER_GROWTH_MIB = 1  # its own caches come and go
+GLIB_IDLE_THREAD_S = 17  # how long its pool keeps a thread without work
 IDLE_PASSES_PER_SECOND = (18, 21)
 WINDOW_FACTOR = 1.5  # a timer tick costs Wine two to four switches, as the load is
 
@@ -120,14 +123,16 @@ class Session:
         environment = (self.folder / "session.env").read_text()
         self.server_pid = int(re.search(r"^SESSION_SERVER_PID=(\d+)", environment, re.M)[1])
 
-    def start(self, program, *arguments, elevated=False):
+    def start(self, program, *arguments, elevated=False, variables=None):
         options = ["--elevated"] if elevated else []
+        for name, value in (variables or {}).items():
+            options += ["--env", f"{name}={value}"]
         command = [SESSION_SCRIPT, "run", self.folder, *options, program, *arguments]
         return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=self.errors,
                                 text=True)
 
-    def run(self, program, *arguments, elevated=False, timeout_s=PATIENCE_S):
-        process = self.start(program, *arguments, elevated=elevated)
+    def run(self, program, *arguments, timeout_s=PATIENCE_S, **how):
+        process = self.start(program, *arguments, **how)
         try:
             output, _ = process.communicate(timeout=timeout_s)
         finally:
@@ -218,8 +223,9 @@ class Bridge:
 class Broker:
     """A running broker: hidden unless told otherwise, with the synthetic source unless the profile counts."""
 
-    def __init__(self, session, root, visible=False, synthetic=True):
+    def __init__(self, session, root, visible=False, synthetic=True, variables=None):
         self.session, self.root, self.executable = session, root, root / "bin" / BROKER
+        self.variables = variables
         self.options = ([] if visible else ["--background"]) + (["--test-pattern"] if synthetic else [])
         data = session.local_app_data / "Vextra" / "CameraVirtualMFBeta"
         self.log, self.lock = data / "diagnostic.log", data / "app.lock"
@@ -228,7 +234,7 @@ class Broker:
         # Only the installed broker can be told to shut down.
         self.session.provision(self.root)
         self.log.unlink(missing_ok=True)
-        self.process = self.session.start(self.executable, *self.options)
+        self.process = self.session.start(self.executable, *self.options, variables=self.variables)
         try:
             wait_for(lambda: self.log.exists() and "AUTOMATIC_IDLE_READY" in self.log.read_text(),
                      "the broker to be ready")
@@ -263,11 +269,12 @@ class BareReader:
         self.arguments = [windows_path(decoder)]
         self.arguments += ["--url", url] if url else []
         self.arguments += ["--frames", str(frames)] if frames else []
+        self.variables = None
         self.first_frame_ms = None
         self.frame, self.frame_at = 0, 0.0
 
     def __enter__(self):
-        self.process = self.session.start(self.program, *self.arguments)
+        self.process = self.session.start(self.program, *self.arguments, variables=self.variables)
         self.reader = threading.Thread(target=self._read)
         self.reader.start()
         try:
@@ -296,12 +303,22 @@ class BareReader:
         return self.frame, self.frame_at
 
 
+class BarePlayer(BareReader):
+    """bare_gstreamer_win.cpp, running."""
+
+    def __init__(self, session, url, variables):
+        super().__init__(session, decoder=session.out)
+        self.program, self.arguments = session.test_program("bench-bare-gstreamer.exe"), [url]
+        self.variables = variables
+
+
 # --- What is measured ---------------------------------------------------------------------------------------
 
 
 class Bench:
-    def __init__(self, session, camera_rtsp, quick):
+    def __init__(self, session, camera_rtsp, gstreamer_root, quick):
         self.session, self.camera_rtsp, self.quick = session, camera_rtsp, quick
+        self.gstreamer_root = gstreamer_root
         self.root = session.out
         self.decoder = self.root / "deps" / "ffmpeg.exe"
         self.hold_s = 10 if quick else 60
@@ -321,6 +338,7 @@ class Bench:
         self.idle()
         self.first_live()
         self.episodes()
+        self.gstreamer()
 
     def prepare(self):
         self.session.provision(self.root)
@@ -369,12 +387,15 @@ class Bench:
                 stats = self.consumer_stats(self.consumer("--no-lease", "--seconds", str(self.hold_s)),
                                             self.hold_s + PATIENCE_S)
             self.details[name] = {"bareFps": bare_fps, "consumer": stats}
-            self.row(f"{name}: frames a second over {self.hold_s} s",
-                     f"{stats['fps']:.2f} (bare {bare_fps:.2f})", f"{FRAMES_PER_SECOND} ± {FPS_TOLERANCE}",
-                     abs(stats["fps"] - FRAMES_PER_SECOND) <= FPS_TOLERANCE)
-            faults = {key: stats[key] for key in ("missed", "torn", "stale")}
-            self.row(f"{name}: missed, torn, stale", ", ".join(map(str, faults.values())), "0, 0, 0",
-                     not any(faults.values()))
+            self.stream_rows(name, stats, f" (bare {bare_fps:.2f})")
+
+    def stream_rows(self, name, stats, bare):
+        self.row(f"{name}: frames a second over {self.hold_s} s", f"{stats['fps']:.2f}{bare}",
+                 f"{FRAMES_PER_SECOND} ± {FPS_TOLERANCE}",
+                 abs(stats["fps"] - FRAMES_PER_SECOND) <= FPS_TOLERANCE)
+        faults = {key: stats[key] for key in ("missed", "torn", "stale")}
+        self.row(f"{name}: missed, torn, stale", ", ".join(map(str, faults.values())), "0, 0, 0",
+                 not any(faults.values()))
 
     def exact_count(self):
         frames = self.hold_s * FRAMES_PER_SECOND
@@ -535,13 +556,82 @@ class Bench:
         active = max(samples[f"active {episode}"]["privateMib"] for episode in (early, late))
         self.row("active: private memory", f"{active:.1f} MiB", f"below {ACTIVE_PRIVATE_MIB} MiB",
                  active < ACTIVE_PRIVATE_MIB)
-        before, after = samples[f"idle {early}"], samples[f"idle {late}"]
-        when = f"idle after {early} and {late} episodes"
+        self.growth_rows(f"idle after {early} and {late} episodes", samples[f"idle {early}"],
+                         samples[f"idle {late}"], GROWTH_MIB)
+
+    def growth_rows(self, when, before, after, allowed_mib):
         self.row(f"{when}: dirty private memory", f"{before['dirtyMib']:.2f}, {after['dirtyMib']:.2f} MiB",
-                 f"+ {GROWTH_MIB} MiB at most", after["dirtyMib"] - before["dirtyMib"] <= GROWTH_MIB)
+                 f"+ {allowed_mib} MiB at most", after["dirtyMib"] - before["dirtyMib"] <= allowed_mib)
         for what in ("handles", "threads"):
             self.row(f"{when}: {what}", f"{before[what]}, {after[what]}", "the same",
                      before[what] == after[what])
+
+    # GStreamer
+
+    def gstreamer(self):
+        if self.gstreamer_root is None:
+            say("GStreamer: not measured, there is no runtime (./dev gstreamer builds one)")
+            return
+        variables = {"GSTREAMER_1_0_ROOT_X86_64": windows_path(self.gstreamer_root)}
+        data = self.session.local_app_data / "Vextra" / "CameraVirtualMFBeta"
+        self.session.run(self.root / "bin" / BROKER, "--import-legacy-env", "--version", variables={
+            "CAMERA_VIRTUAL_VEXTRA_SOURCE": "custom", "CAMERA_VIRTUAL_VEXTRA_CUSTOM_URL": self.camera_rtsp,
+            "CAMERA_VIRTUAL_VEXTRA_DECODER_BACKEND": "gstreamer"})
+        try:
+            self.gstreamer_frames(variables)
+            self.gstreamer_cpu(variables)
+            self.gstreamer_episodes(variables)
+        finally:
+            for file in data.glob("settings.dpapi*"):
+                file.unlink()
+
+    def gstreamer_broker(self, variables):
+        return Broker(self.session, self.root, synthetic=False, variables=variables)
+
+    def gstreamer_frames(self, variables):
+        name = "GStreamer, RTSP over TCP"
+        say(f"{name}: {self.hold_s} s through the broker")
+        with self.gstreamer_broker(variables), self.bridge.lease():
+            self.bridge.wait_for_live()
+            time.sleep(SETTLE_S)
+            stats = self.consumer_stats(self.consumer("--no-lease", "--seconds", str(self.hold_s)),
+                                        self.hold_s + PATIENCE_S)
+        self.details[name] = stats
+        self.stream_rows(name, stats, "")
+
+    def gstreamer_cpu(self, variables):
+        rounds, seconds = (1, 10) if self.quick else (3, 20)
+        say(f"GStreamer: CPU time: {rounds} x {seconds} s bare and broker in turns")
+        samples = {"bare": [], "broker": []}
+        for _ in range(rounds):
+            with BarePlayer(self.session, self.camera_rtsp, variables) as bare:
+                time.sleep(SETTLE_S)
+                samples["bare"].append(self.cpu_of(bare.pid, lambda: bare.next_report()[0], seconds))
+            with self.gstreamer_broker(variables) as broker, self.bridge.lease():
+                self.bridge.wait_for_live()
+                time.sleep(SETTLE_S)
+                samples["broker"].append(self.cpu_of(broker.pid, lambda: self.bridge.frame_counter, seconds))
+        self.details["gstreamerCpu"] = samples
+        frame_ms = {kind: sum(sample[1] for sample in taken) / sum(sample[0] for sample in taken)
+                    for kind, taken in samples.items()}
+        ratio = frame_ms["broker"] / frame_ms["bare"]
+        self.row("GStreamer: CPU a frame", f"{frame_ms['broker']:.2f} ms (bare {frame_ms['bare']:.2f} ms)",
+                 f"{GSTREAMER_CPU_FACTOR} x bare", ratio <= GSTREAMER_CPU_FACTOR)
+
+    def gstreamer_episodes(self, variables):
+        early, late = 5, 20 if self.quick else 200
+        say(f"GStreamer: {late} starts and stops")
+        samples = {}
+        with self.gstreamer_broker(variables) as broker:
+            for episode in range(1, late + 1):
+                with self.bridge.lease():
+                    self.bridge.wait_for_live()
+                if episode in (early, late) or episode % 50 == 0:
+                    time.sleep(GLIB_IDLE_THREAD_S)
+                    samples[episode] = broker.probe()
+        self.details["gstreamerEpisodes"] = samples
+        self.growth_rows(f"GStreamer: idle after {early} and {late} starts", samples[early], samples[late],
+                         GSTREAMER_GROWTH_MIB)
 
 
 # --- Report -------------------------------------------------------------------------------------------------
@@ -561,12 +651,14 @@ def main():
     parser.add_argument("--out", type=pathlib.Path, required=True,
                         help="build folder, laid out as an installation")
     parser.add_argument("--camera-rtsp", required=True, metavar="URL", help="an endless RTSP stream")
+    parser.add_argument("--gstreamer-root", type=pathlib.Path, metavar="FOLDER", help="of a runtime for Windows")
     parser.add_argument("--quick", action="store_true", help="shorter, and less exact")
     options = parser.parse_args()
 
     results = options.out.parent / "bench" / "results.json"
     results.parent.mkdir(parents=True, exist_ok=True)
-    bench = Bench(Session(options.session, options.out), options.camera_rtsp, options.quick)
+    bench = Bench(Session(options.session, options.out), options.camera_rtsp, options.gstreamer_root,
+                  options.quick)
     load = os.getloadavg()
     start = time.monotonic()
     try:

@@ -304,6 +304,19 @@ constexpr FaultCase kFaults[] = {
 INSTANTIATE_TEST_SUITE_P(Real, GstreamerFault, ::testing::ValuesIn(kFaults),
                          [](const auto& fault) { return std::string(fault.param.name); });
 
+// Pictures without timestamps: no frame ever comes out of the pipeline, and no error either.
+TEST_F(GstreamerBroker, MultipartMjpegIsTakenOverByFfmpegAfterTheFirstFramesDeadline) {
+    const std::wstring url = cameraUrl(kHttp, L"live.mjpeg");
+    SKIP_WITHOUT_CAMERA(url, kHttp);
+    BrokerSettings settings = settingsFor(url, DecoderBackend::kAutomatic);
+    settings.firstFrameDeadlineMs = 2000;
+    startBroker(settings);
+    EXPECT_TRUE(viewer().waitForState(BridgeState::kLive, kRecoverLimitMs));
+    EXPECT_EQ(broker().countEvents(kGstreamerStart), 1u);
+    EXPECT_EQ(broker().countEvents(kFallback), 1u);
+    EXPECT_GE(broker().countEvents(kFfmpegStart), 1u);
+}
+
 // The end of a file is the end of a stream, and the start after it plays it again.
 TEST_F(GstreamerBroker, PlaysAnEndedClipAgain) {
     const std::wstring url = cameraUrl(kHttp, L"clip.mp4");
