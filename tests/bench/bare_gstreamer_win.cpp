@@ -2,7 +2,7 @@
 // pipeline text from the same runtime, waits in blocking pulls and copies each frame twice. No clock, no
 // lease, no watchdog, no checks, no bridge.
 //
-//   bench-bare-gstreamer URL
+//   bench-bare-gstreamer RTSP-URL
 //
 // GSTREAMER_1_0_ROOT_X86_64 names the runtime. Runs until it is ended. Prints `first_frame_ms=N.N`, from the
 // start of the pipeline to its first frame, and `frame=N` at every 16th.
@@ -45,6 +45,13 @@ bool copyTwice(const GstApi& api, GstSample* sample, std::byte* first, std::byte
     return whole;
 }
 
+// As the broker with its defaults; otherwise the source would be asked for another transport.
+void onSourceSetup(GstElement*, GstElement* source, void* api) {
+    static_cast<const GstApi*>(api)->g_object_set(source, "protocols",
+                                                  static_cast<std::uint32_t>(GstRtspLowerTransport::kTcp),
+                                                  "latency", BrokerSettings().latencyMs, nullptr);
+}
+
 int run(const std::wstring& url) {
     wchar_t folder[MAX_PATH] = {};
     GetTempPathW(MAX_PATH, folder);
@@ -58,6 +65,8 @@ int run(const std::wstring& url) {
     GstElement* const sink = api.gst_bin_get_by_name(pipeline, "frames");
     api.g_object_set(source, "caps", api.gst_caps_from_string("video/x-raw"), "uri",
                      toUtf8Strict(url).c_str(), nullptr);
+    GstApi* const callbackData = const_cast<GstApi*>(&api);
+    api.g_signal_connect_data(source, "source-setup", &onSourceSetup, callbackData, nullptr, 0);
     if (api.gst_element_set_state(pipeline, kGstStatePlaying) == kGstStateChangeFailure)
         return fail("the pipeline does not play");
     std::vector<std::byte> first(kFrameBytes);
@@ -83,7 +92,7 @@ int wmain(int count, wchar_t** arguments) {
     // As in the broker: plugins find their libraries through this alone.
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
     if (count != 2) {
-        std::fputs("usage: bench-bare-gstreamer URL\n", stderr);
+        std::fputs("usage: bench-bare-gstreamer RTSP-URL\n", stderr);
         return 2;
     }
     return vextra::run(arguments[1]);
