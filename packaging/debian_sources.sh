@@ -8,7 +8,8 @@
 #   checkTools                 fails when one of the "tool package" lines on standard input is missing
 #   prepareSources             an apt of its own in $work/apt, with fresh lists
 #   fetchSource PACKAGE SERIES downloads PACKAGE into $work and sets source_version
-#   takeCacheLock CACHE        one build at a time; held until releaseCacheLock
+#   cacheFolder                where this recipe keeps its results
+#   buildOnce CACHE HASH       one build at a time, and none where its result lies
 
 say() { printf '%s: %s\n' "$kRecipe" "$*" >&2; }
 
@@ -92,12 +93,21 @@ fetchSource() { # PACKAGE SERIES
     failWithLog "downloading the source of $1"
 }
 
-takeCacheLock() { # CACHE
-    exec {cache_lock}>"$1/lock"
+cacheFolder() { echo "${VEXTRA_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/vextra}/$kRecipe"; }
+
+# Sets `cache` and `result`, and calls the recipe's `build` unless it has been done. The result appears by one
+# rename, so its folder is whole or absent.
+buildOnce() { # CACHE HASH
+    cache=$1 result=$1/$2
+    [[ ! -d $result ]] || return 0
+    mkdir -p "$cache"
+    cache=$(cd "$cache" && pwd)
+    result=$cache/$2
+    exec {cache_lock}>"$cache/lock"
     flock -n "$cache_lock" || {
         say "waiting for another build"
         flock "$cache_lock"
     }
+    [[ -d $result ]] || build
+    exec {cache_lock}>&-
 }
-
-releaseCacheLock() { exec {cache_lock}>&-; }

@@ -109,18 +109,7 @@ hash=$({
     cat "$recipe"/build.sh "$recipe"/configure.options "$recipe/$kPatch" "$recipe/../debian_sources.sh"
     echo "$compiler"
 } | sha256sum | cut -c 1-16)
-cache=${VEXTRA_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/vextra}/ffmpeg
-result=$cache/$hash
-
-# The result appears by one rename, so its folder is whole or absent.
-if [[ ! -d $result ]]; then
-    mkdir -p "$cache"
-    cache=$(cd "$cache" && pwd)
-    result=$cache/$hash
-    takeCacheLock "$cache"
-    [[ -d $result ]] || build
-    releaseCacheLock
-fi
+buildOnce "$(cacheFolder)" "$hash"
 for file in "${kResults[@]}"; do
     install -m "$([[ $file == *.exe ]] && echo 755 || echo 644)" "$result/$file" "$out_dir"
 done

@@ -174,6 +174,7 @@ runInLog() { # WHAT COMMAND...
     wait "$child" || failWithLog "$what"
 }
 
+# shellcheck disable=SC2120 # its arguments are those of each package
 buildPackages() {
     local package series how options number=0 total source_version=''
     total=$(grep -cvE '^(#|$)' "$recipe/packages.list")
@@ -250,17 +251,8 @@ hash=$({
     cat "$recipe"/* "$recipe/../debian_sources.sh"
     echo "$compiler"
 } | sha256sum | cut -c 1-16)
-cache=${VEXTRA_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/vextra}/gstreamer
-result=$cache/$hash
-
-# The result appears by one rename, so its folder is whole or absent.
-if [[ ! -d $result ]]; then
-    [[ ${1:-} != --find ]] || exit 1
-    mkdir -p "$cache"
-    cache=$(cd "$cache" && pwd)
-    result=$cache/$hash
-    takeCacheLock "$cache"
-    [[ -d $result ]] || build
-    releaseCacheLock
+if [[ ${1:-} == --find && ! -d $(cacheFolder)/$hash ]]; then
+    exit 1
 fi
+buildOnce "$(cacheFolder)" "$hash"
 echo "$result"
