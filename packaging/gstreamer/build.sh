@@ -167,11 +167,13 @@ buildPackage() { # PACKAGE HOW OPTION...
 
 # Not as a condition, which would switch `set -e` off inside.
 runInLog() { # WHAT COMMAND...
-    local what=$1 child
+    local what=$1 status
     shift
-    (set -e; "$@") >>"$log" 2>&1 </dev/null &
-    child=$!
-    wait "$child" || failWithLog "$what"
+    set +e
+    (set -e; "$@") >>"$log" 2>&1 </dev/null
+    status=$?
+    set -e
+    ((status == 0)) || failWithLog "$what"
 }
 
 # shellcheck disable=SC2120 # its arguments are those of each package
