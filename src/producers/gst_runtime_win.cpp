@@ -98,17 +98,18 @@ bool GstRuntime::loadFrom(const std::wstring& folder) {
 }
 
 bool GstRuntime::loadLibraries() {
-    for (std::size_t i = 0; i < libraries_.size(); ++i) {
-        const std::wstring file = libraryFile(folder_, kGstLibraryNames[i]);
-        if (file.empty())
+    std::array<std::wstring, std::size(kGstLibraryNames)> files;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        files[i] = libraryFile(folder_, kGstLibraryNames[i]);
+        // One of this name may still be there from a runtime that was rejected late, for GStreamer never lets
+        // go of a plugin. The others would be bound to it by its name, not to their own.
+        if (files[i].empty() || GetModuleHandleW(files[i].c_str() + folder_.size() + 1) != nullptr)
             return false;
-        // A library of this name that is still there from a runtime that was rejected late: GStreamer cannot
-        // be made to let go of plugins it has loaded. The others would be bound to it, not to their own.
-        if (GetModuleHandleW(file.c_str() + folder_.size() + 1) != nullptr)
-            return false;
+    }
+    for (std::size_t i = 0; i < files.size(); ++i) {
         // What it imports comes from its own folder or the system's, never from the search path.
         libraries_[i].reset(LoadLibraryExW(
-            file.c_str(), nullptr, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS));
+            files[i].c_str(), nullptr, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS));
         if (!libraries_[i])
             return false;
     }

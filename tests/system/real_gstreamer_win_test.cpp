@@ -143,6 +143,17 @@ TEST_F(GstreamerBroker, LoadsNothingWhileNobodyWantsIt) {
     EXPECT_FALSE(hasListOfPlugins());
 }
 
+TEST_F(GstreamerBroker, LooksForTheRuntimeAtTheFirstDemandNotAtTheStart) {
+    ASSERT_TRUE(saveSettings(broker().dataFolder(),
+                             settingsFor(L"rtsp://127.0.0.1:9/x", DecoderBackend::kGstreamer)));
+    broker().start(L"--background");
+    Sleep(500);
+    EXPECT_FALSE(hasListOfPlugins());
+    viewer().takeLease();
+    EXPECT_TRUE(broker().waitForEvent(kGstreamerStart));
+    EXPECT_TRUE(hasListOfPlugins());
+}
+
 // --- Sources ---
 
 struct Source {
@@ -175,6 +186,8 @@ TEST_P(GstreamerSource, RunsLiveAtSixteenFramesPerSecond) {
 constexpr wchar_t kRtsp[] = L"VEXTRA_CAMERA_RTSP";
 constexpr wchar_t kHttp[] = L"VEXTRA_CAMERA_HTTP";
 constexpr wchar_t kHttps[] = L"VEXTRA_CAMERA_HTTPS";
+// libsoup has no TLS in our runtime; without its element the one of libcurl is taken.
+constexpr wchar_t kWithoutSoup[] = L"souphttpsrc:NONE";
 constexpr Source kSources[] = {
     {"RtspOverTcp", kRtsp, L"stream1", false, nullptr, 2000, 6000},
     {"RtspOverUdp", kRtsp, L"stream1", true, nullptr, 2000, 6000},
@@ -182,18 +195,27 @@ constexpr Source kSources[] = {
     {"RtspWithAudio", kRtsp, L"audio", false, nullptr, 2000, 6000},
     {"HttpTransportStream", kHttp, L"live.ts", false, nullptr, 2000, 6000},
     {"HttpMp4", kHttp, L"clip.mp4", false, nullptr, 500, 3000},  // lasts 5 s
-    // libsoup has no TLS in our runtime; without its element the one of libcurl is taken.
-    {"HttpsTransportStream", kHttps, L"live.ts", false, L"souphttpsrc:NONE", 2000, 6000},
+    {"HttpsTransportStream", kHttps, L"live.ts", false, kWithoutSoup, 2000, 6000},
 };
 INSTANTIATE_TEST_SUITE_P(Real, GstreamerSource, ::testing::ValuesIn(kSources),
                          [](const auto& source) { return std::string(source.param.name); });
 
 // --- The picture ---
 
-class GstreamerPicture : public GstreamerBroker {
+struct PictureSource {
+    const char* name;
+    const wchar_t* camera;
+    const wchar_t* path;
+    bool udp;
+    const wchar_t* ranks;
+};
+
+class GstreamerPicture : public GstreamerBroker, public ::testing::WithParamInterface<PictureSource> {
 protected:
     std::vector<std::byte> pictureOf(DecoderBackend decoder, const std::wstring& url) {
-        startLive(settingsFor(url, decoder));
+        BrokerSettings settings = settingsFor(url, decoder);
+        settings.rtspUdp = GetParam().udp;
+        startLive(settings);
         viewer().waitForFrameAfter(viewer().header().frameCounter + 8);
         std::vector<std::byte> pixels = viewer().read().pixels;
         viewer().releaseLease();
@@ -203,20 +225,32 @@ protected:
 };
 
 // That FFmpeg's is right has its own test (real_ffmpeg_win_test.cpp).
-TEST_F(GstreamerPicture, IsTheOneThatFfmpegShows) {
-    const std::wstring url = cameraUrl(kRtsp, L"bars");
-    SKIP_WITHOUT_CAMERA(url, kRtsp);
+TEST_P(GstreamerPicture, IsTheOneThatFfmpegShows) {
+    const std::wstring url = cameraUrl(GetParam().camera, GetParam().path);
+    SKIP_WITHOUT_CAMERA(url, GetParam().camera);
+    const ScopedVariable ranks(L"GST_PLUGIN_FEATURE_RANK", GetParam().ranks);
     const std::vector<std::byte> ffmpeg = pictureOf(DecoderBackend::kFfmpeg, url);
     const std::vector<std::byte> gstreamer = pictureOf(DecoderBackend::kGstreamer, url);
     ASSERT_EQ(ffmpeg.size(), gstreamer.size());
     std::uint64_t difference = 0;
-    for (std::size_t i = 0; i < ffmpeg.size(); ++i)
+    for (std::size_t i = 0; i < ffmpeg.size(); ++i) {
         difference += static_cast<std::uint64_t>(
             std::abs(std::to_integer<int>(ffmpeg[i]) - std::to_integer<int>(gstreamer[i])));
+    }
     const double mean = static_cast<double>(difference) / static_cast<double>(ffmpeg.size());
     std::printf("mean difference of a channel: %.2f levels\n", mean);
     EXPECT_LT(mean, 3.0);
 }
+
+constexpr PictureSource kPictures[] = {
+    {"RtspOverTcp", kRtsp, L"bars", false, nullptr},
+    {"RtspOverUdp", kRtsp, L"bars", true, nullptr},
+    {"RtspMjpeg", kRtsp, L"bars-mjpeg", false, nullptr},
+    {"HttpTransportStream", kHttp, L"bars.ts", false, nullptr},
+    {"HttpsTransportStream", kHttps, L"bars.ts", false, kWithoutSoup},
+};
+INSTANTIATE_TEST_SUITE_P(Real, GstreamerPicture, ::testing::ValuesIn(kPictures),
+                         [](const auto& picture) { return std::string(picture.param.name); });
 
 // --- Faults on the way to the camera ---
 

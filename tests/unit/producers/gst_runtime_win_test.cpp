@@ -260,6 +260,18 @@ TEST_F(GstRuntimeTest, LooksOnAfterARejectedOne) {
     EXPECT_EQ(loaded, library(GstLibrary::kGlib));
 }
 
+// As it is after a runtime that was rejected once its plugins had been loaded.
+TEST_F(GstRuntimeTest, RejectsOneOfWhichALibraryIsLoadedFromElsewhere) {
+    const std::wstring elsewhere = machine_.root / L"elsewhere";
+    makeStubRuntime(elsewhere, LibraryNames::kMinGw);
+    const Unique<LibraryTraits> stays(LoadLibraryW((elsewhere + L"\\libgobject-2.0-0.dll").c_str()));
+    ASSERT_TRUE(stays);
+    installRuntime();
+    EXPECT_FALSE(GstRuntime(places()).available());
+    EXPECT_FALSE(isLoaded(GstLibrary::kGlib));
+    EXPECT_TRUE(gstreamer_.calls.empty());
+}
+
 std::vector<std::wstring>* touched = nullptr;
 DWORD WINAPI recordingGetFileAttributes(LPCWSTR path) {
     touched->push_back(path);
