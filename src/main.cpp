@@ -26,6 +26,7 @@
 #include "core/supervisor_thread_win.h"
 #include "diag/event_log.h"
 #include "producers/ffmpeg_process.h"
+#include "producers/gst_runtime.h"
 #include "ui/main_window.h"
 #include "update/channel.h"
 
@@ -110,7 +111,8 @@ ExitCode writeRequestedOutput(const CommandLine& options, const Folders& folders
     const std::wstring folder =
         (options.evidenceFolder.empty() ? folders.data : options.evidenceFolder) + L"\\";
     if (options.runtimeSelfTest) {
-        const SelfTestResult result{pureContractsHold(), ffmpegIsInstalled(folders.installRoot), false,
+        const bool gstreamer = GstRuntime::instance({folders.installRoot, folders.data}).available();
+        const SelfTestResult result{pureContractsHold(), ffmpegIsInstalled(folders.installRoot), gstreamer,
                                     settingsLoaded};
         const bool written = writeOutputFile(folder + L"runtime-self-test.json", selfTestJson(result));
         return written && result.passed() ? ExitCode::kSuccess : ExitCode::kFailed;
@@ -157,7 +159,7 @@ ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders
     window.startClock(options.testSeconds);
     std::thread supervisor =
         startSupervisorThread({&shared, &log, wakeEvent.get(), stopSignal.get(), window.handle(),
-                               folders.installRoot, options.evidenceFolder});
+                               folders.installRoot, options.evidenceFolder, folders.data});
     if (!supervisor.joinable())
         return ExitCode::kFailed;
 

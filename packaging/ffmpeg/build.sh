@@ -15,37 +15,19 @@ export LC_ALL=C
 # configure and make would heed the caller's.
 unset CPPFLAGS CFLAGS ASFLAGS LDFLAGS MAKEFLAGS MFLAGS MAKELEVEL
 
+readonly kRecipe=ffmpeg
+recipe=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+# shellcheck source=../debian_sources.sh
+source "$recipe/../debian_sources.sh"
+
 readonly kSourceSeries=5.1   # what the patch and the options are made for
 readonly kCross=x86_64-w64-mingw32
 readonly kPatch=rw-timeout-for-rtsp.patch
 readonly kProgressSeconds=5
 readonly kResults=(ffmpeg.exe COPYING.LGPLv2.1 LICENSE.md BUILD-INFO.txt)
 
-say() { printf 'ffmpeg: %s\n' "$*" >&2; }
-
-fail() {
-    say "$@"
-    exit 1
-}
-
-failWithLog() {
-    tail -n 25 "$log" >&2
-    fail "$1 failed, the whole log is $log"
-}
-
-# step WHAT COMMAND...: says WHAT and runs the command into the log.
-step() {
-    local what=$1
-    shift
-    say "$what"
-    "$@" >>"$log" 2>&1 </dev/null || failWithLog "$what"
-}
-
-checkTools() {
-    local tool package missing=()
-    while read -r tool package; do
-        command -v "$tool" >/dev/null || missing+=("$package")
-    done <<EOF
+checkBuildTools() {
+    checkTools <<EOF
 $kCross-gcc-posix gcc-mingw-w64-x86-64-posix
 $kCross-windres binutils-mingw-w64-x86-64
 nasm nasm
@@ -54,64 +36,6 @@ patch patch
 xz xz-utils
 dpkg-source dpkg-dev
 EOF
-    ((${#missing[@]} == 0)) || fail "missing Debian packages: ${missing[*]}"
-}
-
-# An apt of our own: same mirrors, keys and proxies as the machine's, asked for
-# sources instead of binaries, with its lists and caches in the work folder.
-# Most machines have no source entries, and /etc/apt is not ours to change.
-prepareApt() {
-    local list_file='' list_dir='' file
-    mkdir -p "$apt_dir"/{sources.d,lists/partial,cache/archives/partial}
-    eval "$(apt-config shell list_file Dir::Etc::sourcelist/f list_dir Dir::Etc::sourceparts/d)"
-
-    for file in "$list_file" "$list_dir"*.list; do
-        [[ -f $file ]] || continue
-        # A CD-ROM would make apt ask for the disc.
-        sed -nE '/cdrom:/d; s/^[[:space:]]*deb(-src)?[[:space:]]+/deb-src /p' "$file"
-    done | awk '!seen[$0]++' >"$apt_dir/sources.list"
-    for file in "$list_dir"*.sources; do
-        [[ -f $file ]] || continue
-        sed -E 's/^types:.*/Types: deb-src/I' "$file" >"$apt_dir/sources.d/${file##*/}"
-    done
-
-    # The sandbox user can't enter a home folder; the hooks (clearing caches,
-    # feeding software centres) are meant for the machine's own lists.
-    cat >"$apt_dir/apt.conf" <<EOF
-Dir::Etc::sourcelist "$apt_dir/sources.list";
-Dir::Etc::sourceparts "$apt_dir/sources.d";
-Dir::State::lists "$apt_dir/lists";
-Dir::Cache "$apt_dir/cache";
-APT::Sandbox::User "root";
-#clear APT::Update::Pre-Invoke;
-#clear APT::Update::Post-Invoke;
-#clear APT::Update::Post-Invoke-Success;
-EOF
-}
-
-# Sets source_version. apt checks the archive's signature and every checksum. A
-# mirror may list a security update that it does not hold yet: then the version
-# before it will do.
-fetchSource() {
-    local version versions
-    say "looking for the source package"
-    prepareApt
-    # One failing entry, of a third party say, must not stop the others.
-    apt-get -c "$apt_dir/apt.conf" update >>"$log" 2>&1 </dev/null || true
-    versions=$(apt-cache -c "$apt_dir/apt.conf" showsrc --only-source ffmpeg 2>>"$log" |
-        sed -nE "s/^Version: (([0-9]+:)?${kSourceSeries//./\\.}\..*)/\1/p" | sort -rVu) || true
-    [[ -n $versions ]] || failWithLog "finding an FFmpeg $kSourceSeries source package with apt"
-
-    for version in $versions; do
-        say "downloading the source, $version"
-        if (cd "$work" && apt-get -c "$apt_dir/apt.conf" source --download-only --only-source \
-            "ffmpeg=$version") >>"$log" 2>&1 </dev/null; then
-            source_version=$version
-            return
-        fi
-        say "no mirror has $version"
-    done
-    failWithLog "downloading the source"
 }
 
 # showProgress TOTAL: passes make's output on to the log and counts its objects.
@@ -141,12 +65,14 @@ compile() {
 build() {
     local options=() source_version=''
     local work=$result.work
-    local log=$work/log apt_dir=$work/apt source_dir=$work/ffmpeg staged=$work/result
+    local log=$work/log source_dir=$work/ffmpeg staged=$work/result
     rm -rf "$cache"/*.work   # what failed or interrupted builds left
     mkdir -p "$staged"
     say "building, the log is $log"
 
-    fetchSource
+    say "looking for the source package"
+    prepareSources
+    fetchSource ffmpeg "$kSourceSeries"
     step "unpacking the source" dpkg-source -x "$work"/ffmpeg_*.dsc "$source_dir"
     cd "$source_dir"
     step "patching" patch -p1 --fuzz=0 -i "$recipe/$kPatch"
@@ -174,32 +100,16 @@ EOF
 }
 
 (($# == 1)) || fail "usage: build.sh OUT_DIR"
-recipe=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 mkdir -p "$1"
 out_dir=$(cd "$1" && pwd)
 
-checkTools
+checkBuildTools
 compiler=$("$kCross-gcc-posix" --version | head -n 1)
 hash=$({
-    cat "$recipe"/build.sh "$recipe"/configure.options "$recipe/$kPatch"
+    cat "$recipe"/build.sh "$recipe"/configure.options "$recipe/$kPatch" "$recipe/../debian_sources.sh"
     echo "$compiler"
 } | sha256sum | cut -c 1-16)
-cache=${VEXTRA_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/vextra}/ffmpeg
-result=$cache/$hash
-
-# The result appears by one rename, so its folder is whole or absent.
-if [[ ! -d $result ]]; then
-    mkdir -p "$cache"
-    cache=$(cd "$cache" && pwd)
-    result=$cache/$hash
-    exec {lock}>"$cache/lock"
-    flock -n "$lock" || {
-        say "waiting for another build"
-        flock "$lock"
-    }
-    [[ -d $result ]] || build
-    exec {lock}>&-
-fi
+buildOnce "$(cacheFolder)" "$hash"
 for file in "${kResults[@]}"; do
     install -m "$([[ $file == *.exe ]] && echo 755 || echo 644)" "$result/$file" "$out_dir"
 done

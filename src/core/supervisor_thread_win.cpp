@@ -12,6 +12,7 @@
 #include "core/evidence_win.h"
 #include "core/media_foundation_win.h"
 #include "core/supervisor.h"
+#include "producers/gst_runtime.h"
 #include "producers/producer.h"
 
 namespace vextra {
@@ -28,7 +29,9 @@ void runSupervisor(const SupervisorThreadSetup& setup) {
     const auto log = [&](EventCode code, std::int32_t value) { setup.log->write(code, value); };
     BridgeWriter bridge;
     DemandChannel demand;
-    Producer producer(setup.installRoot, {showStatus, log}, shared.effectiveBackend);
+    Producer producer(setup.installRoot, {showStatus, log}, shared.effectiveBackend, [&] {
+        return GstRuntime::instance({setup.installRoot, setup.dataFolder}).api();
+    });
 
     SupervisorDoors doors{
         .now = [] { return Tick{GetTickCount64()}; },

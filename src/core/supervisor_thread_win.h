@@ -25,6 +25,7 @@ struct SupervisorThreadSetup {
     HWND window = nullptr;
     std::wstring installRoot;
     std::wstring evidenceFolder;  // empty: off
+    std::wstring dataFolder;
 };
 
 // Starts the thread, which ends after it took SupervisorCommand::kQuit. Not joinable when the system has no

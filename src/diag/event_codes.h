@@ -55,6 +55,8 @@ enum class EventCode : std::uint8_t {
     kFfmpegStart,
     kFfmpegLaunchFailed,
     kFfmpegJobAssignFailed,
+    // GStreamer producer
+    kGstreamerStart,
     // Update channel
     kUpdateStartupCheck,
     kUpdateManualCheck,
@@ -111,6 +113,7 @@ constexpr std::string_view eventText(EventCode code) {
         case EventCode::kFfmpegStart: return "FFMPEG_START_OWN_PROCESS";
         case EventCode::kFfmpegLaunchFailed: return "FFMPEG_LAUNCH_FAILED";
         case EventCode::kFfmpegJobAssignFailed: return "FFMPEG_JOB_ASSIGN_FAILED";
+        case EventCode::kGstreamerStart: return "GSTREAMER_START_OWN_PIPELINE";
         case EventCode::kUpdateStartupCheck: return "MF_UPDATE_STARTUP_CHECK";
         case EventCode::kUpdateManualCheck: return "MF_UPDATE_MANUAL_CHECK";
         case EventCode::kUpdateCheckCompleted: return "MF_UPDATE_CHECK_COMPLETED";

@@ -1,37 +1,73 @@
 #include <utility>
 
+#include "bridge/bridge_layout.h"
 #include "producers/producer.h"
 
 namespace vextra {
 namespace {
 
-// This build brings no GStreamer backend: to the plan below, its runtime is never installed.
-constexpr bool kGstreamerLoaded = false;
+constexpr bool kAssumeGstreamer = true;
 
 }  // namespace
 
 Producer::Producer(std::wstring installRoot, ProducerReports reports,
-                   std::atomic<std::uint32_t>& effectiveBackend)
+                   std::atomic<std::uint32_t>& effectiveBackend, GstreamerDoor gstreamer)
     : reports_(reports),
       effectiveBackend_(effectiveBackend),
+      gstreamer_(std::move(gstreamer)),
       ffmpeg_(std::move(installRoot), std::move(reports)) {}
 
 bool Producer::start(bool syntheticTest, std::wstring_view url, const BrokerSettings& settings) {
     stop();
-    if (planBackend(syntheticTest, settings.decoder, kGstreamerLoaded) == BackendPlan::kRefuseNoGstreamer) {
-        reports_.showStatus(L"GStreamer indisponível: runtime x64 e plugins não instalados.");
-        return false;
+    const bool wanted =
+        planBackend(syntheticTest, settings.decoder, kAssumeGstreamer) != BackendPlan::kFfmpeg;
+    const GstApi* const gstreamer = wanted ? gstreamer_() : nullptr;
+    switch (planBackend(syntheticTest, settings.decoder, gstreamer != nullptr)) {
+        case BackendPlan::kRefuseNoGstreamer:
+            reports_.showStatus(L"GStreamer indisponível: runtime x64 e plugins não instalados.");
+            return false;
+        case BackendPlan::kGstreamerOnly:
+            if (startGstreamer(gstreamer, url, settings))
+                return true;
+            reports_.showStatus(L"GStreamer explicite falhou. Nenhum fallback FFmpeg implícito.");
+            return false;
+        case BackendPlan::kGstreamerThenFfmpeg:
+            if (startGstreamer(gstreamer, url, settings))
+                return true;
+            break;
+        case BackendPlan::kFfmpeg: break;
     }
+    return startFfmpeg(syntheticTest, url, settings);
+}
+
+bool Producer::startGstreamer(const GstApi* gstreamer, std::wstring_view url,
+                              const BrokerSettings& settings) {
+    if (!pipeline_.startGstreamer(gstreamer, {url, settings.rtspUdp ? L"udp" : L"tcp", settings.latencyMs}))
+        return false;
+    gstreamerActive_ = true;
+    effectiveBackend_ = static_cast<std::uint32_t>(EffectiveBackend::kGstreamer);
+    reports_.log(EventCode::kGstreamerStart, 0);
+    return true;
+}
+
+bool Producer::startFfmpeg(bool syntheticTest, std::wstring_view url, const BrokerSettings& settings) {
     effectiveBackend_ = static_cast<std::uint32_t>(EffectiveBackend::kFfmpeg);
     const RtspTransport transport = settings.rtspUdp ? RtspTransport::kUdp : RtspTransport::kTcp;
     return ffmpeg_.start({syntheticTest, url, transport});
 }
 
 std::int32_t Producer::read(std::byte* buffer, std::uint32_t capacityBytes) {
-    return ffmpeg_.read(buffer, capacityBytes);
+    if (!gstreamerActive_)
+        return ffmpeg_.read(buffer, capacityBytes);
+    const bool fits = capacityBytes >= kFrameBytes;
+    if (pipeline_.pullGstreamerFrame(fits ? buffer : nullptr))
+        return fits ? std::int32_t{kFrameBytes} : -1;
+    return pipeline_.gstreamerFailed() ? -1 : 0;
 }
 
 void Producer::stop() {
+    pipeline_.stop();
+    gstreamerActive_ = false;
     ffmpeg_.stop();
 }
 

@@ -5,304 +5,43 @@ Nothing here is a test: a figure over its target is printed as such, and the exi
 everything could be measured. docs/benchmarks.md says what the figures mean.
 """
 import argparse
-import contextlib
 import functools
 import json
-import mmap
 import os
 import pathlib
 import platform
-import re
 import shutil
-import signal
 import statistics
 import subprocess
 import sys
-import threading
 import time
 
-HERE = pathlib.Path(__file__).resolve().parent
-SESSION_SCRIPT = HERE.parent / "support" / "wine" / "session"
-BROKER = "CameraVirtualVextraMF.exe"
+from broker_session import (BROKER, PATIENCE_S, STATE_STOPPED, BarePlayer, BareReader, BenchError, Bridge, Broker,
+                            Session, cpu_ms, end, memory, say, thread_rates, wait_for, windows_path)
 
 FRAMES_PER_SECOND = 16
 SETTLE_S = 3  # a network stream begins with a backlog
-PATIENCE_S = 20
-LEASE_ID = 0x42454E4348
-STATE_STOPPED, STATE_LIVE = 0, 2
-
-# Wine's coarse clock may lag the kernel's by up to 17 ms, and a heartbeat in the future does not count.
-CLOCK_LAG_MS = 20
-
 FPS_TOLERANCE = 0.1
 CPU_FACTOR = 1.5
 IDLE_PRIVATE_MIB = 24
 ACTIVE_PRIVATE_MIB = 40
 GROWTH_MIB = 0.25  # Wine's own heap is not still either
 FIRST_LIVE_MS = 150
+GSTREAMER_CPU_FACTOR = 1.2
+GSTREAMER_GROWTH_MIB = 1  # its own caches come and go
+GLIB_IDLE_THREAD_S = 17  # how long its pool keeps a thread without work
 PAINT_FACTOR = 2.5
 IDLE_PASSES_PER_SECOND = (18, 21)
 WINDOW_FACTOR = 1.5  # a timer tick costs Wine two to four switches, as the load is
-
-
-class BenchError(Exception):
-    pass
-
-
-def say(text):
-    print(f"-- {text} (load {os.getloadavg()[0]:.1f})", flush=True)
-
-
-def wait_for(condition, what, timeout_s=PATIENCE_S, pause_s=0.002):
-    deadline = time.monotonic() + timeout_s
-    while not (value := condition()):
-        if time.monotonic() > deadline:
-            raise BenchError(f"waited {timeout_s} s for {what}")
-        time.sleep(pause_s)
-    return value
-
-
-# --- Linux's view of a process ------------------------------------------------------------------------------
-
-
-@functools.cache
-def tick_ms():
-    return 1000 / os.sysconf("SC_CLK_TCK")
-
-
-def cpu_ms(pid):
-    """User and kernel time of the process, ended threads included."""
-    fields = pathlib.Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()
-    return (int(fields[11]) + int(fields[12])) * tick_ms()
-
-
-def threads(pid):
-    """By id: name, voluntary switches, and CPU time in ns."""
-    found = {}
-    for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
-        with contextlib.suppress(FileNotFoundError):
-            switches = re.search(r"^voluntary_ctxt_switches:\s*(\d+)", (task / "status").read_text(), re.M)
-            found[int(task.name)] = ((task / "comm").read_text().strip(), int(switches[1]),
-                                     int((task / "schedstat").read_text().split()[0]))
-    return found
-
-
-def memory(pid):
-    """Private: clean and dirty pages. Clean ones of a library become shared when anybody else maps it too, so
-    that growth shows in the dirty ones alone."""
-    text = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
-    mib = {key: int(kib) / 1024 for key, kib in re.findall(r"^(\w+):\s*(\d+) kB", text, re.M)}
-    return {"privateMib": mib["Private_Clean"] + mib["Private_Dirty"], "dirtyMib": mib["Private_Dirty"]}
-
-
-def thread_rates(pid, seconds):
-    """Per thread that lived through the time: name, switches and CPU ms per second."""
-    before, start = threads(pid), time.monotonic()
-    time.sleep(seconds)
-    after, elapsed = threads(pid), time.monotonic() - start
-    return {tid: {"name": name, "switches": (switches - before[tid][1]) / elapsed,
-                  "cpuMs": (cpu_ns - before[tid][2]) / 1e6 / elapsed}
-            for tid, (name, switches, cpu_ns) in after.items() if tid in before}
-
-
-# --- The session --------------------------------------------------------------------------------------------
-
-
-def windows_path(path):
-    return "Z:" + str(path.resolve()).replace("/", "\\")
-
-
-class Session:
-    def __init__(self, folder, out):
-        self.folder, self.out = folder.resolve(), out.resolve()
-        self.prefix = self.folder / "prefix"
-        self.errors = open(self.folder / "bench-errors.log", "w")
-        (self.local_app_data,) = self.prefix.glob("drive_c/users/*/AppData/Local")
-        environment = (self.folder / "session.env").read_text()
-        self.server_pid = int(re.search(r"^SESSION_SERVER_PID=(\d+)", environment, re.M)[1])
-
-    def start(self, program, *arguments, elevated=False):
-        options = ["--elevated"] if elevated else []
-        command = [SESSION_SCRIPT, "run", self.folder, *options, program, *arguments]
-        return subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=self.errors,
-                                text=True)
-
-    def run(self, program, *arguments, elevated=False, timeout_s=PATIENCE_S):
-        process = self.start(program, *arguments, elevated=elevated)
-        try:
-            output, _ = process.communicate(timeout=timeout_s)
-        finally:
-            end(process)
-        if process.returncode != 0:
-            raise BenchError(f"{program.name} ended with {process.returncode}")
-        return output
-
-    def pid_of(self, program):
-        """The Linux id of the one process of the session that runs this program."""
-        wanted = f"WINEPREFIX={self.prefix}".encode()
-        for folder in pathlib.Path("/proc").glob("[0-9]*"):
-            with contextlib.suppress(OSError):
-                # The kernel keeps 15 characters of the name.
-                if (folder / "comm").read_text().strip() == program.name[:15] and \
-                        wanted in (folder / "environ").read_bytes().split(b"\0"):
-                    return int(folder.name)
-        return None
-
-    def provision(self, root):
-        self.run(self.tool("vextra-provision.exe"), "--open-demand-to-owner",
-                 "--install-dir", windows_path(root), elevated=True)
-
-    def tool(self, name):
-        return self.out / "tools" / name
-
-    def test_program(self, name):
-        return self.out / "tests" / name
-
-
-def end(process):
-    """The launcher takes all that it started with it."""
-    if process.poll() is None:
-        process.send_signal(signal.SIGKILL)
-    process.wait()
-
-
-class Bridge:
-    """The camera's side of both shared files."""
-
-    def __init__(self, session):
-        (folder,) = session.prefix.glob("drive_c/ProgramData/Vextra/CameraVirtualMFBeta/S-1-5-21-*")
-        self._frame = self._map(folder / "latest.frame", mmap.PROT_READ)
-        self._demand = self._map(folder / "demand.bin", mmap.PROT_READ | mmap.PROT_WRITE).cast("Q")
-
-    @staticmethod
-    def _map(path, protection):
-        with open(path, "r+b") as file:
-            return memoryview(mmap.mmap(file.fileno(), 0, prot=protection))
-
-    @property
-    def state(self):
-        return self._frame[28:32].cast("I")[0]
-
-    @property
-    def frame_counter(self):
-        return self._frame[40:48].cast("Q")[0]
-
-    def _beat(self):
-        self._demand[1] = time.clock_gettime_ns(time.CLOCK_MONOTONIC_RAW) // 1_000_000 - CLOCK_LAG_MS
-
-    @contextlib.contextmanager
-    def lease(self):
-        """Holds slot 0; nobody else of this session takes leases. The broker stops after the end of it."""
-        released = threading.Event()
-
-        def beat():
-            while not released.wait(0.5):
-                self._beat()
-
-        heart = threading.Thread(target=beat)
-        self._demand[0] = LEASE_ID
-        self._beat()
-        heart.start()
-        try:
-            yield
-        finally:
-            released.set()
-            heart.join()
-            self._demand[1] = 0
-            self._demand[0] = 0
-        wait_for(lambda: self.state == STATE_STOPPED, "the broker to stop")
-
-    def wait_for_live(self, pause_s=0.002):
-        wait_for(lambda: self.state == STATE_LIVE, "a live frame", pause_s=pause_s)
-
-
-class Broker:
-    """A running broker: hidden unless told otherwise, with the synthetic source unless the profile counts."""
-
-    def __init__(self, session, root, visible=False, synthetic=True):
-        self.session, self.root, self.executable = session, root, root / "bin" / BROKER
-        self.options = ([] if visible else ["--background"]) + (["--test-pattern"] if synthetic else [])
-        data = session.local_app_data / "Vextra" / "CameraVirtualMFBeta"
-        self.log, self.lock = data / "diagnostic.log", data / "app.lock"
-
-    def __enter__(self):
-        # Only the installed broker can be told to shut down.
-        self.session.provision(self.root)
-        self.log.unlink(missing_ok=True)
-        self.process = self.session.start(self.executable, *self.options)
-        try:
-            wait_for(lambda: self.log.exists() and "AUTOMATIC_IDLE_READY" in self.log.read_text(),
-                     "the broker to be ready")
-            self.pid = wait_for(lambda: self.session.pid_of(self.executable), "the broker's process")
-        except BaseException:
-            end(self.process)
-            raise
-        return self
-
-    def __exit__(self, kind, *_):
-        try:
-            if kind is None:
-                self.session.run(self.executable, "--shutdown-broker")
-                status = self.process.wait(PATIENCE_S)
-                if status != 0:
-                    raise BenchError(f"the broker ended with {status}")
-        finally:
-            end(self.process)
-
-    def probe(self):
-        windows_pid = int.from_bytes(self.lock.read_bytes(), "little")
-        output = self.session.run(self.session.test_program("bench-handle-count.exe"), str(windows_pid))
-        return {"handles": int(output.partition("=")[2]), "threads": len(threads(self.pid)),
-                **memory(self.pid)}
-
-
-class BareReader:
-    """bare_reader_win.cpp, running. What it printed is read as it comes, with the time."""
-
-    def __init__(self, session, decoder, url=None, frames=None):
-        self.session, self.program = session, session.test_program("bench-bare-reader.exe")
-        self.arguments = [windows_path(decoder)]
-        self.arguments += ["--url", url] if url else []
-        self.arguments += ["--frames", str(frames)] if frames else []
-        self.first_frame_ms = None
-        self.frame, self.frame_at = 0, 0.0
-
-    def __enter__(self):
-        self.process = self.session.start(self.program, *self.arguments)
-        self.reader = threading.Thread(target=self._read)
-        self.reader.start()
-        try:
-            wait_for(lambda: self.first_frame_ms, "the bare reader's first frame")
-            self.pid = self.session.pid_of(self.program)
-        except BaseException:
-            self.__exit__()
-            raise
-        return self
-
-    def _read(self):
-        for line in self.process.stdout:
-            key, _, value = line.strip().partition("=")
-            if key == "first_frame_ms":
-                self.first_frame_ms = float(value)
-            elif key == "frame":
-                self.frame, self.frame_at = int(value), time.monotonic()
-
-    def __exit__(self, *_):
-        end(self.process)
-        self.reader.join()
-
-    def next_report(self):
-        seen = self.frame
-        wait_for(lambda: self.frame != seen, "the bare reader's next frames")
-        return self.frame, self.frame_at
 
 
 # --- What is measured ---------------------------------------------------------------------------------------
 
 
 class Bench:
-    def __init__(self, session, camera_rtsp, quick):
+    def __init__(self, session, camera_rtsp, gstreamer_root, quick):
         self.session, self.camera_rtsp, self.quick = session, camera_rtsp, quick
+        self.gstreamer_root = gstreamer_root
         self.root = session.out
         self.decoder = self.root / "deps" / "ffmpeg.exe"
         self.hold_s = 10 if quick else 60
@@ -322,6 +61,7 @@ class Bench:
         self.idle()
         self.first_live()
         self.episodes()
+        self.gstreamer()
         self.painting()
 
     def prepare(self):
@@ -359,24 +99,30 @@ class Bench:
     def sources(self):
         for name, url in (("synthetic source", None), ("RTSP over TCP", self.camera_rtsp)):
             say(f"{name}: {self.hold_s} s bare, {self.hold_s} s through the broker")
-            with BareReader(self.session, self.decoder, url) as bare:
-                time.sleep(SETTLE_S)
-                first, first_at = bare.next_report()
-                time.sleep(self.hold_s)
-                last, last_at = bare.next_report()
-            bare_fps = (last - first) / (last_at - first_at)
+            bare_fps = self.rate_of(BareReader(self.session, self.decoder, url))
             with Broker(self.session, self.root, synthetic=url is None), self.bridge.lease():
                 self.bridge.wait_for_live()
                 time.sleep(SETTLE_S)
                 stats = self.consumer_stats(self.consumer("--no-lease", "--seconds", str(self.hold_s)),
                                             self.hold_s + PATIENCE_S)
             self.details[name] = {"bareFps": bare_fps, "consumer": stats}
-            self.row(f"{name}: frames a second over {self.hold_s} s",
-                     f"{stats['fps']:.2f} (bare {bare_fps:.2f})", f"{FRAMES_PER_SECOND} ± {FPS_TOLERANCE}",
-                     abs(stats["fps"] - FRAMES_PER_SECOND) <= FPS_TOLERANCE)
-            faults = {key: stats[key] for key in ("missed", "torn", "stale")}
-            self.row(f"{name}: missed, torn, stale", ", ".join(map(str, faults.values())), "0, 0, 0",
-                     not any(faults.values()))
+            self.stream_rows(name, stats, f" (bare {bare_fps:.2f})")
+
+    def rate_of(self, program):
+        with program as bare:
+            time.sleep(SETTLE_S)
+            first, first_at = bare.next_report()
+            time.sleep(self.hold_s)
+            last, last_at = bare.next_report()
+        return (last - first) / (last_at - first_at)
+
+    def stream_rows(self, name, stats, bare):
+        self.row(f"{name}: frames a second over {self.hold_s} s", f"{stats['fps']:.2f}{bare}",
+                 f"{FRAMES_PER_SECOND} ± {FPS_TOLERANCE}",
+                 abs(stats["fps"] - FRAMES_PER_SECOND) <= FPS_TOLERANCE)
+        faults = {key: stats[key] for key in ("missed", "torn", "stale")}
+        self.row(f"{name}: missed, torn, stale", ", ".join(map(str, faults.values())), "0, 0, 0",
+                 not any(faults.values()))
 
     def exact_count(self):
         frames = self.hold_s * FRAMES_PER_SECOND
@@ -537,13 +283,83 @@ class Bench:
         active = max(samples[f"active {episode}"]["privateMib"] for episode in (early, late))
         self.row("active: private memory", f"{active:.1f} MiB", f"below {ACTIVE_PRIVATE_MIB} MiB",
                  active < ACTIVE_PRIVATE_MIB)
-        before, after = samples[f"idle {early}"], samples[f"idle {late}"]
-        when = f"idle after {early} and {late} episodes"
+        self.growth_rows(f"idle after {early} and {late} episodes", samples[f"idle {early}"],
+                         samples[f"idle {late}"], GROWTH_MIB)
+
+    def growth_rows(self, when, before, after, allowed_mib):
         self.row(f"{when}: dirty private memory", f"{before['dirtyMib']:.2f}, {after['dirtyMib']:.2f} MiB",
-                 f"+ {GROWTH_MIB} MiB at most", after["dirtyMib"] - before["dirtyMib"] <= GROWTH_MIB)
+                 f"+ {allowed_mib} MiB at most", after["dirtyMib"] - before["dirtyMib"] <= allowed_mib)
         for what in ("handles", "threads"):
             self.row(f"{when}: {what}", f"{before[what]}, {after[what]}", "the same",
                      before[what] == after[what])
+
+    # GStreamer
+
+    def gstreamer(self):
+        if self.gstreamer_root is None:
+            say("GStreamer: not measured, there is no runtime (./dev gstreamer builds one)")
+            return
+        variables = {"GSTREAMER_1_0_ROOT_X86_64": windows_path(self.gstreamer_root)}
+        data = self.session.local_app_data / "Vextra" / "CameraVirtualMFBeta"
+        self.session.run(self.root / "bin" / BROKER, "--import-legacy-env", "--version", variables={
+            "CAMERA_VIRTUAL_VEXTRA_SOURCE": "custom", "CAMERA_VIRTUAL_VEXTRA_CUSTOM_URL": self.camera_rtsp,
+            "CAMERA_VIRTUAL_VEXTRA_DECODER_BACKEND": "gstreamer"})
+        try:
+            self.gstreamer_frames(variables)
+            self.gstreamer_cpu(variables)
+            self.gstreamer_episodes(variables)
+        finally:
+            for file in data.glob("settings.dpapi*"):
+                file.unlink()
+
+    def gstreamer_broker(self, variables):
+        return Broker(self.session, self.root, synthetic=False, variables=variables)
+
+    def gstreamer_frames(self, variables):
+        name = "GStreamer, RTSP over TCP"
+        say(f"{name}: {self.hold_s} s bare, {self.hold_s} s through the broker")
+        bare_fps = self.rate_of(BarePlayer(self.session, self.camera_rtsp, variables))
+        with self.gstreamer_broker(variables), self.bridge.lease():
+            self.bridge.wait_for_live()
+            time.sleep(SETTLE_S)
+            stats = self.consumer_stats(self.consumer("--no-lease", "--seconds", str(self.hold_s)),
+                                        self.hold_s + PATIENCE_S)
+        self.details[name] = {"bareFps": bare_fps, "consumer": stats}
+        self.stream_rows(name, stats, f" (bare {bare_fps:.2f})")
+
+    def gstreamer_cpu(self, variables):
+        rounds, seconds = (1, 10) if self.quick else (3, 20)
+        say(f"GStreamer: CPU time: {rounds} x {seconds} s bare and broker in turns")
+        samples = {"bare": [], "broker": []}
+        for _ in range(rounds):
+            with BarePlayer(self.session, self.camera_rtsp, variables) as bare:
+                time.sleep(SETTLE_S)
+                samples["bare"].append(self.cpu_of(bare.pid, lambda: bare.next_report()[0], seconds))
+            with self.gstreamer_broker(variables) as broker, self.bridge.lease():
+                self.bridge.wait_for_live()
+                time.sleep(SETTLE_S)
+                samples["broker"].append(self.cpu_of(broker.pid, lambda: self.bridge.frame_counter, seconds))
+        self.details["gstreamerCpu"] = samples
+        frame_ms = {kind: sum(sample[1] for sample in taken) / sum(sample[0] for sample in taken)
+                    for kind, taken in samples.items()}
+        ratio = frame_ms["broker"] / frame_ms["bare"]
+        self.row("GStreamer: CPU a frame", f"{frame_ms['broker']:.2f} ms (bare {frame_ms['bare']:.2f} ms)",
+                 f"{GSTREAMER_CPU_FACTOR} x bare", ratio <= GSTREAMER_CPU_FACTOR)
+
+    def gstreamer_episodes(self, variables):
+        early, late = 5, 20 if self.quick else 200
+        say(f"GStreamer: {late} starts and stops")
+        samples = {}
+        with self.gstreamer_broker(variables) as broker:
+            for episode in range(1, late + 1):
+                with self.bridge.lease():
+                    self.bridge.wait_for_live()
+                if episode in (early, late) or episode % 50 == 0:
+                    time.sleep(GLIB_IDLE_THREAD_S)
+                    samples[episode] = broker.probe()
+        self.details["gstreamerEpisodes"] = samples
+        self.growth_rows(f"GStreamer: idle after {early} and {late} starts", samples[early], samples[late],
+                         GSTREAMER_GROWTH_MIB)
 
 
     def painting(self):
@@ -583,12 +399,14 @@ def main():
     parser.add_argument("--out", type=pathlib.Path, required=True,
                         help="build folder, laid out as an installation")
     parser.add_argument("--camera-rtsp", required=True, metavar="URL", help="an endless RTSP stream")
+    parser.add_argument("--gstreamer-root", type=pathlib.Path, metavar="FOLDER", help="of a runtime for Windows")
     parser.add_argument("--quick", action="store_true", help="shorter, and less exact")
     options = parser.parse_args()
 
     results = options.out.parent / "bench" / "results.json"
     results.parent.mkdir(parents=True, exist_ok=True)
-    bench = Bench(Session(options.session, options.out), options.camera_rtsp, options.quick)
+    bench = Bench(Session(options.session, options.out), options.camera_rtsp, options.gstreamer_root,
+                  options.quick)
     load = os.getloadavg()
     start = time.monotonic()
     try:

@@ -32,10 +32,14 @@ class TemporaryFolder {
 public:
     TemporaryFolder() {
         static std::atomic<int> made{0};
-        path_ = std::filesystem::temp_directory_path() /
-                ("vextra-test-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++made));
-        if (!CreateDirectoryW(path_.c_str(), nullptr))
-            failSetUp("temporary folder");
+        DWORD error = ERROR_ALREADY_EXISTS;  // left by a killed process that had our id
+        while (error == ERROR_ALREADY_EXISTS) {
+            path_ = std::filesystem::temp_directory_path() /
+                    ("vextra-test-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++made));
+            error = CreateDirectoryW(path_.c_str(), nullptr) ? ERROR_SUCCESS : GetLastError();
+        }
+        if (error != ERROR_SUCCESS)
+            failSetUp("temporary folder", error);
     }
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;

@@ -8,31 +8,23 @@
 #include <string>
 
 #include "broker_fixture_win.h"
+#include "services_win.h"
 #include "update/channel.h"
 #include "update/channel_key.h"
 #include "update/strict_url.h"
-#include "windows_path.h"
 
 namespace vextra {
 namespace {
 
-std::wstring variable(const wchar_t* name) {
-    wchar_t text[1024];
-    const DWORD length = GetEnvironmentVariableW(name, text, ARRAYSIZE(text));
-    if (length == 0 || length >= ARRAYSIZE(text))
-        return {};
-    return {text, length};
-}
-
 // Without its variables this broker has a channel that nobody can reach.
 UpdateChannelIdentity channelOfTheTest() {
     UpdateChannelIdentity channel{"https://test.invalid", {}};
-    const std::wstring origin = variable(L"VEXTRA_TEST_CHANNEL_ORIGIN");
-    const std::wstring keyFile = variable(L"VEXTRA_TEST_CHANNEL_KEY");
-    if (origin.empty() || keyFile.empty())
+    const auto origin = test::variable(L"VEXTRA_TEST_CHANNEL_ORIGIN");
+    const auto keyFile = test::variable(L"VEXTRA_TEST_CHANNEL_KEY");
+    if (!origin || !keyFile)
         return channel;
-    channel.origin = narrowedUrl(origin).view();
-    channel.publicKey = publicKeyFromPem(readFile(test::windowsPath(keyFile))).value();
+    channel.origin = narrowedUrl(*origin).view();
+    channel.publicKey = publicKeyFromPem(readFile(test::windowsPath(*keyFile))).value();
     return channel;
 }
 

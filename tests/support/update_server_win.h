@@ -14,7 +14,7 @@
 
 #include "broker_fixture_win.h"
 #include "update/json_reader.h"
-#include "windows_path.h"
+#include "services_win.h"
 
 namespace vextra::test {
 
@@ -22,11 +22,10 @@ class UpdateServer {
 public:
     // Nothing when no server was started.
     static std::optional<UpdateServer> find() {
-        wchar_t path[MAX_PATH];
-        const DWORD length = GetEnvironmentVariableW(L"VEXTRA_UPDATE_SERVER", path, MAX_PATH);
-        if (length == 0 || length >= MAX_PATH)
+        const std::optional<std::wstring> path = variable(L"VEXTRA_UPDATE_SERVER");
+        if (!path)
             return std::nullopt;
-        auto root = parseJsonDocument(readFile(windowsPath(path)));
+        auto root = parseJsonDocument(readFile(windowsPath(*path)));
         if (!root)
             failSetUp("the update server's ready file", ERROR_INVALID_DATA);
         return UpdateServer(std::move(*root));

@@ -24,9 +24,9 @@
 
 #include "bridge/bridge_layout.h"
 #include "producers/ffmpeg_process.h"
+#include "services_win.h"
 #include "stub_decoder/frame_collector.h"
 #include "stub_decoder/stub_install_win.h"
-#include "windows_path.h"
 
 namespace vextra::test {
 namespace {
@@ -42,14 +42,6 @@ constexpr milliseconds kSettleTime{1000};
 constexpr milliseconds kRtspSettleTime{4000};
 constexpr milliseconds kTransportStreamSettleTime{10'000};
 constexpr FfmpegInput kSynthetic{.syntheticTest = true, .url = {}, .transport = RtspTransport::kTcp};
-
-std::optional<std::wstring> variable(const wchar_t* name) {
-    std::vector<wchar_t> value(32'768);
-    const DWORD length = GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size()));
-    if (length == 0)
-        return std::nullopt;
-    return std::wstring(value.data(), length);
-}
 
 milliseconds since(Clock::time_point begin) {
     return std::chrono::duration_cast<milliseconds>(Clock::now() - begin);

@@ -93,6 +93,7 @@ def rtsp_mounts(fps):
         "/mjpeg": f"{moving(fps, 640, 360, 'mjpeg')} ! jpegenc ! rtpjpegpay name=pay0",
         "/h265": f"{moving(fps, 320, 180, 'h265')} ! {h265} ! rtph265pay name=pay0 config-interval=-1",
         "/bars": f"{bars(fps)} ! {rtp_h264}",
+        "/bars-mjpeg": f"{bars(fps)} ! jpegenc ! rtpjpegpay name=pay0",
     }
 
 
@@ -240,6 +241,7 @@ class Content:
             # so that waiting for one would lose the first second.
             "/live.ts": LiveStream(f"{moving(fps, 1280, 720, 'live.ts')} ! {h264(fps)} ! mpegtsmux",
                                    "video/mp2t", joins_at="latest"),
+            "/bars.ts": LiveStream(f"{bars(fps)} ! {h264(fps)} ! mpegtsmux", "video/mp2t", joins_at="latest"),
             # Every picture is a key frame, and its part header must not be missed.
             "/live.mjpeg": LiveStream(f"{moving(fps, 640, 360, 'live.mjpeg')} ! jpegenc"
                                       " ! multipartmux boundary=frame",
@@ -481,8 +483,9 @@ def parse_options():
         prog="local_camera.py", formatter_class=argparse.RawDescriptionHelpFormatter,
         description="A network camera on loopback. Prints its addresses as a line of JSON when ready.",
         epilog="RTSP:  /stream1 1280x720 H.264, /stream2 640x360 H.264, /audio H.264 and PCMA,\n"
-               "       /mjpeg 640x360, /h265 320x180, /bars a still picture of known colours\n"
-               "HTTP and HTTPS:  /live.ts, /live.mjpeg, /clip.mp4, /hls/index.m3u8,\n"
+               "       /mjpeg 640x360, /h265 320x180, /bars and /bars-mjpeg a still picture of\n"
+               "       known colours\n"
+               "HTTP and HTTPS:  /live.ts, /bars.ts, /live.mjpeg, /clip.mp4, /hls/index.m3u8,\n"
                "       /silent never answers, /404 and everything else is not found\n"
                "Commands:  drop closes all connections, freeze keeps them but sends and answers nothing,\n"
                "       thaw ends a freeze, quit ends the camera; each is answered with {\"done\": ...}")

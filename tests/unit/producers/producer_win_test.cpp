@@ -37,7 +37,11 @@ protected:
     std::vector<std::wstring> statusTexts_;
     std::vector<EventCode> events_;
     std::atomic<std::uint32_t> effectiveBackend_{0};
-    Producer producer_{install_.root(), reports(), effectiveBackend_};
+    int runtimeLookups_ = 0;
+    Producer producer_{install_.root(), reports(), effectiveBackend_, [this]() -> const GstApi* {
+                           ++runtimeLookups_;
+                           return nullptr;
+                       }};
 };
 
 TEST_F(ProducerTest, SyntheticTestStartsFfmpegAlthoughGstreamerIsChosen) {
@@ -48,6 +52,15 @@ TEST_F(ProducerTest, SyntheticTestStartsFfmpegAlthoughGstreamerIsChosen) {
 TEST_F(ProducerTest, SyntheticTestSaysNothingOfGstreamer) {
     producer_.start(kSyntheticTest, L"", settingsWith(DecoderBackend::kGstreamer));
     EXPECT_TRUE(statusTexts_.empty());
+}
+
+TEST_F(ProducerTest, NoRuntimeIsLookedForUnlessOneIsWanted) {
+    producer_.start(kSyntheticTest, L"", settingsWith(DecoderBackend::kGstreamer));
+    producer_.start(kSyntheticTest, L"", settingsWith(DecoderBackend::kAutomatic));
+    producer_.start(kCamera, kRtspUrl, settingsWith(DecoderBackend::kFfmpeg));
+    EXPECT_EQ(runtimeLookups_, 0);
+    producer_.start(kCamera, kRtspUrl, settingsWith(DecoderBackend::kAutomatic));
+    EXPECT_EQ(runtimeLookups_, 1);
 }
 
 TEST_F(ProducerTest, SyntheticTestUsesNoUrl) {

@@ -1,0 +1,116 @@
+#include "producers/gst_places.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+
+namespace vextra {
+namespace {
+
+using Folders = std::vector<std::wstring>;
+
+const Folders kFixed{L"C:\\gstreamer\\1.0\\msvc_x86_64\\bin", L"C:\\gstreamer\\1.0\\mingw_x86_64\\bin"};
+
+// Of a machine where nothing but PATH is set.
+Folders fromPath(const std::wstring& path) {
+    Folders folders = gstCandidateFolders({.path = path});
+    EXPECT_EQ(Folders(folders.begin(), folders.begin() + 2), kFixed);
+    return {folders.begin() + 2, folders.end()};
+}
+
+TEST(GstCandidates, AreRootsInOrderThenThePath) {
+    EXPECT_EQ(gstCandidateFolders({.installRoot = L"D:\\Câmera",
+                                   .msvcRoot = L"E:\\msvc",
+                                   .x64Root = L"E:\\mingw",
+                                   .programFiles = L"C:\\Program Files",
+                                   .path = L"D:\\one;D:\\two"}),
+              (Folders{L"D:\\Câmera\\deps\\gstreamer\\bin", L"E:\\msvc\\bin", L"E:\\mingw\\bin",
+                       L"C:\\Program Files\\gstreamer\\1.0\\msvc_x86_64\\bin",
+                       L"C:\\Program Files\\gstreamer\\1.0\\mingw_x86_64\\bin",
+                       L"C:\\gstreamer\\1.0\\msvc_x86_64\\bin", L"C:\\gstreamer\\1.0\\mingw_x86_64\\bin",
+                       L"D:\\one", L"D:\\two"}));
+}
+
+TEST(GstCandidates, OfVariablesThatAreNotSetAreNone) {
+    EXPECT_EQ(gstCandidateFolders({}), kFixed);
+}
+
+TEST(GstCandidates, OfThePathStandAsTheyAre) {
+    EXPECT_EQ(fromPath(L"C:\\a b\\;d:/x;C:\\"), (Folders{L"C:\\a b\\", L"d:/x", L"C:\\"}));
+}
+
+TEST(GstCandidates, NeverAreRelativeEntriesOfThePath) {
+    EXPECT_EQ(fromPath(L"bin;.;..\\x;\\rooted;C:relative;C:;;\"C:\\quoted\""), Folders{});
+}
+
+TEST(GstCandidates, NeverAreNetworkEntriesOfThePath) {
+    EXPECT_EQ(fromPath(L"\\\\server\\share\\bin;//server/share;\\\\?\\C:\\x;\\\\.\\pipe\\x"), Folders{});
+}
+
+TEST(GstCandidates, MayStandAnywhereInThePath) {
+    EXPECT_EQ(fromPath(L";;x;C:\\a;\\\\s\\b;C:\\c;"), (Folders{L"C:\\a", L"C:\\c"}));
+}
+
+TEST(GstPluginFolder, LiesBesideTheLibraries) {
+    EXPECT_EQ(gstPluginFolder(L"C:\\gst\\bin"), L"C:\\gst\\lib\\gstreamer-1.0");
+    EXPECT_EQ(gstPluginFolder(L"C:/gst/bin"), L"C:/gst\\lib\\gstreamer-1.0");
+    EXPECT_EQ(gstPluginFolder(L"C:\\gst/1.0\\bin"), L"C:\\gst/1.0\\lib\\gstreamer-1.0");
+}
+
+TEST(GstElements, AreTheOnesOfThePipelineAndItsSources) {
+    EXPECT_TRUE(
+        std::ranges::equal(kGstRequiredElements,
+                           std::vector<std::string_view>{"uridecodebin", "decodebin", "queue", "videoconvert",
+                                                         "videoscale", "videorate", "appsink", "rtspsrc"}));
+    EXPECT_TRUE(std::ranges::equal(
+        kGstHttpSources, std::vector<std::string_view>{"souphttpsrc", "curlhttpsrc", "winhttpsrc"}));
+}
+
+TEST(GstRegistryFile, LiesInTheDataFolderOnePerRuntime) {
+    const std::wstring one = gstRegistryFile(L"D:\\data", L"C:\\gst\\bin");
+    EXPECT_TRUE(one.starts_with(L"D:\\data\\gstreamer-"));
+    EXPECT_TRUE(one.ends_with(L".registry"));
+    EXPECT_EQ(one.find(L'\\', 8), std::wstring::npos);
+    EXPECT_EQ(gstRegistryFile(L"D:\\data", L"C:\\gst\\bin"), one);
+    EXPECT_NE(gstRegistryFile(L"D:\\data", L"C:\\gst2\\bin"), one);
+}
+
+// --- Ranks ---
+
+std::vector<std::wstring> entries(const std::wstring& ranks) {
+    std::vector<std::wstring> found;
+    std::wistringstream stream(ranks);
+    for (std::wstring entry; std::getline(stream, entry, L',');)
+        found.push_back(entry);
+    return found;
+}
+
+bool excludes(const std::wstring& element) {
+    return std::ranges::count(entries(gstFeatureRanks(L"")), element + L":NONE") == 1;
+}
+
+TEST(GstRanks, LeaveOutDecodersWithMemoryOfTheCard) {
+    for (const wchar_t* element : {L"d3d11h264dec", L"d3d11h265dec", L"d3d11h264device1dec", L"d3d12h264dec",
+                                   L"d3d12av1dec", L"nvh264dec", L"nvh264sldec", L"nvh265dec", L"nvjpegdec",
+                                   L"qsvh264dec", L"qsvjpegdec", L"msdkh265dec", L"vah264dec"})
+        EXPECT_TRUE(excludes(element)) << std::string(element, element + std::wstring_view(element).size());
+}
+
+TEST(GstRanks, LeaveDecodersInSoftwareAlone) {
+    for (const wchar_t* element : {L"openh264dec", L"avdec_h264", L"jpegdec", L"vp9dec"})
+        EXPECT_FALSE(excludes(element));
+}
+
+TEST(GstRanks, EndWithTheUsersOwn) {
+    EXPECT_TRUE(gstFeatureRanks(L"nvh264dec:PRIMARY,x:1").ends_with(L":NONE,nvh264dec:PRIMARY,x:1"));
+}
+
+TEST(GstRanks, WithoutTheUsersOwnAreWellFormed) {
+    for (const std::wstring& entry : entries(gstFeatureRanks(L"")))
+        EXPECT_TRUE(entry.ends_with(L"dec:NONE"));
+    EXPECT_FALSE(gstFeatureRanks(L"").ends_with(L','));
+}
+
+}  // namespace
+}  // namespace vextra
