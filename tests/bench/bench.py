@@ -98,15 +98,24 @@ class Bench:
 
     def sources(self):
         for name, url in (("synthetic source", None), ("RTSP over TCP", self.camera_rtsp)):
-            say(f"{name}: {self.hold_s} s bare, {self.hold_s} s through the broker")
-            bare_fps = self.rate_of(BareReader(self.session, self.decoder, url))
-            with Broker(self.session, self.root, synthetic=url is None), self.bridge.lease():
-                self.bridge.wait_for_live()
-                time.sleep(SETTLE_S)
-                stats = self.consumer_stats(self.consumer("--no-lease", "--seconds", str(self.hold_s)),
-                                            self.hold_s + PATIENCE_S)
-            self.details[name] = {"bareFps": bare_fps, "consumer": stats}
-            self.stream_rows(name, stats, f" (bare {bare_fps:.2f})")
+            self.stream(name, BareReader(self.session, self.decoder, url),
+                        Broker(self.session, self.root, synthetic=url is None))
+
+    def stream(self, name, bare, broker):
+        say(f"{name}: {self.hold_s} s bare, {self.hold_s} s through the broker")
+        bare_fps = self.rate_of(bare)
+        with broker, self.bridge.lease():
+            self.bridge.wait_for_live()
+            time.sleep(SETTLE_S)
+            stats = self.consumer_stats(self.consumer("--no-lease", "--seconds", str(self.hold_s)),
+                                        self.hold_s + PATIENCE_S)
+        self.details[name] = {"bareFps": bare_fps, "consumer": stats}
+        self.row(f"{name}: frames a second over {self.hold_s} s", f"{stats['fps']:.2f} (bare {bare_fps:.2f})",
+                 f"{FRAMES_PER_SECOND} ± {FPS_TOLERANCE}",
+                 abs(stats["fps"] - FRAMES_PER_SECOND) <= FPS_TOLERANCE)
+        faults = {key: stats[key] for key in ("missed", "torn", "stale")}
+        self.row(f"{name}: missed, torn, stale", ", ".join(map(str, faults.values())), "0, 0, 0",
+                 not any(faults.values()))
 
     def rate_of(self, program):
         with program as bare:
@@ -115,14 +124,6 @@ class Bench:
             time.sleep(self.hold_s)
             last, last_at = bare.next_report()
         return (last - first) / (last_at - first_at)
-
-    def stream_rows(self, name, stats, bare):
-        self.row(f"{name}: frames a second over {self.hold_s} s", f"{stats['fps']:.2f}{bare}",
-                 f"{FRAMES_PER_SECOND} ± {FPS_TOLERANCE}",
-                 abs(stats["fps"] - FRAMES_PER_SECOND) <= FPS_TOLERANCE)
-        faults = {key: stats[key] for key in ("missed", "torn", "stale")}
-        self.row(f"{name}: missed, torn, stale", ", ".join(map(str, faults.values())), "0, 0, 0",
-                 not any(faults.values()))
 
     def exact_count(self):
         frames = self.hold_s * FRAMES_PER_SECOND
@@ -305,7 +306,8 @@ class Bench:
             "CAMERA_VIRTUAL_VEXTRA_SOURCE": "custom", "CAMERA_VIRTUAL_VEXTRA_CUSTOM_URL": self.camera_rtsp,
             "CAMERA_VIRTUAL_VEXTRA_DECODER_BACKEND": "gstreamer"})
         try:
-            self.gstreamer_frames(variables)
+            self.stream("GStreamer, RTSP over TCP", BarePlayer(self.session, self.camera_rtsp, variables),
+                        self.gstreamer_broker(variables))
             self.gstreamer_cpu(variables)
             self.gstreamer_episodes(variables)
         finally:
@@ -314,18 +316,6 @@ class Bench:
 
     def gstreamer_broker(self, variables):
         return Broker(self.session, self.root, synthetic=False, variables=variables)
-
-    def gstreamer_frames(self, variables):
-        name = "GStreamer, RTSP over TCP"
-        say(f"{name}: {self.hold_s} s bare, {self.hold_s} s through the broker")
-        bare_fps = self.rate_of(BarePlayer(self.session, self.camera_rtsp, variables))
-        with self.gstreamer_broker(variables), self.bridge.lease():
-            self.bridge.wait_for_live()
-            time.sleep(SETTLE_S)
-            stats = self.consumer_stats(self.consumer("--no-lease", "--seconds", str(self.hold_s)),
-                                        self.hold_s + PATIENCE_S)
-        self.details[name] = {"bareFps": bare_fps, "consumer": stats}
-        self.stream_rows(name, stats, f" (bare {bare_fps:.2f})")
 
     def gstreamer_cpu(self, variables):
         rounds, seconds = (1, 10) if self.quick else (3, 20)
