@@ -13,8 +13,8 @@
 #include <utility>
 
 #include "broker_fixture_win.h"
-#include "update/json_reader.h"
 #include "services_win.h"
+#include "update/json_reader.h"
 
 namespace vextra::test {
 
