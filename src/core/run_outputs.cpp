@@ -11,7 +11,7 @@ bool pureContractsHold() {
 
 std::string selfTestJson(const SelfTestResult& result) {
     const auto word = [](bool value) { return value ? "true" : "false"; };
-    std::string json = "{\"version\":\"0.2.0-beta.5\"";
+    std::string json = "{\"version\":\"" VEXTRA_VERSION "\"";
     json += std::string(",\"pureContracts\":") + word(result.pureContracts);
     json += std::string(",\"ffmpegAvailable\":") + word(result.ffmpegAvailable);
     json += std::string(",\"gstreamerAvailable\":") + word(result.gstreamerAvailable);

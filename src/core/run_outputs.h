@@ -4,9 +4,11 @@
 #include <string>
 #include <string_view>
 
+#include "base/product_version.h"
+
 namespace vextra {
 
-inline constexpr std::string_view kVersionFileText = "0.2.0-beta.5\n";
+inline constexpr std::string_view kVersionFileText = VEXTRA_VERSION "\n";
 
 inline constexpr std::string_view kHelpFileText =
     "CameraVirtualVextraMF --help --version --runtime-self-test --import-legacy-env --background --force "

@@ -2,6 +2,8 @@
 
 #include <cwchar>
 
+#include "base/product_version.h"
+
 namespace vextra {
 
 std::wstring buildDiagnosticReport(const DiagnosticFigures& figures) {
@@ -13,7 +15,7 @@ std::wstring buildDiagnosticReport(const DiagnosticFigures& figures) {
     wchar_t text[kReportUnits];
     const int written =
         std::swprintf(text, kReportUnits,
-                      L"Vextra MF 0.2.0-beta.5\r\n"
+                      L"Vextra MF " VEXTRA_VERSION_W L"\r\n"
                       L"Fonte: %.*ls\r\n"
                       L"Entrada: %.*ls\r\n"
                       L"Backend efetivo: %.*ls\r\n"

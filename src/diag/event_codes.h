@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "base/product_version.h"
+
 namespace vextra {
 
 enum class EventCode : std::uint8_t {
@@ -70,7 +72,7 @@ enum class EventCode : std::uint8_t {
 // The text of a code: upper-case letters, digits and '_'; one code also holds '.' and '-'.
 constexpr std::string_view eventText(EventCode code) {
     switch (code) {
-        case EventCode::kAppStart: return "APP_START_LIMITED_0.2.0-beta.5";
+        case EventCode::kAppStart: return "APP_START_LIMITED_" VEXTRA_VERSION;
         case EventCode::kAppExitClean: return "APP_EXIT_CLEAN";
         case EventCode::kUiReady: return "UI_READY";
         case EventCode::kAutomaticIdleReady: return "AUTOMATIC_IDLE_READY";

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "base/com_win.h"
+#include "base/product_version.h"
 #include "base/ticks.h"
 #include "core/shared_status.h"
 #include "diag/event_log.h"
@@ -21,7 +22,7 @@
 
 namespace vextra {
 
-inline constexpr wchar_t kWindowTitle[] = L"Câmera Virtual Vextra MF — 0.2.0-beta.5";
+inline constexpr wchar_t kWindowTitle[] = L"Câmera Virtual Vextra MF — " VEXTRA_VERSION_W;
 inline constexpr wchar_t kBoxTitle[] = L"Camera Virtual Vextra MF 0.2 beta";
 
 struct MainWindowSetup {

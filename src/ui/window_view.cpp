@@ -3,6 +3,8 @@
 #include <cwchar>
 #include <utility>
 
+#include "base/product_version.h"
+
 namespace vextra {
 namespace {
 
@@ -13,7 +15,7 @@ public:
 
     WindowView compose() {
         label(w_ - 274, 24, 246, 18, Weight::kBold, colours::kTitle, L"Câmera Virtual • MF");
-        label(w_ - 274, 50, 246, 14, Weight::kNormal, colours::kVersion, L"0.2.0-beta.5  /  Windows 11");
+        label(w_ - 274, 50, 246, 14, Weight::kNormal, colours::kVersion, VEXTRA_VERSION_W L"  /  Windows 11");
         switch (state_.panel) {
             case Panel::kCamera: camera(); break;
             case Panel::kSettings: settings(); break;

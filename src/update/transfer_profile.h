@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "base/product_version.h"
 #include "base/ticks.h"
 
 namespace vextra {
@@ -28,7 +29,7 @@ inline constexpr TransferProfile kJsonTransfer{L"CameraVirtualVextraMF/0.2 beta"
 
 // Odd but meant: another name for the agent, and no TLS 1.3. A download server is a plain file store that
 // publishers know under this name and test with 1.2; what arrives is judged by its signed digest anyway.
-inline constexpr TransferProfile kInstallerTransfer{L"CameraVirtualVextraMF/0.2.0-beta.5", nullptr,
+inline constexpr TransferProfile kInstallerTransfer{L"CameraVirtualVextraMF/" VEXTRA_VERSION_W, nullptr,
                                                     TlsVersions::k12Only, AddressCheck::kSchemeOnly};
 
 constexpr std::size_t kMaxJsonBodyBytes = 65'536;

@@ -9,9 +9,11 @@
 #include <string_view>
 #include <vector>
 
+#include "base/product_version.h"
+
 namespace vextra {
 
-inline constexpr std::string_view kBrokerVersion = "0.2.0-beta.5";
+inline constexpr std::string_view kBrokerVersion = VEXTRA_VERSION;
 
 struct Version {
     std::array<std::uint32_t, 3> core{};  // major, minor, patch
