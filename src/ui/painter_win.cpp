@@ -43,16 +43,13 @@ public:
                   DT_SINGLELINE | DT_NOPREFIX | DT_END_ELLIPSIS);
     }
 
-    void drawBanner(HBITMAP banner) const {
-        BITMAP size{};
-        const UniqueMemoryDc source(CreateCompatibleDC(dc_));
-        if (GetObjectW(banner, sizeof size, &size) == 0 || !source)
-            return;
-        const Selection selected(source.get(), banner);
+    void drawBanner(const BITMAPINFO& banner) const {
+        const auto* bits = reinterpret_cast<const std::byte*>(&banner) + banner.bmiHeader.biSize;
         smoothly();
         const RECT area = rect(kBannerX, kBannerY, kBannerWidth, kBannerHeight);
-        StretchBlt(dc_, area.left, area.top, area.right - area.left, area.bottom - area.top, source.get(), 0,
-                   0, size.bmWidth, size.bmHeight, SRCCOPY);
+        StretchDIBits(dc_, area.left, area.top, area.right - area.left, area.bottom - area.top, 0, 0,
+                      banner.bmiHeader.biWidth, banner.bmiHeader.biHeight, bits, &banner, DIB_RGB_COLORS,
+                      SRCCOPY);
     }
 
     void drawPreview(const PreviewPlace& place, const std::byte* frame) const {
@@ -78,6 +75,17 @@ private:
     const int dpi_;
 };
 
+// A bitmap of a module's resources: its header, and behind it the pixels. Null unless it has 24 bits a pixel
+// and no compression, hence no palette.
+const BITMAPINFO* findBitmap(HINSTANCE module, WORD number) {
+    const HRSRC resource = FindResourceW(module, MAKEINTRESOURCEW(number), RT_BITMAP);
+    const HGLOBAL loaded = resource != nullptr ? LoadResource(module, resource) : nullptr;
+    const auto* bitmap = loaded != nullptr ? static_cast<const BITMAPINFO*>(LockResource(loaded)) : nullptr;
+    const bool plain = bitmap != nullptr && bitmap->bmiHeader.biSize >= sizeof(BITMAPINFOHEADER) &&
+                       bitmap->bmiHeader.biBitCount == 24 && bitmap->bmiHeader.biCompression == BI_RGB;
+    return plain ? bitmap : nullptr;
+}
+
 }  // namespace
 
 COLORREF colorRef(Colour colour) {
@@ -85,8 +93,7 @@ COLORREF colorRef(Colour colour) {
 }
 
 Painter::Painter(HINSTANCE module)
-    : banner_(static_cast<HBITMAP>(
-          LoadImageW(module, MAKEINTRESOURCEW(kBannerResource), IMAGE_BITMAP, 0, 0, LR_CREATEDIBSECTION))),
+    : banner_(findBitmap(module, kBannerResource)),
       white_(CreateSolidBrush(colorRef(colours::kWhite))),
       window_(CreateSolidBrush(colorRef(colours::kWindow))) {}
 
@@ -98,8 +105,8 @@ void Painter::paint(HDC dc, SIZE clientPixels, int dpi, const WindowView& view,
     SetBkMode(dc, TRANSPARENT);
     const RECT header{0, 0, clientPixels.cx, canvas.pixels(kHeaderHeight)};
     FillRect(dc, &header, white_.get());
-    if (banner_)
-        canvas.drawBanner(banner_.get());
+    if (banner_ != nullptr)
+        canvas.drawBanner(*banner_);
     for (const Card& card : view.cards)
         canvas.drawCard(card, white_.get());
     if (view.preview && view.preview->place.width > 0)

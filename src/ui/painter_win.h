@@ -28,7 +28,8 @@ public:
     HBRUSH windowBrush() const { return window_.get(); }
 
 private:
-    UniqueBitmap banner_;
+    // The banner where it lies in the module, without a copy of its three megabytes.
+    const BITMAPINFO* banner_ = nullptr;
     UniqueBrush white_;
     UniqueBrush window_;
 };

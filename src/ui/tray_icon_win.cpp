@@ -3,6 +3,7 @@
 #include <shellapi.h>
 
 #include <string>
+#include <utility>
 
 #include "core/supervisor_thread_win.h"
 #include "ui/tray_text.h"
@@ -22,13 +23,20 @@ void copyText(wchar_t (&field)[N], std::wstring_view text) {
 void TrayIcon::add(HWND window, HICON icon, std::wstring_view statusLabel) {
     window_ = window;
     icon_ = icon;
-    trayIconPresent_ = updateTrayIcon(NIM_ADD, statusLabel, nullptr);
+    shownTip_ = trayTip(statusLabel);
+    trayIconPresent_ = updateTrayIcon(NIM_ADD, shownTip_, nullptr);
     log_.write(trayIconPresent_ ? EventCode::kTrayAddOk : EventCode::kTrayAddFailed);
 }
 
 void TrayIcon::refresh(std::wstring_view statusLabel, const TrayNotice* notice) {
-    if (trayIconPresent_)
-        updateTrayIcon(NIM_MODIFY, statusLabel, notice);
+    if (!trayIconPresent_)
+        return;
+    // Asked every second, all day: the shell is woken only when there is news.
+    std::wstring tip = trayTip(statusLabel);
+    if (tip == shownTip_ && notice == nullptr)
+        return;
+    if (updateTrayIcon(NIM_MODIFY, tip, notice))
+        shownTip_ = std::move(tip);
 }
 
 void TrayIcon::remove() {
@@ -37,8 +45,7 @@ void TrayIcon::remove() {
     log_.write(EventCode::kTrayRemove);
 }
 
-bool TrayIcon::updateTrayIcon(DWORD operation, std::wstring_view statusLabel,
-                              const TrayNotice* notice) const {
+bool TrayIcon::updateTrayIcon(DWORD operation, const std::wstring& tip, const TrayNotice* notice) const {
     NOTIFYICONDATAW record{};
     record.cbSize = sizeof record;
     record.hWnd = window_;
@@ -46,7 +53,7 @@ bool TrayIcon::updateTrayIcon(DWORD operation, std::wstring_view statusLabel,
     record.uFlags = NIF_MESSAGE | NIF_ICON | NIF_TIP;
     record.uCallbackMessage = kMessageTray;
     record.hIcon = icon_;
-    copyText(record.szTip, trayTip(statusLabel));
+    copyText(record.szTip, tip);
     if (notice != nullptr) {
         record.uFlags |= NIF_INFO;
         copyText(record.szInfoTitle, notice->title);

@@ -1,9 +1,10 @@
 // The broker's icon in the notification area. UI thread only.
 #pragma once
 
-#include <string_view>
-
 #include <windows.h>
+
+#include <string>
+#include <string_view>
 
 #include "diag/event_log.h"
 
@@ -27,7 +28,8 @@ public:
 
     // Clicks come to `window` as kMessageTray. Again after the shell was restarted.
     void add(HWND window, HICON icon, std::wstring_view statusLabel);
-    // Renews the tip, and shows a notice if there is one. Nothing happens while the icon is absent.
+    // Renews the tip where it has changed, and shows a notice if there is one. Nothing happens while the icon
+    // is absent.
     void refresh(std::wstring_view statusLabel, const TrayNotice* notice = nullptr);
     void remove();
 
@@ -35,11 +37,12 @@ public:
     bool present() const { return trayIconPresent_; }
 
 private:
-    bool updateTrayIcon(DWORD operation, std::wstring_view statusLabel, const TrayNotice* notice) const;
+    bool updateTrayIcon(DWORD operation, const std::wstring& tip, const TrayNotice* notice) const;
 
     EventLog& log_;
     HWND window_ = nullptr;
-    HICON icon_ = nullptr;  // shared, the system's to free
+    HICON icon_ = nullptr;   // shared, the system's to free
+    std::wstring shownTip_;  // as the shell last took it
     bool trayIconPresent_ = false;
 };
 

@@ -89,6 +89,20 @@ TEST_F(TrayIconRecord, OfARefreshIsTheSameWithANewTip) {
     EXPECT_STREQ(record.szTip, L"Vextra MF beta • Dispositivo persistente • b");
 }
 
+TEST_F(TrayIconRecord, IsSentAgainOnlyWhenTheTipHasChanged) {
+    tray.add(window, icon, L"a");
+    tray.refresh(L"a");
+    EXPECT_EQ(shellCalls.size(), 1u);
+    tray.refresh(L"b");
+    tray.refresh(L"b");
+    EXPECT_EQ(shellCalls.size(), 2u);
+    shellAnswer = FALSE;
+    tray.refresh(L"c");
+    shellAnswer = TRUE;
+    tray.refresh(L"c");
+    EXPECT_EQ(shellCalls.size(), 4u) << "what the shell did not take is sent once more";
+}
+
 TEST_F(TrayIconRecord, OfANoticeIsABalloonThatInforms) {
     tray.add(window, icon, L"a");
     tray.refresh(L"a", &kStillRunningNotice);
