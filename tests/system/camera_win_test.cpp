@@ -357,7 +357,7 @@ TEST_F(ShutdownCommand, EndsABrokerWhoseLeaseIsStale) {
 
 TEST_F(ShutdownCommand, IsRefusedWhileDemandIsUnknown) {
     broker().start(L"--test-pattern");
-    fs::remove(machine_.demandPath());
+    machine_.removeValue(kDemandPathValue);
     EXPECT_EQ(shutDown(), 9u);
     EXPECT_TRUE(broker().runs());
 }
