@@ -403,6 +403,23 @@ TEST_F(ShutdownCommand, FindsNobodyBehindAnIdThatNoProcessHas) {
     EXPECT_EQ(shutDown(), 0u);
 }
 
+TEST_F(ShutdownCommand, DoesNotTakeABrokerThatCannotBeAskedForOneThatStopped) {
+    // At its very start: the process is there, its signal is not.
+    const std::wstring program = broker().installRoot() + L"\\bin\\CameraVirtualVextraMF.exe";
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION started{};
+    ASSERT_TRUE(startProcess([&] {
+        return CreateProcessW(program.c_str(), nullptr, nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr,
+                              nullptr, &startup, &started);
+    }));
+    const UniqueHandle process(started.hProcess), thread(started.hThread);
+    writeLock({reinterpret_cast<const char*>(&started.dwProcessId), sizeof started.dwProcessId});
+    EXPECT_EQ(shutDown(), 9u);
+    TerminateProcess(process.get(), 99);
+    WaitForSingleObject(process.get(), 5000);
+}
+
 TEST_F(ShutdownCommand, MayBeGivenTwice) {
     broker().start(L"--test-pattern");
     EXPECT_EQ(shutDown(), 0u);
