@@ -45,10 +45,15 @@ protected:
     std::wstring linkInDataFolder() { return broker().dataFolder() + L"\\link-1.txt"; }
 };
 
-// With the library.
+// With the library, which is the stub: no test registers a real camera.
 class CameraRegistration : public CameraCommand {
 protected:
-    Lines calls() const { return stub_.calls(); }
+    void SetUp() override {
+        if (systemHasCameraLibrary())
+            GTEST_SKIP() << "this Windows has virtual cameras of its own";
+        stub_.emplace(machine_.root() + L"\\camera.record");
+    }
+    Lines calls() const { return stub_->calls(); }
     // A run in which this one call fails, or whatever the answer says.
     std::optional<DWORD> runWithAnswer(const wchar_t* answer, const wchar_t* options) {
         const ScopedVariable variable(kCameraAnswerVariable, answer);
@@ -56,7 +61,7 @@ protected:
     }
 
 private:
-    StubCameraInstall stub_{machine_.root() + L"\\camera.record"};
+    std::optional<StubCameraInstall> stub_;
 };
 
 // --- The calls ---
@@ -259,19 +264,19 @@ TEST_F(ElevatedCameraRegistration, IsRefused) {
 // --- A Windows without virtual cameras ---
 
 TEST_F(CameraCommand, WithoutTheLibraryEachCommandFailsWithACode) {
-    if (fileExists(cameraLibraryPath()))
-        GTEST_SKIP() << "this Windows has virtual cameras";
+    if (systemHasCameraLibrary())
+        GTEST_SKIP() << "this Windows has virtual cameras of its own";
     for (const wchar_t* option : {L"--register-camera", L"--reset", L"--remove-camera"})
         EXPECT_EQ(broker().runToEnd(option), 1u) << utf8FromWide(option);
     EXPECT_EQ(maintenanceEvents(), Lines(3, "CREATE_SYSTEM_CURRENTUSER hr=0x8007007E"));
 }
 
 TEST_F(CameraCommand, ALibraryBesideTheProgramOrInTheWorkingFolderIsNotTheSystems) {
-    if (fileExists(cameraLibraryPath()))
-        GTEST_SKIP() << "this Windows has virtual cameras";
+    if (systemHasCameraLibrary())
+        GTEST_SKIP() << "this Windows has virtual cameras of its own";
     const std::wstring record = machine_.root() + L"\\camera.record";
     const ScopedVariable variable(kCameraRecordVariable, record.c_str());
-    const std::wstring stub = builtFile(L"tests\\stub-mfsensorgroup.dll");
+    const std::wstring stub = stubCameraLibrary();
     fs::copy_file(stub, broker().installRoot() + L"\\bin\\mfsensorgroup.dll");
     const fs::path before = fs::current_path();
     fs::copy_file(stub, machine_.root() + L"\\mfsensorgroup.dll");

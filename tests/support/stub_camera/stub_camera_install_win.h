@@ -21,15 +21,23 @@ inline std::wstring cameraLibraryPath() {
     return std::wstring(folder) + L"\\mfsensorgroup.dll";
 }
 
+inline std::wstring stubCameraLibrary() {
+    return builtFile(L"tests\\stub-mfsensorgroup.dll");
+}
+
+// Whether this Windows has the library itself. A stub that a killed test has left is not that, and is taken
+// away.
+inline bool systemHasCameraLibrary() {
+    if (fileExists(cameraLibraryPath()) && readFile(cameraLibraryPath()) == readFile(stubCameraLibrary()))
+        DeleteFileW(cameraLibraryPath().c_str());
+    return fileExists(cameraLibraryPath());
+}
+
 class StubCameraInstall {
 public:
     explicit StubCameraInstall(const std::wstring& recordPath)
         : recordPath_(recordPath), recordVariable_(kCameraRecordVariable, recordPath.c_str()) {
-        const std::wstring stub = builtFile(L"tests\\stub-mfsensorgroup.dll");
-        // What a test that was killed has left is ours to take away.
-        if (fileExists(cameraLibraryPath()) && readFile(cameraLibraryPath()) == readFile(stub))
-            DeleteFileW(cameraLibraryPath().c_str());
-        if (!CopyFileW(stub.c_str(), cameraLibraryPath().c_str(), TRUE))
+        if (!CopyFileW(stubCameraLibrary().c_str(), cameraLibraryPath().c_str(), TRUE))
             failSetUp("stub mfsensorgroup.dll");
     }
     ~StubCameraInstall() {
