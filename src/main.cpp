@@ -108,8 +108,7 @@ std::optional<StartSettings> prepareSettings(const CommandLine& options, const F
 }
 
 ExitCode writeRequestedOutput(const CommandLine& options, const Folders& folders, bool settingsLoaded) {
-    const std::wstring folder =
-        (options.evidenceFolder.empty() ? folders.data : options.evidenceFolder) + L"\\";
+    const std::wstring folder = outputFolder(options.evidenceFolder, folders.data) + L"\\";
     if (options.runtimeSelfTest) {
         const bool gstreamer = GstRuntime::instance({folders.installRoot, folders.data}).available();
         const SelfTestResult result{pureContractsHold(), ffmpegIsInstalled(folders.installRoot), gstreamer,
@@ -199,7 +198,7 @@ ExitCode run(HINSTANCE instance) {
     if (options.mode != RunMode::kNormal) {
         const std::atomic<std::uint64_t> noFrames{0};
         EventLog log(noFrames);
-        return runMaintenance(options.mode, folders.data, log);
+        return runMaintenance(options, folders.data, log);
     }
 
     std::optional<StartSettings> start = prepareSettings(options, folders);

@@ -28,7 +28,8 @@ bool mayMaintain(const MaintenanceCaller& caller);
 
 // --- Door ---
 
-// Runs a maintenance mode; events go to <dataFolder>\maintenance.log. Main thread.
-ExitCode runMaintenance(RunMode mode, const std::wstring& dataFolder, EventLog& log);
+// Runs the maintenance mode of the options; events go to <dataFolder>\maintenance.log, the link of a camera
+// that was registered to link-1.txt among the outputs. Main thread.
+ExitCode runMaintenance(const CommandLine& options, const std::wstring& dataFolder, EventLog& log);
 
 }  // namespace vextra

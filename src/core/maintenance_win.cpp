@@ -4,12 +4,17 @@
 
 #include "base/com_win.h"
 #include "base/handle_win.h"
+#include "base/hresult.h"
+#include "base/text_win.h"
 #include "base/token_win.h"
 #include "bridge/bridge_location.h"
 #include "bridge/demand_channel.h"
+#include "core/camera_operation.h"
 #include "core/instance_win.h"
 #include "core/maintenance.h"
 #include "core/media_foundation_win.h"
+#include "core/run_outputs.h"
+#include "core/virtual_camera_win.h"
 
 namespace vextra {
 namespace {
@@ -59,19 +64,39 @@ ExitCode shutdownBroker(const std::wstring& dataFolder) {
                                                                                  : ExitCode::kBusy;
 }
 
-// Registers, resets or removes the virtual camera: as far as this build goes, which does not yet know the
-// calls.
-ExitCode operateCamera() {
+// As UTF-8: the link holds the camera's name in the system's own words.
+std::int32_t recordLink(VirtualCamera& camera, const std::wstring& folder) {
+    std::wstring link;
+    const std::int32_t result = camera.readLink(link);
+    if (result < 0)
+        return result;
+    return writeOutputFile(folder + L"\\link-1.txt", utf8FromWide(link))
+               ? result
+               : hresultFromWindowsError(ERROR_CANNOT_MAKE);
+}
+
+ExitCode runCameraCommand(RunMode mode, const std::wstring& linkFolder, EventLog& log) {
     const ComApartment apartment(COINIT_MULTITHREADED);
     MediaFoundation mediaFoundation;
-    if (mediaFoundation.startup() >= 0)
-        mediaFoundation.shutdown();
-    return ExitCode::kFailed;
+    VirtualCamera camera;
+    const std::int32_t result =
+        operateCamera(mode, {
+                                .startMediaFoundation = [&] { return mediaFoundation.startup(); },
+                                .stopMediaFoundation = [&] { mediaFoundation.shutdown(); },
+                                .create = [&] { return camera.create(); },
+                                .start = [&] { return camera.start(); },
+                                .remove = [&] { return camera.remove(); },
+                                .recordLink = [&] { return recordLink(camera, linkFolder); },
+                                .discard = [&] { camera.discard(); },
+                                .log = [&](EventCode code, std::int32_t value) { log.write(code, value); },
+                            });
+    return result < 0 ? ExitCode::kFailed : ExitCode::kSuccess;
 }
 
 }  // namespace
 
-ExitCode runMaintenance(RunMode mode, const std::wstring& dataFolder, EventLog& log) {
+ExitCode runMaintenance(const CommandLine& options, const std::wstring& dataFolder, EventLog& log) {
+    const RunMode mode = options.mode;
     const std::wstring user = currentUserSidString();
     const std::wstring owner = readBrokerRegistryValue(kOwnerSidValue);
     if (!mayMaintain({sessionOfProcess(GetCurrentProcessId()), isElevatedOrUnknown(), user, owner}))
@@ -84,7 +109,7 @@ ExitCode runMaintenance(RunMode mode, const std::wstring& dataFolder, EventLog& 
         return ExitCode::kBusy;
     if (mode == RunMode::kMaintenanceCheck)
         return ExitCode::kSuccess;
-    return operateCamera();
+    return runCameraCommand(mode, outputFolder(options.evidenceFolder, dataFolder), log);
 }
 
 }  // namespace vextra

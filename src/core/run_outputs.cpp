@@ -20,4 +20,8 @@ std::string selfTestJson(const SelfTestResult& result) {
     return json;
 }
 
+std::wstring outputFolder(const std::wstring& evidenceFolder, const std::wstring& dataFolder) {
+    return evidenceFolder.empty() ? dataFolder : evidenceFolder;
+}
+
 }  // namespace vextra

@@ -30,6 +30,9 @@ bool pureContractsHold();
 
 std::string selfTestJson(const SelfTestResult& result);
 
+// Where outputs go: the evidence folder if there is one, else the data folder.
+std::wstring outputFolder(const std::wstring& evidenceFolder, const std::wstring& dataFolder);
+
 // Writes a file anew; false when it cannot be created. Main thread.
 bool writeOutputFile(const std::wstring& path, std::string_view bytes);
 

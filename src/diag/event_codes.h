@@ -14,6 +14,10 @@ enum class EventCode : std::uint8_t {
     kAppExitClean,
     kUiReady,
     kAutomaticIdleReady,
+    kCameraCreated,
+    kCameraReset,
+    kCameraRegistered,
+    kCameraRemoved,
     // Supervisor
     kMfStartup,
     kMfShutdown,
@@ -76,6 +80,10 @@ constexpr std::string_view eventText(EventCode code) {
         case EventCode::kAppExitClean: return "APP_EXIT_CLEAN";
         case EventCode::kUiReady: return "UI_READY";
         case EventCode::kAutomaticIdleReady: return "AUTOMATIC_IDLE_READY";
+        case EventCode::kCameraCreated: return "CREATE_SYSTEM_CURRENTUSER";
+        case EventCode::kCameraReset: return "RESET_OWN_SYSTEM_CAMERA";
+        case EventCode::kCameraRegistered: return "REGISTER_SYSTEM";
+        case EventCode::kCameraRemoved: return "REMOVE_SYSTEM";
         case EventCode::kMfStartup: return "MF_STARTUP";
         case EventCode::kMfShutdown: return "MF_SHUTDOWN";
         case EventCode::kStopComplete: return "STOP_COMPLETE";

@@ -47,6 +47,11 @@ TEST(SelfTest, PassesWithGoodContractsAndADecoder) {
     EXPECT_FALSE((SelfTestResult{false, true, true, true}.passed()));
 }
 
+TEST(OutputFolder, IsTheEvidenceFolderWhereOneIsGiven) {
+    EXPECT_EQ(outputFolder(L"C:\\evidence", L"C:\\data"), L"C:\\evidence");
+    EXPECT_EQ(outputFolder(L"", L"C:\\data"), L"C:\\data");
+}
+
 TEST(PureContracts, HoldInThisBuild) {
     EXPECT_TRUE(pureContractsHold());
 }
