@@ -63,7 +63,7 @@ licenses/mingw-w64/copyright
 tools/vextra-provision.exe
 END
 
-# --- Unpacked by another account's program, in a fresh prefix ---
+# --- Unpacked into a fresh prefix ---
 "$wine" down "$session"
 "$wine" up "$session" --tools "$build/tests"
 place="$session/prefix/drive_c/${folder//\\//}"
