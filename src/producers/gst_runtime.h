@@ -28,7 +28,7 @@ struct GstRuntimePlaces {
 };
 
 // Loading runs foreign code in this process and may take seconds on a cold disk: never on the window's
-// thread. SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_DEFAULT_DIRS) has to have been called before;
+// thread. SetDefaultDllDirectories with LOAD_LIBRARY_SEARCH_USER_DIRS has to have been called before;
 // otherwise the plugins do not find their libraries, and no element exists.
 class GstRuntime {
 public:
