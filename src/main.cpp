@@ -177,14 +177,15 @@ ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders
 }
 
 ExitCode run(HINSTANCE instance) {
-    // A crash has to look like one: abort() would end the process with 3, which is one of our own codes.
-    std::set_terminate([] { RaiseFailFastException(nullptr, nullptr, 0); });
-
     // Before anything can load a library: from the system's folder and from those added by name, never from
     // the program's own, the working directory or the search path. What else this program is made of is
     // linked so that it is loaded after this call (cmake/delayed_imports.cmake).
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32 | LOAD_LIBRARY_SEARCH_USER_DIRS);
     SetDllDirectoryW(L"");
+
+    // A crash has to look like one: abort() would end the process with 3, which is one of our own codes.
+    std::set_terminate([] { RaiseFailFastException(nullptr, nullptr, 0); });
+
     SetProcessDpiAwarenessContext(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2);  // the manifest says so too
 
     const CommandLine options = readCommandLine();

@@ -14,6 +14,10 @@ export WINEARCH=win64
 # In a plain C locale Wine mangles every character beyond ASCII, in arguments and in file names.
 export LC_ALL=C.UTF-8
 
+# A name that nobody answers for, as the update channel's of a development build, is given up in a second: tests need
+# no network, and wait for none.
+export RES_OPTIONS='timeout:1 attempts:1'
+
 # Where Wine looks for the server's socket: with another value it would miss the running server and start one.
 export TMPDIR=/tmp
 
