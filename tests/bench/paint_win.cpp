@@ -135,12 +135,14 @@ void switchPanels(HWND window, int times) {
     SendMessageW(window, WM_COMMAND, kIdTabCamera, 0);
 }
 
-void changeDpi(HWND window, int times) {
+// Up and down again, so that every round ends in the state in which it began.
+void changeDpi(HWND window, int pairs) {
     const RECT suggested{0, 0, 1000, 800};
-    for (int i = 0; i < times; ++i) {
-        const WORD dpi = i % 2 == 0 ? 144 : 96;
-        SendMessageW(window, WM_DPICHANGED, MAKEWPARAM(dpi, dpi), reinterpret_cast<LPARAM>(&suggested));
-        UpdateWindow(window);
+    for (int i = 0; i < pairs; ++i) {
+        for (const WORD dpi : {WORD{144}, WORD{96}}) {
+            SendMessageW(window, WM_DPICHANGED, MAKEWPARAM(dpi, dpi), reinterpret_cast<LPARAM>(&suggested));
+            UpdateWindow(window);
+        }
     }
 }
 
@@ -149,7 +151,7 @@ void work(HWND window, int paints) {
     for (int i = 0; i < paints; ++i)
         paintNow(window);
     switchPanels(window, paints / 10);
-    changeDpi(window, paints / 100);
+    changeDpi(window, paints / 200);
 }
 
 // --- Paints of a hidden window ---
@@ -220,7 +222,7 @@ int wmain(int argc, wchar_t** argv) {
 
     setClientSize(product.handle(), 980, 720);
     const int paints = quick ? 1000 : 10'000;
-    work(product.handle(), paints / 20);  // what the system keeps for good, it makes now
+    work(product.handle(), paints / 5);  // what the system keeps for good, it makes now
     const Held before = held();
     work(product.handle(), paints);
     const Held after = held();
