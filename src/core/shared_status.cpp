@@ -31,6 +31,11 @@ void fillPlaceholderFrame(std::vector<std::byte>& frame) {
     }
 }
 
+void keepPreviewFrame(SharedStatus& shared, const std::byte* pixels) {
+    const std::lock_guard guard(shared.statusLock);
+    shared.previewFrame.assign(pixels, pixels + kFrameBytes);
+}
+
 bool frameIsRecent(Tick lastFrameTick, Tick now) {
     // The Supervisor's clock may be a step ahead of the one that `now` was read from.
     return lastFrameTick != 0 && (now <= lastFrameTick || now - lastFrameTick <= kLiveFreshMs);

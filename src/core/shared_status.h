@@ -66,6 +66,9 @@ struct SharedStatus {
 // The picture that stands for "no frame yet": a dark field with a bar. Fills kFrameBytes of BGRA. Pure.
 void fillPlaceholderFrame(std::vector<std::byte>& frame);
 
+// Copies kFrameBytes of pixels into previewFrame, under its lock.
+void keepPreviewFrame(SharedStatus& shared, const std::byte* pixels);
+
 // Whether the last frame still counts as the present; not when there was none. Pure.
 bool frameIsRecent(Tick lastFrameTick, Tick now);
 

@@ -30,11 +30,11 @@ NextPass Supervisor::runPass() {
     const Tick now = doors_.now();
     const bool demand = leases >= 1 || shared_.previewRuns(now);
     if (demand) {
-        idleSince_ = 0;
+        memory_.idleSince = 0;
     } else {
-        if (idleSince_ == 0)
-            idleSince_ = now;
-        if (shared_.active && now - idleSince_ >= kDemandGraceMs) {
+        if (memory_.idleSince == 0)
+            memory_.idleSince = now;
+        if (shared_.active && now - memory_.idleSince >= kDemandGraceMs) {
             stopEpisode();
             doors_.log(EventCode::kLastDemandReleased, 0);
         }
@@ -56,7 +56,7 @@ NextPass Supervisor::runPass() {
     if (begin == Begin::kRefused)
         return NextPass::kAtOnce;
 
-    if (shared_.active && !shared_.paused && !suspended_ && !exhausted_)
+    if (shared_.active && !shared_.paused && !memory_.suspended && !memory_.exhausted)
         pump();
     return shared_.active ? NextPass::kActiveWait : NextPass::kIdleWait;
 }
@@ -66,7 +66,7 @@ NextPass Supervisor::runPass() {
 void Supervisor::suspend() {
     if (!shared_.active)
         return;
-    suspended_ = true;
+    memory_.suspended = true;
     stopProducerInstance();
     shared_.lastFrameTick = 0;
     setStatus(BrokerStatus::kSuspended);
@@ -80,10 +80,10 @@ void Supervisor::suspend() {
 void Supervisor::resume() {
     shared_.paused = false;
     if (shared_.active) {
-        suspended_ = false;
+        memory_.suspended = false;
         clearFailures();
         shared_.lastFrameTick = 0;
-        retryAt_ = 0;
+        memory_.retryAt = 0;
     }
     doors_.showStatus(L"Retomada: abrindo uma nova geração do produtor.");
     doors_.log(EventCode::kPowerResume, 0);
@@ -140,7 +140,7 @@ Supervisor::Begin Supervisor::beginDemand(bool demand) {
         snapshot_ = shared_.settings;
     }
     shared_.testPattern = syntheticTest();
-    forceFfmpeg_ = false;
+    memory_.forceFfmpeg = false;
     url_ = sourceUrl(snapshot_);
     if (!syntheticTest() && url_.empty()) {
         doors_.closeBridge();
@@ -152,10 +152,10 @@ Supervisor::Begin Supervisor::beginDemand(bool demand) {
     shared_.active = true;
     shared_.paused = false;
     setStatus(BrokerStatus::kConnecting);
-    suspended_ = false;
+    memory_.suspended = false;
     clearFailures();
-    frameBytesRead_ = 0;
-    retryAt_ = 0;
+    memory_.frameBytesRead = 0;
+    memory_.retryAt = 0;
     restartFirstFrameClock();
     doors_.showStatus(L"Captura ativa: conectando produtor automático...");
     return Begin::kDone;
@@ -178,39 +178,39 @@ void Supervisor::stopEpisode() {
 // --- The frame pump ---
 
 void Supervisor::pump() {
-    if (!producerExists_ && !startProducer())
+    if (!memory_.producerExists && !startProducer())
         return;
     readProducer();
 }
 
 bool Supervisor::startProducer() {
-    if (doors_.now() < retryAt_)
+    if (doors_.now() < memory_.retryAt)
         return false;
     BrokerSettings settings = snapshot_;
-    if (forceFfmpeg_)
+    if (memory_.forceFfmpeg)
         settings.decoder = DecoderBackend::kFfmpeg;
     if (doors_.startProducer(syntheticTest(), url_.view(), settings)) {
-        producerExists_ = true;
+        memory_.producerExists = true;
         ++shared_.generation;
-        frameBytesRead_ = 0;
-        firstFrameSeen_ = false;
-        framesInGeneration_ = 0;
+        memory_.frameBytesRead = 0;
+        memory_.firstFrameSeen = false;
+        memory_.framesInGeneration = 0;
         restartFirstFrameClock();
         setStatus(BrokerStatus::kConnecting);
         publishHeader(BridgeState::kFallback);
         return true;
     }
     shared_.lastError = kResultProducerNotStarted;
-    ++failures_;
+    ++memory_.failures;
     setStatus(BrokerStatus::kUnavailable);
     publishHeader(BridgeState::kUnavailable);
     doors_.showStatus(snapshot_.decoder == DecoderBackend::kGstreamer
                           ? L"GStreamer indisponível ou falhou. Instale runtime x64; FFmpeg não será usado "
                             L"implicitamente."
                           : L"Decoder não iniciou. Recuperação limitada; verifique a instalação.");
-    retryAt_ = doors_.now() + kStartRetryMs;
-    if (failures_ >= kMaxFailures) {
-        exhausted_ = true;
+    memory_.retryAt = doors_.now() + kStartRetryMs;
+    if (memory_.failures >= kMaxFailures) {
+        memory_.exhausted = true;
         doors_.showStatus(L"Recuperação esgotada. Desligue e ligue para tentar novamente.");
     }
     return false;
@@ -218,13 +218,13 @@ bool Supervisor::startProducer() {
 
 void Supervisor::readProducer() {
     const std::int32_t taken =
-        doors_.readProducer(frame_->bytes + frameBytesRead_, kFrameBytes - frameBytesRead_);
+        doors_.readProducer(frame_->bytes + memory_.frameBytesRead, kFrameBytes - memory_.frameBytesRead);
     if (taken < 0) {
         recover();
         return;
     }
-    frameBytesRead_ += static_cast<std::uint32_t>(taken);
-    if (frameBytesRead_ == kFrameBytes)
+    memory_.frameBytesRead += static_cast<std::uint32_t>(taken);
+    if (memory_.frameBytesRead == kFrameBytes)
         publishFrame();
     watch();
 }
@@ -235,19 +235,16 @@ void Supervisor::publishFrame() {
     const Tick now = doors_.now();
     if (doors_.recordEvidence)
         doors_.recordEvidence(frame_->bytes, number, now);
-    {
-        const std::lock_guard guard(shared_.statusLock);
-        shared_.previewFrame.assign(frame_->bytes, frame_->bytes + kFrameBytes);
-    }
+    doors_.keepPreview(frame_->bytes);
     shared_.lastFrameTick = now;
-    frameBytesRead_ = 0;
-    if (!firstFrameSeen_)
+    memory_.frameBytesRead = 0;
+    if (!memory_.firstFrameSeen)
         doors_.log(EventCode::kFirstFrame, 0);
-    firstFrameSeen_ = true;
+    memory_.firstFrameSeen = true;
     setStatus(BrokerStatus::kLive);
     shared_.lastError = 0;
-    if (++framesInGeneration_ >= kHealthyFrames)
-        failures_ = 0;
+    if (++memory_.framesInGeneration >= kHealthyFrames)
+        memory_.failures = 0;
     if (number % kReportEveryFrames == 1) {
         doors_.showStatus(syntheticTest()
                               ? L"Teste local ao vivo — FFmpeg lavfi → bridge → Media Foundation."
@@ -258,8 +255,8 @@ void Supervisor::publishFrame() {
 
 void Supervisor::watch() {
     const Tick now = doors_.now();
-    if (!firstFrameSeen_) {
-        if (now >= firstFrameDeadline_)
+    if (!memory_.firstFrameSeen) {
+        if (now >= memory_.firstFrameDeadline)
             recover();
         return;
     }
@@ -274,7 +271,7 @@ void Supervisor::recover() {
     const bool gstreamerRan =
         shared_.effectiveBackend == static_cast<std::uint32_t>(EffectiveBackend::kGstreamer);
     if (snapshot_.decoder == DecoderBackend::kAutomatic && gstreamerRan) {
-        forceFfmpeg_ = true;
+        memory_.forceFfmpeg = true;
         doors_.log(EventCode::kAutoGstreamerFallback, 0);
     }
     stopProducerInstance();
@@ -282,12 +279,12 @@ void Supervisor::recover() {
     ++shared_.reconnects;
     setStatus(BrokerStatus::kUnavailable);
     shared_.lastError = kResultProducerStalled;
-    retryAt_ = doors_.now() + recoveryDelayMs(failures_);
-    ++failures_;
+    memory_.retryAt = doors_.now() + recoveryDelayMs(memory_.failures);
+    ++memory_.failures;
     doors_.showStatus(L"Produtor indisponível. MF envia fallback; reconexão automática limitada.");
     doors_.log(EventCode::kProducerReconnect, 0);
-    if (failures_ >= kMaxFailures) {
-        exhausted_ = true;
+    if (memory_.failures >= kMaxFailures) {
+        memory_.exhausted = true;
         doors_.showStatus(
             L"Recuperação esgotada. MF permanece com fallback. Desligue e ligue para tentar novamente.");
     }
@@ -297,8 +294,8 @@ void Supervisor::recover() {
 
 void Supervisor::stopProducerInstance() {
     doors_.stopProducer();
-    producerExists_ = false;
-    frameBytesRead_ = 0;  // half a frame is dropped with the producer that wrote it
+    memory_.producerExists = false;
+    memory_.frameBytesRead = 0;  // half a frame is dropped with the producer that wrote it
 }
 
 void Supervisor::publishHeader(BridgeState state) {
@@ -306,12 +303,12 @@ void Supervisor::publishHeader(BridgeState state) {
 }
 
 void Supervisor::restartFirstFrameClock() {
-    firstFrameDeadline_ = doors_.now() + snapshot_.firstFrameDeadlineMs;
+    memory_.firstFrameDeadline = doors_.now() + snapshot_.firstFrameDeadlineMs;
 }
 
 void Supervisor::clearFailures() {
-    failures_ = 0;
-    exhausted_ = false;
+    memory_.failures = 0;
+    memory_.exhausted = false;
 }
 
 }  // namespace vextra

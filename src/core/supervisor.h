@@ -36,6 +36,7 @@ struct SupervisorDoors {
     std::function<std::int32_t(std::byte* buffer, std::uint32_t capacityBytes)> readProducer;
     std::function<void()> stopProducer;
 
+    std::function<void(const std::byte* pixels)> keepPreview;  // copies the frame for the window
     // Empty without an evidence folder. Given the frame, its number and the pump's tick.
     std::function<void(const std::byte* pixels, std::uint64_t frameNumber, Tick now)> recordEvidence;
 };
@@ -63,6 +64,22 @@ constexpr Tick recoveryDelayMs(std::uint32_t failures) {
     const Tick delay = Tick{1000} << (failures < 3 ? failures : 3);
     return delay < kLongestMs ? delay : kLongestMs;
 }
+
+// What is remembered from one pass to the next, beside SharedStatus. A plain value: whoever has it and the
+// SharedStatus of the same moment can go on from there.
+struct SupervisorMemory {
+    std::uint32_t frameBytesRead = 0;
+    bool producerExists = false;
+    Tick idleSince = 0;  // 0: demand present
+    Tick retryAt = 0;
+    std::uint32_t failures = 0;  // consecutive
+    std::uint32_t framesInGeneration = 0;
+    bool firstFrameSeen = false;
+    Tick firstFrameDeadline = 0;
+    bool suspended = false;
+    bool exhausted = false;
+    bool forceFfmpeg = false;  // automatic backend, after GStreamer failed in this episode
+};
 
 class Supervisor {
 public:
@@ -107,19 +124,11 @@ private:
         std::byte bytes[kFrameBytes];
     };
     std::unique_ptr<FrameBuffer> frame_ = std::make_unique<FrameBuffer>();
-    std::uint32_t frameBytesRead_ = 0;
-    bool producerExists_ = false;
     BrokerSettings snapshot_;  // taken at demand begin
-    SecretText url_;
-    Tick idleSince_ = 0;  // 0: demand present
-    Tick retryAt_ = 0;
-    std::uint32_t failures_ = 0;  // consecutive
-    std::uint32_t framesInGeneration_ = 0;
-    bool firstFrameSeen_ = false;
-    Tick firstFrameDeadline_ = 0;
-    bool suspended_ = false;
-    bool exhausted_ = false;
-    bool forceFfmpeg_ = false;  // automatic backend, after GStreamer failed in this episode
+    SecretText url_;           // built from it; empty for the synthetic test
+    SupervisorMemory memory_;
+
+    friend class SupervisorExplorer;  // a test that goes back to what was remembered and takes another turn
 };
 
 }  // namespace vextra

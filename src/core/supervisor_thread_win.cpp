@@ -49,6 +49,7 @@ void runSupervisor(const SupervisorThreadSetup& setup) {
                              const BrokerSettings& settings) { return producer.start(test, url, settings); },
         .readProducer = [&](std::byte* buffer, std::uint32_t bytes) { return producer.read(buffer, bytes); },
         .stopProducer = [&] { producer.stop(); },
+        .keepPreview = [&](const std::byte* pixels) { keepPreviewFrame(shared, pixels); },
         .recordEvidence = nullptr,
     };
     if (!setup.evidenceFolder.empty()) {

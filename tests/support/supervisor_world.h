@@ -64,6 +64,7 @@ public:
                 .readProducer = [this](std::byte* buffer,
                                        std::uint32_t capacity) { return read(buffer, capacity); },
                 .stopProducer = [this] { producerRuns = false; },
+                .keepPreview = [this](const std::byte* pixels) { keepPreviewFrame(shared, pixels); },
                 .recordEvidence = nullptr,
             },
             mediaFoundation);

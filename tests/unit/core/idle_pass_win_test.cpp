@@ -95,6 +95,7 @@ protected:
                     return std::int32_t{-1};
                 },
             .stopProducer = [this] { ++otherCalls; },
+            .keepPreview = [this](const std::byte*) { ++otherCalls; },
             .recordEvidence = nullptr,
         },
         true};

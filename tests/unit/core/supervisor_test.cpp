@@ -322,6 +322,7 @@ TEST(SupervisorEvidence, EveryFrameIsHandedOverWithItsNumberAndTick) {
         .readProducer = [](std::byte*,
                            std::uint32_t capacity) { return static_cast<std::int32_t>(capacity); },
         .stopProducer = [] {},
+        .keepPreview = [](const std::byte*) {},
         .recordEvidence =
             [&](const std::byte*, std::uint64_t number, Tick tick) {
                 seen.push_back({number, tick});
