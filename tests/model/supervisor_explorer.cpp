@@ -293,6 +293,7 @@ void SupervisorExplorer::log(EventCode code) {
             promise(decoder_ != DecoderBackend::kAutomatic ||
                         out.producerKind != EffectiveBackend::kGstreamer || out.gstreamerFailed,
                     "in automatic, FFmpeg after GStreamer failed");
+            promise(pass_.recoveries++ == 0, "a lost producer counts once");
             promise(out.failures < kMostAttempts, "no recovery after the last one");
             out.noAttemptBefore = out.now + kRecoveryMs[std::min<std::size_t>(out.failures, 4)];
             ++out.failures;
@@ -396,6 +397,8 @@ void SupervisorExplorer::checkAfter(const Outside& before, NextPass next) {
     const bool mayStop = pass_.command != SupervisorCommand::kNone || pass_.readEnded || deadlinePassed ||
                          stalled || logged(EventCode::kLastDemandReleased);
     promise(!before.producerRuns || out.producerRuns || mayStop, "no producer is stopped without a reason");
+    promise(pass_.starts == 0 || out.producerRuns || pass_.readEnded,
+            "a producer that starts is given its time");
     promise(!out.producerRuns || (out.newestFrameAt == 0 ? now < out.producerStartedAt + kFirstFrameMs
                                                          : now - out.newestFrameAt <= kStallMs),
             "no producer is kept that delivers nothing");

@@ -107,6 +107,7 @@ private:
         std::uint64_t logged = 0;  // a bit for each EventCode
         std::uint32_t starts = 0;  // that succeeded
         std::uint32_t liveFrames = 0;
+        std::uint32_t recoveries = 0;
         std::uint32_t quitRequests = 0;
         bool frameCompleted = false;
         bool readEnded = false;
