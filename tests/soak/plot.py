@@ -16,6 +16,8 @@ def draw(path, samples, seconds, spans):
     begin = samples[0]["tick"]
     figure, rows = pyplot.subplots(5, 1, sharex=True, figsize=(16, 13), layout="constrained")
 
+    beside = {"loc": "upper left", "bbox_to_anchor": (1.005, 1), "borderaxespad": 0}  # never over the data
+
     def minutes(ticks):
         return [(tick - begin) / 60_000 for tick in ticks]
 
@@ -30,23 +32,25 @@ def draw(path, samples, seconds, spans):
     held(rows[1], "handles", "handles")
     held(rows[1], "threads", "threads")
     rows[1].set_ylabel("handles, threads\n[count]")
-    rows[1].legend(loc="upper right")
+    rows[1].legend(**beside)
     held(rows[2], "gdi", "GDI objects", color="#222222")
     rows[2].set_ylabel("GDI objects\n[count]")
     ordered = sorted(seconds, key=lambda second: second["tick"])
     rows[3].plot(minutes(second["tick"] for second in ordered), [second["frames"] for second in ordered], ".",
                  markersize=3, color="#222222")
     rows[3].axhline(16, color="#888888", linewidth=0.8, linestyle="--")
+    rows[3].set_ylim(bottom=0)
     rows[3].set_ylabel("pictures read\n[1/s]")
     seen = [second for second in ordered if second["ageMs"] >= 0]
     rows[4].plot(minutes(second["tick"] for second in seen), [second["ageMs"] for second in seen], ".", markersize=3,
-                 color="#999999", label="newest picture that was read")
+                 color="#999999", label="newest picture\nthat was read")
     rows[4].plot(minutes(second["tick"] for second in ordered), [second["liveAgeMs"] for second in ordered], ".",
-                 markersize=4, color="#c44e52", label="oldest update that was Live")
+                 markersize=4, color="#c44e52", label="oldest update\nthat was Live")
     rows[4].axhline(FRESH_MS, color="#c44e52", linewidth=0.8, linestyle="--")
     rows[4].set_ylabel("age [ms]")
     rows[4].set_yscale("symlog", linthresh=100)
-    rows[4].legend(loc="upper right")
+    rows[4].set_ylim(bottom=0)
+    rows[4].legend(**beside)
     rows[4].set_xlabel("time [minutes]")
     colours = dict(zip(sorted({span.kind for span in spans}), PALETTE))
     for axes in rows:

@@ -23,7 +23,11 @@ HEALTHY_FRAMES = 32
 LEASE_MS = 3000
 GRACE_MS = 500
 KEY_FRAME_MS = 1500  # the camera makes one a second
-LIVE_AGE_SLACK_MS = 50  # a pass of the broker, and two steps of the clock
+# The broker withdraws Live in the first pass that sees an age above FRESH_MS, so that a reader may find it a pass later
+# still. The clock that both of them read moves in steps of 16 ms: an age can look a step greater than it was.
+PASS_MS = 5
+TICK_STEP_MS = 16
+LIVE_AGE_SLACK_MS = PASS_MS + TICK_STEP_MS
 
 
 @dataclass(frozen=True)
@@ -83,7 +87,8 @@ def torn_frames(log, reads):
 
 
 def stale_pictures(ages, machine):
-    """ages: (who, tick, age at which an update was still Live) of each second."""
+    """ages: (who, tick, age at which an update was still Live) of each second. What is borne: FRESH_MS, the pass and the
+    step of the clock above, and what the machine measurably delayed meanwhile."""
     return [f"{who} saw an update that was Live at an age of {age} ms (at {tick})" for who, tick, age in ages
             if age > FRESH_MS + LIVE_AGE_SLACK_MS + machine.stall_ms(tick - 2 * FRESH_MS, tick)]
 

@@ -68,6 +68,10 @@ class Pictures(unittest.TestCase):
     def test_an_update_that_is_live_for_three_seconds_is_stale(self):
         self.assertEqual(len(rules.stale_pictures([("a", 60_000, 3000), ("a", 61_000, 2006)], QUIET)), 1)
 
+    def test_an_update_may_stay_live_for_a_pass_and_a_step_of_the_clock_and_no_longer(self):
+        self.assertEqual(rules.stale_pictures([("a", 60_000, 2021)], QUIET), [])
+        self.assertEqual(len(rules.stale_pictures([("a", 60_000, 2022)], QUIET)), 1)
+
     def test_a_machine_that_stood_still_is_not_blamed_on_the_broker_and_only_then(self):
         self.assertEqual(rules.stale_pictures([("a", 50_500, 3000)], BUSY), [])
         self.assertTrue(rules.stale_pictures([("a", 90_000, 3000)], BUSY))

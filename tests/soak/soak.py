@@ -33,7 +33,7 @@ GUEST_S = 4
 BACK_S = 40  # the longest wait for an attempt, the attempt, and then some
 EFFECT_S = 15
 STARTS = 3
-STALL_WORTH_NOTING_MS = 50
+STALL_WORTH_NOTING_MS = 5
 WARM_UP_S = 300
 ALREADY_RUNNING = 2
 LIMITS = {  # while idle
@@ -310,8 +310,8 @@ class Soak:
 
 def judge(soak, warm_up_s):
     """Findings about the broker; none is a pass. warm_up_s: None when the run is too short to show a trend."""
-    log, samples = soak.log.so_far(), soak.sampler.samples if soak.sampler else []
-    machine = rules.Machine(soak.sampler.stalls if soak.sampler else [])
+    log, samples = soak.log.so_far(), soak.sampler.samples
+    machine = rules.Machine(soak.sampler.stalls)
     found = rules.torn_frames(log, [read for viewer in soak.viewers for read in viewer.reads])
     found += rules.stale_pictures([(viewer.name, second["tick"], second["liveAgeMs"]) for viewer in soak.viewers
                                    for second in viewer.seconds], machine)
@@ -439,6 +439,8 @@ def main():
             soak = Soak(session, options.folder.resolve(), camera_rtsp,
                         short_rounds() if options.short else rounds(seed), seconds, seed)
             findings = soak.run()
+            if soak.sampler is None:
+                raise HarnessError("; ".join(findings))
             findings += judge(soak, None if options.short else min(WARM_UP_S, seconds / 3))
             report(soak, findings, seed, options.folder)
     except HarnessError as error:
