@@ -386,8 +386,8 @@ def report(soak, findings, seed, folder):
         "seed": seed, "figures": rows, "findings": findings, "samples": soak.sampler.samples,
         "seconds": {viewer.name: viewer.seconds for viewer in soak.viewers},
         "faults": [vars(span) for span in soak.spans]}, indent=1) + "\n")
-    plot.draw(folder / "soak.png", soak.sampler.samples,
-              [second for viewer in soak.viewers if "eager" not in viewer.name for second in viewer.seconds], soak.spans)
+    seen = [second for viewer in soak.viewers if "eager" not in viewer.name for second in viewer.seconds]
+    plot.draw(folder / "soak.png", soak.sampler.samples, seen, soak.spans)
     print(f"\n{len(findings)} findings; {folder / 'soak.png'}, {folder / 'results.json'}")
     for finding in findings:
         print(f"FOUND: {finding}")
@@ -398,7 +398,8 @@ def report(soak, findings, seed, folder):
 
 @contextlib.contextmanager
 def local_camera():
-    process = subprocess.Popen([CAMERA, "--stdin-control", "--fps", "16"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+    process = subprocess.Popen([CAMERA, "--stdin-control", "--fps", "16"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                               text=True)
     try:
         line = process.stdout.readline()
         if not line:

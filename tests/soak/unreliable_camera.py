@@ -17,6 +17,7 @@ PATIENCE_S = 5
 SEND_PATIENCE = struct.pack("ll", 2, 0)  # seconds, microseconds
 MOST_WAITING_BYTES = 64 * 1024  # about a third of a second
 RTP_HEADER_BYTES = 12
+UNDEFINED_KIND = b"\xff"  # begins a payload; neither in H.264 nor in H.265
 MEDIA_CHANNEL = 0  # 1 carries the reports
 TICKS_PER_PICTURE = 90_000 // 16
 UNSPECIFIED_ADDRESS = bytes(16)
@@ -234,7 +235,8 @@ class UnreliableCamera:
         self._speaks.set()
 
     def garble_media(self):
-        """Every media packet keeps its RTP header, and carries noise behind it."""
+        """Every media packet keeps its RTP header, and carries noise behind it: of a kind that no codec defines, for a
+        decoder takes some noise for pieces of pictures, and conceals the rest."""
         self._garbles_media = True
 
     def answer_garbage(self):
@@ -328,7 +330,8 @@ class UnreliableCamera:
                     for viewer in self._all():
                         viewer.skip_time()
                     continue
-                noise = self._noise(len(message) - 4 - RTP_HEADER_BYTES) if self._garbles_media else None
+                payload_bytes = len(message) - 4 - RTP_HEADER_BYTES
+                noise = (UNDEFINED_KIND + self._noise(payload_bytes))[:payload_bytes] if self._garbles_media else None
                 for viewer in self._all():
                     if viewer.plays:
                         viewer.give(message, stream, noise)
