@@ -35,6 +35,7 @@ EFFECT_S = 15
 STARTS = 3
 STALL_WORTH_NOTING_MS = 5
 WARM_UP_S = 300
+TREND_S = 900  # below that, too few episodes follow the warm-up to fill four quarters with idle samples
 ALREADY_RUNNING = 2
 LIMITS = {  # while idle
     "dirtyKib": rules.Limits(least_step=16, most=512),
@@ -442,7 +443,7 @@ def main():
             findings = soak.run()
             if soak.sampler is None:
                 raise HarnessError("; ".join(findings))
-            findings += judge(soak, None if options.short else min(WARM_UP_S, seconds / 3))
+            findings += judge(soak, WARM_UP_S if seconds >= TREND_S and not options.short else None)
             report(soak, findings, seed, options.folder)
     except HarnessError as error:
         print(f"soak: {error}", file=sys.stderr)
