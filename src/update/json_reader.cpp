@@ -69,9 +69,9 @@ private:
         return true;
     }
 
+    // The text begins with the brace that makes it an object.
     bool readObject(JsonValue& object, int depth) {
-        if (!take('{'))
-            return false;
+        rest_.remove_prefix(1);
         if (take('}'))
             return true;
         do {
