@@ -262,7 +262,7 @@ bool killInsideAnUpdate(RoleProcess& writer, std::atomic_ref<std::uint32_t> sequ
 
 TEST_F(BridgeStress, TenMillionReadsAndNoneIsTornAlsoWhenWritersDieInTheirUpdates) {
     constexpr std::uint64_t kReads = 10'000'000;
-    constexpr std::uint64_t kWholeFrames = 20'000;
+    constexpr std::uint64_t kWholeFrames = 10'000;
     constexpr std::uint64_t kDeaths = 12;
     const NeighbourView<BridgeFile> file(path_);
     const std::atomic_ref<std::uint32_t> sequence(file->header.sequence);
