@@ -1,22 +1,10 @@
 #include "bridge/bridge_protocol.h"
 
 #include <atomic>
-#include <cstring>
+
+#include "bridge/shared_words.h"
 
 namespace vextra {
-namespace {
-
-// Words that another process may read or write at any time. atomic_ref wants a mutable object even to load.
-template <typename T>
-T loadShared(const T& word) {
-    return std::atomic_ref<T>(const_cast<T&>(word)).load(std::memory_order_relaxed);
-}
-template <typename T>
-void storeShared(T& word, T value) {
-    std::atomic_ref<T>(word).store(value, std::memory_order_relaxed);
-}
-
-}  // namespace
 
 void publishUpdate(BridgeFile& file, const BridgeUpdate& update, const BridgeWriterIdentity& writer) {
     BridgeHeader& header = file.header;
@@ -38,7 +26,7 @@ void publishUpdate(BridgeFile& file, const BridgeUpdate& update, const BridgeWri
     storeShared(header.writerPid, writer.processId);
     storeShared(header.writerSession, writer.sessionId);
     if (update.pixels != nullptr)
-        std::memcpy(file.pixels, update.pixels, kFrameBytes);
+        copyShared(file.pixels, update.pixels, kFrameBytes);
     std::atomic_thread_fence(std::memory_order_seq_cst);
     sequence.fetch_add(1);
 }

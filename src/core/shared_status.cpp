@@ -36,6 +36,34 @@ void keepPreviewFrame(SharedStatus& shared, const std::byte* pixels) {
     shared.previewFrame.assign(pixels, pixels + kFrameBytes);
 }
 
+void copyPreviewFrame(SharedStatus& shared, std::vector<std::byte>& to) {
+    const std::lock_guard guard(shared.statusLock);
+    to = shared.previewFrame;
+}
+
+bool replaceStatusText(SharedStatus& shared, std::wstring_view text) {
+    const std::lock_guard guard(shared.statusLock);
+    if (shared.statusText == text)
+        return false;
+    shared.statusText = text;
+    return true;
+}
+
+std::wstring statusTextNow(SharedStatus& shared) {
+    const std::lock_guard guard(shared.statusLock);
+    return shared.statusText;
+}
+
+BrokerSettings settingsNow(SharedStatus& shared) {
+    const std::lock_guard guard(shared.settingsLock);
+    return shared.settings;
+}
+
+void replaceSettings(SharedStatus& shared, const BrokerSettings& settings) {
+    const std::lock_guard guard(shared.settingsLock);
+    shared.settings = settings;
+}
+
 bool frameIsRecent(Tick lastFrameTick, Tick now) {
     // The Supervisor's clock may be a step ahead of the one that `now` was read from.
     return lastFrameTick != 0 && (now <= lastFrameTick || now - lastFrameTick <= kLiveFreshMs);

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/ticks.h"
@@ -66,8 +67,13 @@ struct SharedStatus {
 // The picture that stands for "no frame yet": a dark field with a bar. Fills kFrameBytes of BGRA. Pure.
 void fillPlaceholderFrame(std::vector<std::byte>& frame);
 
-// Copies kFrameBytes of pixels into previewFrame, under its lock.
-void keepPreviewFrame(SharedStatus& shared, const std::byte* pixels);
+// What lies under a lock, as a whole. Any thread; each call takes one lock and gives it back.
+void keepPreviewFrame(SharedStatus& shared, const std::byte* pixels);  // kFrameBytes of them
+void copyPreviewFrame(SharedStatus& shared, std::vector<std::byte>& to);
+bool replaceStatusText(SharedStatus& shared, std::wstring_view text);  // false: it was there already
+std::wstring statusTextNow(SharedStatus& shared);
+BrokerSettings settingsNow(SharedStatus& shared);
+void replaceSettings(SharedStatus& shared, const BrokerSettings& settings);
 
 // Whether the last frame still counts as the present; not when there was none. Pure.
 bool frameIsRecent(Tick lastFrameTick, Tick now);

@@ -60,9 +60,7 @@ constexpr std::uint32_t kReportEveryFrames = 16;
 
 // The wait before the next attempt, given the failures before this one.
 constexpr Tick recoveryDelayMs(std::uint32_t failures) {
-    constexpr Tick kLongestMs = 10'000;
-    const Tick delay = Tick{1000} << (failures < 3 ? failures : 3);
-    return delay < kLongestMs ? delay : kLongestMs;
+    return Tick{1000} << (failures < 3 ? failures : 3);
 }
 
 // What is remembered from one pass to the next, beside SharedStatus. A plain value: whoever has it and the

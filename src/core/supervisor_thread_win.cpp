@@ -89,13 +89,8 @@ void sendCommand(SharedStatus& shared, HANDLE wakeEvent, SupervisorCommand comma
 }
 
 void showStatusText(SharedStatus& shared, HWND window, std::wstring_view text) {
-    {
-        const std::lock_guard guard(shared.statusLock);
-        if (shared.statusText == text)
-            return;
-        shared.statusText = text;
-    }
-    PostMessageW(window, kMessageStatusChanged, 0, 0);
+    if (replaceStatusText(shared, text))
+        PostMessageW(window, kMessageStatusChanged, 0, 0);
 }
 
 }  // namespace vextra

@@ -44,6 +44,7 @@ struct IMFCamSyncObject;  // never made here
 
 // Page "IMFVirtualCamera interface (mfvirtualcamera.h)"; from Windows 11 (build 22000) on. The methods stand
 // in the order of the object's table: none may be left out or moved.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): COM objects release themselves
 struct DECLSPEC_UUID("1C08A864-EF6C-4C75-AF59-5F2D68DA9563") IMFVirtualCamera : public IMFAttributes {
     virtual HRESULT STDMETHODCALLTYPE AddDeviceSourceInfo(LPCWSTR deviceSourceInfo) = 0;
     virtual HRESULT STDMETHODCALLTYPE AddProperty(const DEVPROPKEY* key, DEVPROPTYPE type, const BYTE* data,

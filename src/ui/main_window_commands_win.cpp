@@ -135,8 +135,7 @@ void MainWindow::showTrayMenu() {
 // --- The settings ---
 
 BrokerSettings MainWindow::settingsInEffect() const {
-    const std::lock_guard guard(shared_.settingsLock);
-    return shared_.settings;
+    return settingsNow(shared_);
 }
 
 SourceKind MainWindow::sourceInEffect() const {
@@ -145,8 +144,7 @@ SourceKind MainWindow::sourceInEffect() const {
 }
 
 void MainWindow::putSettingsInEffect(const BrokerSettings& settings) {
-    const std::lock_guard guard(shared_.settingsLock);
-    shared_.settings = settings;
+    replaceSettings(shared_, settings);
 }
 
 // The leases are counted anew: the Supervisor's last count may be a pass old.

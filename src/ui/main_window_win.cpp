@@ -235,12 +235,7 @@ void MainWindow::refreshButtons(Tick now) {
 }
 
 void MainWindow::onStatusChanged() {
-    std::wstring text;
-    {
-        const std::lock_guard guard(shared_.statusLock);
-        text = shared_.statusText;
-    }
-    controls_.setText(kIdStatusLine, text);
+    controls_.setText(kIdStatusLine, statusTextNow(shared_));
     InvalidateRect(window_, nullptr, FALSE);
 }
 
@@ -359,8 +354,7 @@ WindowState MainWindow::windowState(SIZE clientPixels) const {
 // The newest frame, or the picture that stands for none.
 const std::byte* MainWindow::pictureToShow(bool live) {
     if (live) {
-        const std::lock_guard guard(shared_.statusLock);
-        picture_ = shared_.previewFrame;
+        copyPreviewFrame(shared_, picture_);
         pictureIsPlaceholder_ = false;
     } else if (!pictureIsPlaceholder_) {
         fillPlaceholderFrame(picture_);

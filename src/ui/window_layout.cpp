@@ -47,8 +47,8 @@ enum class Shown {
 };
 
 struct Row {
-    ControlId id;
-    Shown shown;
+    ControlId id{};
+    Shown shown = Shown::kOnEveryPanel;
     Length x, y, width, height;
 };
 

@@ -36,7 +36,7 @@ struct LayoutInput {
 };
 
 struct PlacedControl {
-    ControlId id;
+    ControlId id{};
     PixelRect place;  // of a drop-down list: with its open list; no side is ever negative
 };
 

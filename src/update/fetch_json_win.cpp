@@ -18,6 +18,7 @@ bool isJsonOfAllowedSize(const HttpsTransfer& transfer) {
 // byte now and then keeps every single read within its timeout.
 std::optional<std::string> readBody(HttpsTransfer& transfer, const UpdateCheckRequest& request) {
     std::string body;
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): what is read fills it
     std::array<std::byte, kJsonReadBytes> piece;
     for (Tick elapsed = transfer.elapsedMs(); elapsed < request.totalTimeoutMs;
          elapsed = transfer.elapsedMs()) {

@@ -13,7 +13,7 @@ namespace {
 struct PublicKeyBlob {
     ULONG magic = BCRYPT_ECDSA_PUBLIC_P256_MAGIC;  // "ECS1"
     ULONG coordinateBytes = 32;
-    EcPoint point;
+    EcPoint point{};
 };
 static_assert(offsetof(PublicKeyBlob, point) == 8 && sizeof(PublicKeyBlob) == 72);
 

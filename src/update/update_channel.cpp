@@ -150,8 +150,7 @@ void UpdateChannel::finishDownload() {
     buttonLabel_ = result.verified ? kInstallLabel : kRetryLabel;
     doors_.log(result.verified ? EventCode::kUpdateDownloadVerified : EventCode::kUpdateDownloadFailed, 0);
     doors_.showStatus(result.message);
-    if (updateAvailable_)
-        doors_.showNotice(result.message);
+    doors_.showNotice(result.message);
 }
 
 void UpdateChannel::beginShutdown() {

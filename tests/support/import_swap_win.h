@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include <cstring>
+#include <type_traits>
 
 #include "broker_fixture_win.h"
 
@@ -62,6 +63,30 @@ private:
 
     Function** const slot_;
     Function* const original_;
+};
+
+// What a refused call leaves as the thread's last error.
+inline constexpr DWORD kRefusedError = ERROR_NOT_SUPPORTED;
+inline constexpr long kRefusedStatus = static_cast<long>(0xC00000BB);  // the same as an NTSTATUS
+inline constexpr long kRefusedResult = static_cast<long>(0x80070032);  // and as an HRESULT
+
+// Every call of the function is refused while this lives; it answers `kAnswer`, for most functions 0 or null.
+template <typename Function, long kAnswer = 0>
+class RefusedImport;
+template <typename Result, typename... Arguments, long kAnswer>
+class RefusedImport<Result WINAPI(Arguments...), kAnswer> {
+public:
+    explicit RefusedImport(const char* name) : swap_(name, refuse) {}
+
+private:
+    static Result WINAPI refuse(Arguments...) {
+        SetLastError(kRefusedError);
+        if constexpr (std::is_pointer_v<Result>)
+            return nullptr;
+        else
+            return static_cast<Result>(kAnswer);
+    }
+    const ImportSwap<Result WINAPI(Arguments...)> swap_;
 };
 
 }  // namespace vextra::test

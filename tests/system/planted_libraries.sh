@@ -23,7 +23,7 @@ plant() { # FOLDER
         cp "$build/tests/planted-library.dll" "$1/$name.dll"
     done
 }
-marks() { find "$root" -name '*.loaded' -printf '%P\n' | tr A-Z a-z | sort; }
+marks() { find "$root" -name '*.loaded' -printf '%P\n' | tr '[:upper:]' '[:lower:]' | sort; }
 
 mkdir -p "$dir"
 dir=$(cd "$dir" && pwd)

@@ -6,6 +6,8 @@ set -euo pipefail
 
 build=$1 dir=$2
 session=${BASH_SOURCE[0]%/*}/../support/wine/session
+# A pattern: each use finds the one user's file.
+# shellcheck disable=SC2125
 log=$dir/prefix/drive_c/users/*/AppData/Local/Vextra/CameraVirtualMFBeta/diagnostic.log
 trayPid=''
 

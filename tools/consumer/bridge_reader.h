@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "bridge/bridge_layout.h"
+#include "bridge/shared_words.h"
 
 namespace vextra {
 
@@ -28,6 +29,36 @@ struct ReadResult {
     bool consistent = false;     // false: every attempt was torn, the frame's content is worth nothing
     std::uint32_t attempts = 0;  // 1 to kMaxReadAttempts
 };
+
+// The fields of a header, each by itself whole, and with them whatever `takePixels` (called with them) takes.
+template <typename TakePixels>
+void copyUpdate(const BridgeFile& file, BridgeHeader& copy, const TakePixels& takePixels) {
+    const BridgeHeader& shared = file.header;
+    copy.magic = loadShared(shared.magic);
+    copy.version = loadShared(shared.version);
+    copy.width = loadShared(shared.width);
+    copy.height = loadShared(shared.height);
+    copy.stride = loadShared(shared.stride);
+    copy.payloadBytes = loadShared(shared.payloadBytes);
+    copy.state = loadShared(shared.state);
+    copy.tickMs = loadShared(shared.tickMs);
+    copy.frameCounter = loadShared(shared.frameCounter);
+    copy.writerPid = loadShared(shared.writerPid);
+    copy.writerSession = loadShared(shared.writerSession);
+    takePixels(copy);
+}
+
+// One attempt at one update. False: the copy is torn, and worth nothing.
+template <typename TakePixels>
+bool tryReadUpdate(const BridgeFile& file, BridgeHeader& copy, const TakePixels& takePixels) {
+    copy.sequence = loadShared(file.header.sequence, std::memory_order_acquire);
+    if (copy.sequence % 2 == 1)
+        return false;
+    copyUpdate(file, copy, takePixels);
+    // Everything above is read before the sequence word is read again.
+    std::atomic_thread_fence(std::memory_order_acquire);
+    return loadShared(file.header.sequence) == copy.sequence;
+}
 
 // The sequence word alone: as long as it stays the same, nothing new is there.
 std::uint32_t peekSequence(const BridgeFile& file);

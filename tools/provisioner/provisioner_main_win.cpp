@@ -24,7 +24,7 @@ std::wstring ownExecutablePath() {
 // Who is meant when nobody was named: what there is belongs to the registered owner; what is to be made, to
 // the one who asks for it.
 std::wstring defaultOwner(ProvisionCommand command) {
-    const std::wstring registered = readBrokerRegistryValue(kOwnerSidValue);
+    std::wstring registered = readBrokerRegistryValue(kOwnerSidValue);
     if (command != ProvisionCommand::kProvision && !registered.empty())
         return registered;
     return currentUserSidString();

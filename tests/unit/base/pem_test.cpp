@@ -38,6 +38,7 @@ TEST(Pem, TakesEitherKindOfLineBreak) {
 TEST(Pem, RefusesWhatIsNotExactlyThatBlock) {
     for (const char* pem :
          {"", "Zm9v", "-----BEGIN X-----", "-----BEGIN X-----\nZm9v\n",
+          "-----BEGIN X\nZm9v\n-----END X-----\n", "-----BEGIN X-----\nZm9v\n-----END X",
           "-----BEGIN X-----\nZm9v\n-----END Y-----\n", "-----BEGIN Y-----\nZm9v\n-----END Y-----\n",
           "-----BEGIN X-----\nZm9\n-----END X-----\n", "-----BEGIN X-----\nZm9vZg==\n-----END X-----\n",
           "-----BEGIN X-----\nZm9v=\n-----END X-----\n", "-----BEGIN X-----\nZm 9v\n-----END X-----\n",

@@ -235,6 +235,12 @@ TEST(SecretString, ComparesByText) {
     EXPECT_TRUE(SecretUtf8() == SecretUtf8(""));
 }
 
+// Containers free through one allocator what they got through another.
+TEST(WipingAllocator, IsAsGoodAsAnyOther) {
+    EXPECT_TRUE(WipingAllocator<char>() == WipingAllocator<char>());
+    EXPECT_TRUE(WipingAllocator<char>() == WipingAllocator<wchar_t>());
+}
+
 template <typename Stream, typename Value>
 concept Streamable = requires(Stream& stream, const Value& value) {
     stream << value;

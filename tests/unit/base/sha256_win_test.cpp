@@ -53,6 +53,26 @@ NTSTATUS WINAPI failToHash(BCRYPT_HASH_HANDLE, PUCHAR, ULONG, ULONG) {
     return static_cast<NTSTATUS>(0xC0000001);
 }
 
+TEST(Sha256, IsNoneWhenTheSystemHasNone) {
+    {
+        const test::RefusedImport<decltype(BCryptOpenAlgorithmProvider), test::kRefusedStatus> refused(
+            "BCryptOpenAlgorithmProvider");
+        EXPECT_FALSE(sha256Of({}));
+    }
+    {
+        const test::RefusedImport<decltype(BCryptGetProperty), test::kRefusedStatus> refused(
+            "BCryptGetProperty");
+        EXPECT_FALSE(sha256Of({}));
+    }
+    {
+        const test::RefusedImport<decltype(BCryptCreateHash), test::kRefusedStatus> refused(
+            "BCryptCreateHash");
+        EXPECT_FALSE(sha256Of({}));
+    }
+    const test::RefusedImport<decltype(BCryptFinishHash), test::kRefusedStatus> refused("BCryptFinishHash");
+    EXPECT_FALSE(sha256Of({}));
+}
+
 TEST(Sha256, FailsForGoodWhenThePieceFails) {
     Sha256 hash;
     {

@@ -6,6 +6,7 @@
 #include <sddl.h>
 
 #include "base/handle_win.h"
+#include "import_swap_win.h"
 
 namespace vextra {
 namespace {
@@ -34,6 +35,28 @@ TEST(Elevation, IsWhatTheProcessTokenSays) {
     const UniqueHandle token(raw);
     ASSERT_TRUE(GetTokenInformation(token.get(), TokenElevation, &elevation, sizeof elevation, &written));
     EXPECT_EQ(isElevatedOrUnknown(), elevation.TokenIsElevated != 0);
+}
+
+TEST(CurrentUserSid, IsEmptyWhenTheSystemDoesNotTell) {
+    {
+        const test::RefusedImport<decltype(OpenProcessToken)> refused("OpenProcessToken");
+        EXPECT_EQ(currentUserSidString(), L"");
+    }
+    {
+        const test::RefusedImport<decltype(GetTokenInformation)> refused("GetTokenInformation");
+        EXPECT_EQ(currentUserSidString(), L"");
+    }
+    const test::RefusedImport<decltype(ConvertSidToStringSidW)> refused("ConvertSidToStringSidW");
+    EXPECT_EQ(currentUserSidString(), L"");
+}
+
+TEST(Elevation, IsAssumedWhenTheSystemDoesNotTell) {
+    {
+        const test::RefusedImport<decltype(OpenProcessToken)> refused("OpenProcessToken");
+        EXPECT_TRUE(isElevatedOrUnknown());
+    }
+    const test::RefusedImport<decltype(GetTokenInformation)> refused("GetTokenInformation");
+    EXPECT_TRUE(isElevatedOrUnknown());
 }
 
 TEST(SessionOfProcess, OfThisProcessIsInteractive) {

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "broker_fixture_win.h"
+#include "import_swap_win.h"
 
 namespace vextra {
 namespace {
@@ -86,6 +87,24 @@ TEST(WakeWait, LeavesAWakeUpThatComesLaterForTheNextWait) {
     waiter.wait.waitShort(1);
     SetEvent(waiter.event.get());
     EXPECT_LT(waiter.shortWaitMs(kForEverMs), kLateMs);
+}
+
+void expectAWaitThatCanBeWoken(Waiter& waiter) {
+    EXPECT_GE(waiter.shortWaitMs(20), 20 - kClockSlackMs);
+    SetEvent(waiter.event.get());
+    EXPECT_LT(waiter.shortWaitMs(kForEverMs), kLateMs);
+}
+
+TEST(WakeWait, NeedsNoTimer) {
+    const test::RefusedImport<decltype(CreateWaitableTimerExW)> refused("CreateWaitableTimerExW");
+    Waiter waiter;
+    expectAWaitThatCanBeWoken(waiter);
+}
+
+TEST(WakeWait, NeedsNoTimerThatCanBeSet) {
+    Waiter waiter;
+    const test::RefusedImport<decltype(SetWaitableTimer)> refused("SetWaitableTimer");
+    expectAWaitThatCanBeWoken(waiter);
 }
 
 // The timer of a wait that the event ended runs out later, and must not cut the next wait short.

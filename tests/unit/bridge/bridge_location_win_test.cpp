@@ -5,6 +5,7 @@
 
 #include "bridge/bridge_location.h"
 #include "broker_fixture_win.h"
+#include "import_swap_win.h"
 
 namespace vextra {
 namespace {
@@ -190,6 +191,11 @@ TEST_F(BridgeLocation, RefusesAnOwnerThatIsNoSid) {
     expectNeither();
 }
 
+TEST_F(BridgeLocation, RefusesAnOwnerThatTheSystemRefuses) {
+    const test::RefusedImport<decltype(ConvertStringSidToSidW)> refused("ConvertStringSidToSidW");
+    expectNeither();
+}
+
 TEST_F(BridgeLocation, TakesAnOwnerOf184CharactersButNot185) {
     // 15 sub-authorities at most: ten-digit numbers, padded with leading zeros to the length wanted.
     const auto sidOfLength = [](std::size_t length) {
@@ -248,6 +254,12 @@ TEST_F(BridgeLocation, IsOwnedByTheRegisteredUserExactly) {
     machine.registry.set(kOwnerSidValue, L"s" + machine.owner.substr(1));
     EXPECT_FALSE(ownerIsCurrentUser());
     machine.registry.remove(kOwnerSidValue);
+    EXPECT_FALSE(ownerIsCurrentUser());
+}
+
+TEST_F(BridgeLocation, IsNotOwnedByAnUnknownUserThoughNoOwnerIsRegistered) {
+    machine.registry.remove(kOwnerSidValue);
+    const test::RefusedImport<decltype(OpenProcessToken)> refused("OpenProcessToken");
     EXPECT_FALSE(ownerIsCurrentUser());
 }
 

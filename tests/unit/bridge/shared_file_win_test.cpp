@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "broker_fixture_win.h"
+#include "import_swap_win.h"
 
 namespace vextra {
 namespace {
@@ -121,6 +122,28 @@ TEST_F(SharedFileOnDisk, IsLetGoWhenItIsRefused) {
     makeFile(path, kSizeBytes + 1);
     EXPECT_FALSE(opensAnyWay());
     EXPECT_FALSE(isHeldOpen(path));
+}
+
+TEST_F(SharedFileOnDisk, IsLetGoWhenTheSystemRefusesAStep) {
+    makeFile(path, kSizeBytes);
+    {
+        const test::RefusedImport<decltype(GetFileInformationByHandle)> refused("GetFileInformationByHandle");
+        EXPECT_FALSE(opensAnyWay());
+    }
+    {
+        const test::RefusedImport<decltype(GetFileSizeEx)> refused("GetFileSizeEx");
+        EXPECT_FALSE(opensAnyWay());
+    }
+    {
+        const test::RefusedImport<decltype(CreateFileMappingW)> refused("CreateFileMappingW");
+        EXPECT_FALSE(opensAnyWay());
+    }
+    {
+        const test::RefusedImport<decltype(MapViewOfFile)> refused("MapViewOfFile");
+        EXPECT_FALSE(opensAnyWay());
+    }
+    EXPECT_FALSE(isHeldOpen(path));
+    EXPECT_TRUE(opens());
 }
 
 TEST_F(SharedFileOnDisk, IsLetGoWhenAnotherIsMovedOver) {

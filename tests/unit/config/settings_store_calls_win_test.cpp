@@ -220,6 +220,14 @@ TEST_F(SettingsStore, WritesNothingWithoutItsSecurityDescriptor) {
     EXPECT_TRUE(files().empty());
 }
 
+TEST_F(SettingsStore, WritesNothingForAnUnknownUser) {
+    {
+        const test::RefusedImport<decltype(GetTokenInformation)> refused("GetTokenInformation");
+        EXPECT_FALSE(save(L"h"));
+    }
+    EXPECT_TRUE(files().empty());
+}
+
 class FailingSave : public SettingsStore {
 protected:
     void SetUp() override { saveWithBackup(); }

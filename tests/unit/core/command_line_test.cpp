@@ -170,5 +170,9 @@ TEST(InstallRoot, OfABinFolderInTheDriveRootIsTheDrive) {
     EXPECT_EQ(installRootOf(L"C:\\bin\\broker.exe"), L"C:");
 }
 
+TEST(InstallRoot, OfAnExecutableInTheDriveRootIsTheDrive) {
+    EXPECT_EQ(installRootOf(L"C:\\broker.exe"), L"C:");
+}
+
 }  // namespace
 }  // namespace vextra

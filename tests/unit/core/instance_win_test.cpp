@@ -9,6 +9,7 @@
 
 #include "broker_fixture_win.h"
 #include "core/supervisor_thread_win.h"
+#include "import_swap_win.h"
 
 namespace vextra {
 namespace {
@@ -103,6 +104,17 @@ TEST(StopSignal, IsClearedByWhoeverTakesIt) {
     SetEvent(signal.get());
     EXPECT_TRUE(isSet(signal));
     EXPECT_FALSE(isSet(signal));
+}
+
+// Without its list of who may set it, any program could end the broker.
+TEST(StopSignal, IsNotMadeForNobodyNorWithoutItsAccessList) {
+    {
+        const test::RefusedImport<decltype(OpenProcessToken)> refused("OpenProcessToken");
+        EXPECT_FALSE(createStopSignal());
+    }
+    const test::RefusedImport<decltype(ConvertStringSecurityDescriptorToSecurityDescriptorW)> refused(
+        "ConvertStringSecurityDescriptorToSecurityDescriptorW");
+    EXPECT_FALSE(createStopSignal());
 }
 
 TEST(StopSignal, IsNotThereWithoutABroker) {

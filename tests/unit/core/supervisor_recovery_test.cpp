@@ -204,6 +204,15 @@ TEST_F(SupervisorTest, AutomaticGoesOnWithFfmpegAfterAGstreamerStall) {
     EXPECT_EQ(world.startedDecoder, DecoderBackend::kFfmpeg);
 }
 
+TEST_F(SupervisorTest, AutomaticWithoutGstreamerHasNothingToFallBackFrom) {
+    world.useSource(SourceKind::kCustomUrl);
+    world.shared.settings.decoder = DecoderBackend::kAutomatic;
+    goLive();
+    world.script = {-1};
+    passUntilReconnects(1);
+    EXPECT_EQ(world.countLogged(EventCode::kAutoGstreamerFallback), 0u);
+}
+
 TEST_F(SupervisorTest, TheNextEpisodeTriesGstreamerAgain) {
     world.useSource(SourceKind::kCustomUrl);
     world.shared.settings.decoder = DecoderBackend::kAutomatic;

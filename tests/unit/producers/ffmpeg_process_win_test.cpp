@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "ffmpeg_process_fixture_win.h"
+#include "import_swap_win.h"
 
 namespace vextra::test {
 namespace {
@@ -261,6 +262,90 @@ INSTANTIATE_TEST_SUITE_P(AsDecoder, FfmpegBrokenTest,
                              }
                              return "";
                          });
+
+// ---- a system that refuses ----
+
+constexpr auto kRefused = static_cast<std::int32_t>(kRefusedResult);
+
+class FfmpegRefusedTest : public FfmpegProcessTest {
+protected:
+    FfmpegRefusedTest() { install_.behave("then=hang"); }
+
+    void expectNoStart(const std::vector<std::pair<EventCode, std::int32_t>>& events) {
+        EXPECT_FALSE(decoder_.start(kSynthetic));
+        EXPECT_EQ(std::exchange(reports_.events, {}), events);
+        EXPECT_EQ(decoder_.processId(), 0u);
+    }
+    void expectLaunchFailed() { expectNoStart({{EventCode::kFfmpegLaunchFailed, kRefused}}); }
+};
+
+TEST_F(FfmpegRefusedTest, StartFailsWithoutPipes) {
+    const RefusedImport<decltype(CreatePipe)> refused("CreatePipe");
+    expectNoStart({});
+}
+
+int pipesLeft = 0;
+BOOL WINAPI onlySomePipes(HANDLE* read, HANDLE* write, SECURITY_ATTRIBUTES* security, DWORD bytes) {
+    return pipesLeft-- > 0 && realFunction<decltype(CreatePipe)>("CreatePipe")(read, write, security, bytes);
+}
+
+TEST_F(FfmpegRefusedTest, StartFailsWithOnePipeAndLeavesNoHandle) {
+    const ImportSwap<decltype(onlySomePipes)> swap("CreatePipe", onlySomePipes);
+    pipesLeft = 1;
+    const std::uint32_t before = ownHandleCount();
+    expectNoStart({});
+    EXPECT_EQ(pipesLeft, -1);
+    EXPECT_EQ(ownHandleCount(), before);
+}
+
+// Without the list the child would inherit whatever can be inherited.
+TEST_F(FfmpegRefusedTest, StartFailsWithoutTheListOfInheritedHandles) {
+    {
+        const RefusedImport<decltype(InitializeProcThreadAttributeList)> refused(
+            "InitializeProcThreadAttributeList");
+        expectLaunchFailed();
+    }
+    const RefusedImport<decltype(UpdateProcThreadAttribute)> refused("UpdateProcThreadAttribute");
+    expectLaunchFailed();
+}
+
+// Without the job the child would outlive a broker that is killed.
+TEST_F(FfmpegRefusedTest, StartFailsWithoutAJobThatEndsTheChild) {
+    {
+        const RefusedImport<decltype(CreateJobObjectW)> refused("CreateJobObjectW");
+        expectLaunchFailed();
+    }
+    const RefusedImport<decltype(SetInformationJobObject)> refused("SetInformationJobObject");
+    expectLaunchFailed();
+}
+
+std::optional<FollowedProcess> refusedChild;
+BOOL WINAPI noteAndRefuse(HANDLE, HANDLE process) {
+    refusedChild.emplace(GetProcessId(process));
+    SetLastError(kRefusedError);
+    return FALSE;
+}
+
+TEST_F(FfmpegRefusedTest, AChildThatDoesNotGetIntoTheJobIsEnded) {
+    const ImportSwap<decltype(noteAndRefuse)> swap("AssignProcessToJobObject", noteAndRefuse);
+    expectNoStart({{EventCode::kFfmpegJobAssignFailed, kRefused}});
+    ASSERT_TRUE(refusedChild);
+    EXPECT_FALSE(refusedChild->runs());
+    refusedChild.reset();
+}
+
+BOOL WINAPI onlySaySo(HANDLE, HANDLE) {
+    return TRUE;
+}
+
+TEST_F(FfmpegRefusedTest, StopEndsAChildThatItsJobDoesNotEnd) {
+    std::optional<ImportSwap<decltype(onlySaySo)>> swap(std::in_place, "AssignProcessToJobObject", onlySaySo);
+    const FollowedProcess child(startStub("then=hang").number("pid"));
+    swap.reset();
+    ASSERT_TRUE(child.runs());
+    decoder_.stop();
+    EXPECT_FALSE(child.runs());
+}
 
 // ---- the job ----
 

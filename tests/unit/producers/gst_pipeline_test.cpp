@@ -320,6 +320,10 @@ const Spoilt kSpoilt[] = {
      [](Sample& s) {
          s.framerate = {15, 1};
      }},
+    {"HalfTheFramerate",
+     [](Sample& s) {
+         s.framerate = {16, 2};
+     }},
     {"FramerateNotReduced",
      [](Sample& s) {
          s.framerate = {32, 2};

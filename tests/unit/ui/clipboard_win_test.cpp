@@ -142,6 +142,10 @@ TEST_F(Clipboard, StaysAsItWasWithoutMemory) {
         const GlobalAllocSwap swapped("GlobalAlloc", &noMemory);
         EXPECT_FALSE(copyToClipboard(window.handle(), L"refused"));
     }
+    {
+        const test::RefusedImport<decltype(GlobalLock)> refused("GlobalLock");
+        EXPECT_FALSE(copyToClipboard(window.handle(), L"refused"));
+    }
     EXPECT_STREQ(unitsOnClipboard(window.handle()).c_str(), L"before");
 }
 

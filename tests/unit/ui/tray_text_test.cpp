@@ -32,6 +32,10 @@ TEST(Cut, NeverKeepsHalfACharacter) {
     EXPECT_EQ(cutWithEllipsis(camera(125, 0), 127), camera(125, 0));
 }
 
+TEST(Cut, KeepsWholeCharactersOfTheLastUnits) {
+    EXPECT_EQ(cutWithEllipsis(L"a\uFF21\uFF22b", 3), L"a\uFF21…");
+}
+
 TEST(Cut, HasRoomForNothingElseThanTheEllipsis) {
     EXPECT_EQ(cutWithEllipsis(L"ab", 1), L"…");
     EXPECT_EQ(cutWithEllipsis(camera(0, 1), 2), L"…");

@@ -12,6 +12,7 @@ namespace vextra {
 namespace {
 
 using test::ImportSwap;
+using test::RefusedImport;
 
 template <typename Function>
 Function* realWinHttp(const char* name) {
@@ -49,6 +50,10 @@ BOOL WINAPI noteTimeouts(HINTERNET, int resolve, int connect, int send, int rece
 BOOL WINAPI noteOption(HINTERNET handle, DWORD option, LPVOID value, DWORD bytes) {
     asked.options[option] = *static_cast<DWORD*>(value);
     return realWinHttp<decltype(noteOption)>("WinHttpSetOption")(handle, option, value, bytes);
+}
+DWORD refusedOption = 0;
+BOOL WINAPI refuseOneOption(HINTERNET handle, DWORD option, LPVOID value, DWORD bytes) {
+    return option != refusedOption && noteOption(handle, option, value, bytes);
 }
 HINTERNET WINAPI noteConnect(HINTERNET session, LPCWSTR host, INTERNET_PORT port, DWORD reserved) {
     asked.host = host;
@@ -157,6 +162,33 @@ TEST_F(HttpsTransferCalls, CloseTheRequestThenTheConnectionThenTheSession) {
     EXPECT_TRUE(open(kJsonTransfer, L"https://h.example/x"));
     ASSERT_EQ(asked.opened.size(), 3u);
     EXPECT_EQ(asked.closed, (std::vector<HINTERNET>{asked.opened[2], asked.opened[1], asked.opened[0]}));
+}
+
+// Above all, nothing is sent when a restriction does not take effect.
+TEST_F(HttpsTransferCalls, EndAtTheFirstThatIsRefused) {
+    const auto expectEnd = [&] { EXPECT_FALSE(open(kJsonTransfer, L"https://h.example/x")); };
+    {
+        const RefusedImport<decltype(WinHttpOpen)> refused("WinHttpOpen");
+        expectEnd();
+    }
+    {
+        const RefusedImport<decltype(WinHttpSetTimeouts)> refused("WinHttpSetTimeouts");
+        expectEnd();
+    }
+    {
+        const RefusedImport<decltype(WinHttpConnect)> refused("WinHttpConnect");
+        expectEnd();
+    }
+    {
+        const RefusedImport<decltype(WinHttpOpenRequest)> refused("WinHttpOpenRequest");
+        expectEnd();
+    }
+    for (const DWORD option :
+         {WINHTTP_OPTION_SECURE_PROTOCOLS, WINHTTP_OPTION_DISABLE_FEATURE, WINHTTP_OPTION_AUTOLOGON_POLICY}) {
+        refusedOption = option;
+        const ImportSwap<decltype(refuseOneOption)> refused("WinHttpSetOption", refuseOneOption);
+        expectEnd();
+    }
 }
 
 TEST_F(HttpsTransferCalls, AreNotMadeForAnythingButHttps) {

@@ -2,7 +2,9 @@
 
 #include <windows.h>
 
+#include <objbase.h>
 #include <psapi.h>
+#include <shlobj.h>
 #include <winhttp.h>
 
 #include <gtest/gtest.h>
@@ -18,6 +20,7 @@ namespace {
 
 using test::ImportSwap;
 using test::realFunction;
+using test::RefusedImport;
 using test::ScratchLocalAppData;
 using test::SignedInstaller;
 using test::UpdateServer;
@@ -359,6 +362,24 @@ TEST_F(InstallerDownload, FailsWhereAFileIsInTheWayOfItsFolder) {
     std::filesystem::create_directories(localAppData->folder() / L"Vextra\\CameraVirtualMFBeta");
     writeFile(localAppData->updates(), "");
     EXPECT_EQ(download(installer->publish(bytes)).message, kFailed);
+}
+
+TEST_F(InstallerDownload, AsksForNothingWithoutAFolderOfItsOwn) {
+    const UpdateManifest manifest = installer->publish(bytes);
+    {
+        const RefusedImport<decltype(SHGetKnownFolderPath), test::kRefusedResult> refused(
+            "SHGetKnownFolderPath");
+        expectFailure(manifest);
+    }
+    {
+        const RefusedImport<decltype(CoCreateGuid), test::kRefusedResult> refused("CoCreateGuid");
+        expectFailure(manifest);
+    }
+    {
+        const RefusedImport<decltype(CreateDirectoryW)> refused("CreateDirectoryW");
+        expectFailure(manifest);
+    }
+    EXPECT_EQ(installer->folder().requests("Setup.exe"), "");
 }
 
 // --- Size ---

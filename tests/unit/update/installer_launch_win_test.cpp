@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <bcrypt.h>
 #include <shellapi.h>
 
 #include <gtest/gtest.h>
@@ -173,6 +174,35 @@ TEST_F(InstallerLaunch, OpensTheFileItselfAndNotWhatALinkPointsAt) {
 TEST_F(InstallerLaunch, StartsNothingWhileSomebodyMayWriteToTheFile) {
     const UniqueFile writer = openFile(path, GENERIC_WRITE, kShareAll, OPEN_EXISTING);
     expectNotStarted();
+}
+
+TEST_F(InstallerLaunch, StartsNothingThatCannotBeReadToItsEnd) {
+    {
+        const test::RefusedImport<decltype(GetFileInformationByHandle)> refused("GetFileInformationByHandle");
+        expectNotStarted();
+    }
+    {
+        const test::RefusedImport<decltype(GetFileSizeEx)> refused("GetFileSizeEx");
+        expectNotStarted();
+    }
+    const test::RefusedImport<decltype(ReadFile)> refused("ReadFile");
+    expectNotStarted();
+}
+
+// The signature has been verified by then, so that what fails is the digest of the file.
+int hashedPieces = 0;
+NTSTATUS WINAPI hashTheManifestAlone(BCRYPT_HASH_HANDLE hash, PUCHAR bytes, ULONG count, ULONG flags) {
+    using Hash = NTSTATUS WINAPI(BCRYPT_HASH_HANDLE, PUCHAR, ULONG, ULONG);
+    const auto real = reinterpret_cast<Hash*>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"bcrypt.dll"), "BCryptHashData")));
+    return ++hashedPieces == 1 ? real(hash, bytes, count, flags) : test::kRefusedStatus;
+}
+
+TEST_F(InstallerLaunch, StartsNothingThatCannotBeHashed) {
+    hashedPieces = 0;
+    const ImportSwap<decltype(hashTheManifestAlone)> swap("BCryptHashData", hashTheManifestAlone);
+    expectNotStarted();
+    EXPECT_EQ(hashedPieces, 2);
 }
 
 TEST_F(InstallerLaunch, StartsNothingUnderAManifestThatIsNotTrustedAnyMore) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "manifest_text.h"
 
 namespace vextra {
@@ -170,6 +172,28 @@ TEST(OfficialInstaller, HasTheBuildInItsFolder) {
 TEST(OfficialInstaller, HasAVersion) {
     EXPECT_FALSE(official("..", "https://updates.example:8443/camera-virtual-vextra-mf/../Setup.exe"));
     EXPECT_FALSE(official("", "https://updates.example:8443/camera-virtual-vextra-mf//Setup.exe"));
+}
+
+TEST(InstallerDigest, IsTheManifestsInEitherCase) {
+    const std::vector<std::byte> digest(32, std::byte{0xAB});
+    UpdateManifest manifest;
+    for (const char* pair : {"ab", "AB", "aB"}) {
+        manifest.sha256.clear();
+        for (int i = 0; i < 32; ++i)
+            manifest.sha256 += pair;
+        EXPECT_TRUE(isInstallerDigest(manifest, digest)) << pair;
+    }
+}
+
+TEST(InstallerDigest, IsNoOther) {
+    UpdateManifest manifest;
+    manifest.sha256 = std::string(64, 'a');
+    std::vector<std::byte> digest(32, std::byte{0xAA});
+    ASSERT_TRUE(isInstallerDigest(manifest, digest));
+    digest.back() = std::byte{0xAB};
+    EXPECT_FALSE(isInstallerDigest(manifest, digest));
+    digest.pop_back();
+    EXPECT_FALSE(isInstallerDigest(manifest, digest));
 }
 
 TEST(SignatureDocument, LiesBesideTheInstaller) {

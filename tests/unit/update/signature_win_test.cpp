@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "base/ascii.h"
 #include "import_swap_win.h"
 #include "signature_vectors.h"
@@ -126,6 +128,23 @@ TEST(Signature, ThatIsMalformedNeverReachesTheVerifier) {
 // Windows tells success by zero and above; a warning would be above too.
 NTSTATUS WINAPI refuseToVerify(BCRYPT_KEY_HANDLE, void*, PUCHAR, ULONG, PUCHAR, ULONG, ULONG) {
     return static_cast<NTSTATUS>(0xC000A000);
+}
+
+TEST(Signature, IsRefusedWhenTheSystemCannotVerify) {
+    const SignatureVector& vector = *std::ranges::find(kSignatureVectors, true, &SignatureVector::verifies);
+    ASSERT_TRUE(verifies(vector, vector.signature));
+    {
+        const test::RefusedImport<decltype(BCryptOpenAlgorithmProvider), test::kRefusedStatus> refused(
+            "BCryptOpenAlgorithmProvider");
+        EXPECT_FALSE(verifies(vector, vector.signature));
+    }
+    {
+        const test::RefusedImport<decltype(BCryptHashData), test::kRefusedStatus> refused("BCryptHashData");
+        EXPECT_FALSE(verifies(vector, vector.signature));
+    }
+    const test::RefusedImport<decltype(BCryptImportKeyPair), test::kRefusedStatus> refused(
+        "BCryptImportKeyPair");
+    EXPECT_FALSE(verifies(vector, vector.signature));
 }
 
 TEST(Signature, IsRefusedWhenTheSystemSaysSo) {

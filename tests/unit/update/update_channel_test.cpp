@@ -481,6 +481,17 @@ TEST_F(UpdateWindow, AnEndThatBeganWhileTheUserWasAskedKeepsTheInstallerClosed) 
     EXPECT_TRUE(takeSaid(kNotice).empty());
 }
 
+TEST_F(UpdateWindow, ACheckThatEndedWhileTheUserWasAskedKeepsTheEarlierInstallerClosed) {
+    checkAndDownload();
+    whileAsking = [this] {
+        result.manifest.version = "0.4.0";
+        check();
+    };
+    channel.pressInstallerButton();
+    EXPECT_TRUE(opened.empty());
+    EXPECT_EQ(channel.installerButtonLabel(), L"Baixar atualização");
+}
+
 TEST_F(UpdateWindow, AnInstallerThatDidNotStartCanBeStartedAgain) {
     checkAndDownload();
     installerOpens = false;
