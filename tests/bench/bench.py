@@ -16,8 +16,9 @@ import subprocess
 import sys
 import time
 
-from broker_session import (BROKER, PATIENCE_S, STATE_STOPPED, BarePlayer, BareReader, BenchError, Bridge, Broker,
-                            Session, cpu_ms, end, memory, say, thread_rates, wait_for, windows_path)
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
+from broker_session import (BROKER, PATIENCE_S, STATE_STOPPED, BarePlayer, BareReader, Bridge, Broker,  # noqa: E402
+                            HarnessError, Session, cpu_ms, end, memory, say, thread_rates, wait_for, windows_path)
 
 FRAMES_PER_SECOND = 16
 SETTLE_S = 3  # a network stream begins with a backlog
@@ -66,9 +67,7 @@ class Bench:
 
     def prepare(self):
         self.session.provision(self.root)
-        profile = self.session.local_app_data / "Vextra" / "CameraVirtualMF" / "source.private.ini"
-        profile.parent.mkdir(parents=True, exist_ok=True)
-        profile.write_text(f"[source]\r\nurl={self.camera_rtsp}\r\ntransport=tcp\r\n", newline="")
+        self.session.write_profile(self.camera_rtsp)
         self.bridge = Bridge(self.session)
         stub = self.session.folder / "stub"
         shutil.rmtree(stub, ignore_errors=True)
@@ -93,7 +92,7 @@ class Bench:
         finally:
             end(process)
         if process.returncode != 0:
-            raise BenchError(f"the consumer ended with {process.returncode}")
+            raise HarnessError(f"the consumer ended with {process.returncode}")
         return json.loads(output.splitlines()[-1])
 
     def sources(self):
@@ -210,7 +209,7 @@ class Bench:
         rest = sorted((tid for tid in rates if tid != pid and not rates[tid]["name"].startswith("wine_")),
                       key=lambda tid: rates[tid]["switches"], reverse=True)
         if not rest:
-            raise BenchError("an idle process without its worker thread")
+            raise HarnessError("an idle process without its worker thread")
         others = {f"{rates[tid]['name']} {tid}": rates[tid]["switches"] for tid in rates
                   if tid not in (pid, rest[0])}
         return {"main": rates[pid], "worker": rates[rest[0]], "othersOfOurs": len(rest) - 1, "others": others,
@@ -401,7 +400,7 @@ def main():
     start = time.monotonic()
     try:
         bench.run()
-    except (BenchError, OSError, subprocess.TimeoutExpired) as error:
+    except (HarnessError, OSError, subprocess.TimeoutExpired) as error:
         print(f"bench: {error}", file=sys.stderr)
         return 1
     finally:

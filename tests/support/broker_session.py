@@ -11,7 +11,7 @@ import threading
 import time
 
 HERE = pathlib.Path(__file__).resolve().parent
-SESSION_SCRIPT = HERE.parent / "support" / "wine" / "session"
+SESSION_SCRIPT = HERE / "wine" / "session"
 BROKER = "CameraVirtualVextraMF.exe"
 
 PATIENCE_S = 20
@@ -22,7 +22,7 @@ STATE_STOPPED, STATE_LIVE = 0, 2
 CLOCK_LAG_MS = 20
 
 
-class BenchError(Exception):
+class HarnessError(Exception):
     pass
 
 
@@ -34,7 +34,7 @@ def wait_for(condition, what, timeout_s=PATIENCE_S, pause_s=0.002):
     deadline = time.monotonic() + timeout_s
     while not (value := condition()):
         if time.monotonic() > deadline:
-            raise BenchError(f"waited {timeout_s} s for {what}")
+            raise HarnessError(f"waited {timeout_s} s for {what}")
         time.sleep(pause_s)
     return value
 
@@ -82,6 +82,11 @@ def thread_rates(pid, seconds):
             for tid, (name, switches, cpu_ns) in after.items() if tid in before}
 
 
+def tick_now():
+    """What GetTickCount64 tells under Wine, which is up to CLOCK_LAG_MS behind."""
+    return time.clock_gettime_ns(time.CLOCK_MONOTONIC_RAW) // 1_000_000
+
+
 # --- The session --------------------------------------------------------------------------------------------
 
 
@@ -93,10 +98,16 @@ class Session:
     def __init__(self, folder, out):
         self.folder, self.out = folder.resolve(), out.resolve()
         self.prefix = self.folder / "prefix"
-        self.errors = open(self.folder / "bench-errors.log", "w")
+        self.errors = open(self.folder / "errors.log", "w")
         (self.local_app_data,) = self.prefix.glob("drive_c/users/*/AppData/Local")
         environment = (self.folder / "session.env").read_text()
         self.server_pid = int(re.search(r"^SESSION_SERVER_PID=(\d+)", environment, re.M)[1])
+
+    def write_profile(self, url):
+        """What the installer does for a user: a broker without settings of its own takes its source from here."""
+        profile = self.local_app_data / "Vextra" / "CameraVirtualMF" / "source.private.ini"
+        profile.parent.mkdir(parents=True, exist_ok=True)
+        profile.write_text(f"[source]\r\nurl={url}\r\ntransport=tcp\r\n", newline="")
 
     def start(self, program, *arguments, elevated=False, variables=None):
         options = ["--elevated"] if elevated else []
@@ -113,19 +124,24 @@ class Session:
         finally:
             end(process)
         if process.returncode != 0:
-            raise BenchError(f"{program.name} ended with {process.returncode}")
+            raise HarnessError(f"{program.name} ended with {process.returncode}")
         return output
 
-    def pid_of(self, program):
-        """The Linux id of the one process of the session that runs this program."""
+    def pids_of(self, name):
+        """The Linux ids of the processes of the session that run a program of this name."""
         wanted = f"WINEPREFIX={self.prefix}".encode()
+        found = []
         for folder in pathlib.Path("/proc").glob("[0-9]*"):
             with contextlib.suppress(OSError):
                 # The kernel keeps 15 characters of the name.
-                if (folder / "comm").read_text().strip() == program.name[:15] and \
+                if (folder / "comm").read_text().strip() == name[:15] and \
                         wanted in (folder / "environ").read_bytes().split(b"\0"):
-                    return int(folder.name)
-        return None
+                    found.append(int(folder.name))
+        return found
+
+    def pid_of(self, program):
+        """The Linux id of the one process of the session that runs this program."""
+        return next(iter(self.pids_of(program.name)), None)
 
     def provision(self, root):
         self.run(self.tool("vextra-provision.exe"), "--open-demand-to-owner",
@@ -166,8 +182,16 @@ class Bridge:
     def frame_counter(self):
         return self._frame[40:48].cast("Q")[0]
 
+    def heartbeat(self, slot):
+        """The tick of the slot's last heartbeat; 0 when it is released."""
+        return self._demand[2 * slot + 1]
+
+    def touch_pages(self):
+        """So that the kernel counts the frame's pages as shared ones of the broker."""
+        return sum(self._frame[::mmap.PAGESIZE])
+
     def _beat(self):
-        self._demand[1] = time.clock_gettime_ns(time.CLOCK_MONOTONIC_RAW) // 1_000_000 - CLOCK_LAG_MS
+        self._demand[1] = tick_now() - CLOCK_LAG_MS
 
     @contextlib.contextmanager
     def lease(self):
@@ -196,14 +220,18 @@ class Bridge:
 
 
 class Broker:
-    """A running broker: hidden unless told otherwise, with the synthetic source unless the profile counts."""
+    """A running broker: hidden unless told otherwise, with the synthetic source unless the profile counts. With an
+    evidence folder, which must exist, it logs the hash of every frame, and logs there."""
 
-    def __init__(self, session, root, visible=False, synthetic=True, variables=None):
+    def __init__(self, session, root, visible=False, synthetic=True, variables=None, evidence=None):
         self.session, self.root, self.executable = session, root, root / "bin" / BROKER
         self.variables = variables
         self.options = ([] if visible else ["--background"]) + (["--test-pattern"] if synthetic else [])
         data = session.local_app_data / "Vextra" / "CameraVirtualMFBeta"
         self.log, self.lock = data / "diagnostic.log", data / "app.lock"
+        if evidence:
+            self.options += ["--evidence-dir", windows_path(evidence)]
+            self.log = evidence / "app.log"
 
     def __enter__(self):
         # Only the installed broker can be told to shut down.
@@ -225,13 +253,16 @@ class Broker:
                 self.session.run(self.executable, "--shutdown-broker")
                 status = self.process.wait(PATIENCE_S)
                 if status != 0:
-                    raise BenchError(f"the broker ended with {status}")
+                    raise HarnessError(f"the broker ended with {status}")
         finally:
             end(self.process)
 
+    @property
+    def windows_pid(self):
+        return int.from_bytes(self.lock.read_bytes(), "little")
+
     def probe(self):
-        windows_pid = int.from_bytes(self.lock.read_bytes(), "little")
-        output = self.session.run(self.session.test_program("bench-handle-count.exe"), str(windows_pid))
+        output = self.session.run(self.session.test_program("bench-handle-count.exe"), str(self.windows_pid))
         return {"handles": int(output.partition("=")[2]), "threads": len(threads(self.pid)),
                 **memory(self.pid)}
 
