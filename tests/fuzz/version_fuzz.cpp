@@ -1,25 +1,14 @@
 // Any bytes as three versions, one a line: no crash, and the order is one: it has two sides, and it carries
 // over.
+#include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string_view>
 
+#include "fuzz_text.h"
 #include "update/version.h"
 
-namespace {
-
-std::string_view takeLine(std::string_view& text) {
-    const std::string_view line = text.substr(0, text.find('\n'));
-    text.remove_prefix(line.size() + (line.size() < text.size() ? 1 : 0));
-    return line;
-}
-
-void expect(bool holds) {
-    if (!holds)
-        std::abort();
-}
-
-}  // namespace
+using vextra::test::expect;
+using vextra::test::takeLine;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::string_view rest(reinterpret_cast<const char*>(data), size);

@@ -43,7 +43,7 @@ std::optional<SigningKey> privateKeyFromPem(std::string_view pem);
 
 std::string publicKeyPem(const EcPoint& point);
 
-// Of values that need no escapes: the manifest's rules allow none that would.
+// Of values that need no escapes: neither a version nor its own installer's address can hold one that would.
 std::string manifestJson(const UpdateManifest& manifest);
 std::string signatureJson(std::string_view signatureHex);
 

@@ -6,8 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "split_arguments.h"
+
 namespace vextra {
 namespace {
+
+using test::splitArguments;
 
 constexpr wchar_t kExecutable[] = L"C:\\Program Files\\Vextra\\deps\\ffmpeg.exe";
 constexpr wchar_t kFront[] =
@@ -28,40 +32,6 @@ std::wstring asQuoted(std::wstring_view argument) {
     SecretText line;
     appendQuotedArgument(argument, line);
     return std::wstring(line.view());
-}
-
-// The other side: how a program takes its command line apart. Backslashes count only in front of a quotation
-// mark, where each two make one and an odd one out makes the mark an ordinary character.
-std::vector<std::wstring> splitArguments(std::wstring_view line) {
-    std::vector<std::wstring> arguments;
-    bool inArgument = false;
-    bool inQuotes = false;
-    for (std::size_t i = 0; i < line.size();) {
-        std::size_t backslashes = 0;
-        while (i < line.size() && line[i] == L'\\') {
-            ++backslashes;
-            ++i;
-        }
-        const bool atQuote = i < line.size() && line[i] == L'"';
-        const bool atBlank = i < line.size() && (line[i] == L' ' || line[i] == L'\t');
-        if (!inArgument && (backslashes > 0 || (i < line.size() && !atBlank))) {
-            arguments.emplace_back();
-            inArgument = true;
-        }
-        if (backslashes > 0)
-            arguments.back().append(atQuote ? backslashes / 2 : backslashes, L'\\');
-        if (i >= line.size())
-            break;
-        if (atQuote && backslashes % 2 == 0) {
-            inQuotes = !inQuotes;
-        } else if (atBlank && !inQuotes) {
-            inArgument = false;
-        } else {
-            arguments.back() += line[i];
-        }
-        ++i;
-    }
-    return arguments;
 }
 
 std::vector<std::wstring> argumentsFor(const FfmpegInput& input) {
