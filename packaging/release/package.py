@@ -3,8 +3,8 @@
 
     package.py --build BUILD --out FOLDER
 
-BUILD holds bin, deps and tools as built. The same input gives the same bytes: entries are sorted, and times and modes
-are fixed. Licence texts of the compiler's runtime are taken from the Debian packages that it was linked from.
+BUILD holds bin, deps and tools as built; programs of a checked build are refused. The same input gives the same bytes:
+entries are sorted, and times and modes are fixed. Licence texts of the compiler's runtime are taken from the Debian packages that it was linked from.
 """
 import argparse
 import pathlib
@@ -18,6 +18,9 @@ HERE = pathlib.Path(__file__).resolve().parent
 FFMPEG_RECIPE = ROOT / "packaging" / "ffmpeg"
 DEBIAN_DOCUMENTS = pathlib.Path("/usr/share/doc")
 COMMON_LICENCES = pathlib.Path("/usr/share/common-licenses")
+
+# The name of a variable that programs of a checked build know (tests/support/trap_report), as they hold it.
+MARK_OF_CHECKED_BUILD = "VEXTRA_TRAP_REPORT".encode("utf-16-le")
 
 EARLIEST_ZIP_TIME = (1980, 1, 1, 0, 0, 0)
 UNIX = 3
@@ -83,6 +86,13 @@ def contents(build):
     }
 
 
+def refuse_checked(files):
+    """A checked build ends at what people's programs go on from, and writes to a file that the environment names."""
+    for name, content in files.items():
+        if MARK_OF_CHECKED_BUILD in content:
+            sys.exit(f"package: {name} is of a checked build, which is for tests alone")
+
+
 def write_zip(path, files):
     unfinished = path.with_suffix(".new")
     with zipfile.ZipFile(unfinished, "w") as package:
@@ -100,9 +110,11 @@ def main():
     parser.add_argument("--build", type=pathlib.Path, required=True)
     parser.add_argument("--out", type=pathlib.Path, required=True)
     options = parser.parse_args()
+    files = contents(options.build)
+    refuse_checked(files)
     options.out.mkdir(parents=True, exist_ok=True)
     path = options.out / f"CameraVirtualVextraMF-{version()}-windows-x64.zip"
-    write_zip(path, contents(options.build))
+    write_zip(path, files)
     print(path)
 
 

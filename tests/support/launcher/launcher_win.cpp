@@ -7,6 +7,8 @@
 // - Its 32-bit exit code becomes one of the 8 bits that a host sees, so that a crash can never be mistaken
 // for
 //   one of the program's own codes (0xC0000005 cut to 8 bits would be 5).
+// - A check that ended any of the programs of a checked build counts as a crash, also when the test did not
+//   mind.
 
 #include <windows.h>
 
@@ -20,7 +22,9 @@
 #include "base/handle_win.h"
 #include "base/text_win.h"
 #include "start_process_win.h"
+#include "trap_report/trap_report.h"
 
+using vextra::UniqueFile;
 using vextra::UniqueHandle;
 
 namespace {
@@ -204,16 +208,39 @@ int hostExitCode(DWORD exitCode, const Options& options) {
     return kExitUnmappable;
 }
 
+std::wstring ownTemporaryFile(std::wstring_view name) {
+    wchar_t folder[MAX_PATH + 1];
+    const DWORD units = GetTempPathW(static_cast<DWORD>(std::size(folder)), folder);
+    return std::wstring(folder, units).append(name) + std::to_wstring(GetCurrentProcessId());
+}
+
 // GoogleTest makes this file when it starts and removes it when all tests are over. What is left of it tells
 // of a program that ended in between with 0: by exit in a test, or under Wine by a stack overflow that leaves
 // too little stack to report it.
 std::wstring unfinishedTestFile() {
-    wchar_t folder[MAX_PATH + 1];
-    const DWORD units = GetTempPathW(static_cast<DWORD>(std::size(folder)), folder);
-    return std::wstring(folder, units) + L"unfinished-test-" + std::to_wstring(GetCurrentProcessId());
+    return ownTemporaryFile(L"unfinished-test-");
+}
+
+// Says what programs of a checked build wrote when a check ended them. True: there was something.
+bool passOnTrapReports(const std::wstring& path) {
+    UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                OPEN_EXISTING, 0, nullptr));
+    if (!file) {
+        return false;
+    }
+    char text[4096];
+    for (DWORD size = 0; ReadFile(file.get(), text, sizeof(text), &size, nullptr) && size > 0;) {
+        std::fwrite(text, 1, size, stderr);
+    }
+    file.reset();
+    DeleteFileW(path.c_str());
+    return true;
 }
 
 int run(const Options& options) {
+    const std::wstring trapReports = ownTemporaryFile(L"trap-report-");
+    DeleteFileW(trapReports.c_str());
+    SetEnvironmentVariableW(vextra::test::kTrapReportVariable, trapReports.c_str());
     const std::wstring unfinished = unfinishedTestFile();
     if (options.exitCodes == ExitCodes::kTestVerdict) {
         DeleteFileW(unfinished.c_str());
@@ -280,13 +307,14 @@ int run(const Options& options) {
         !GetExitCodeProcess(process.get(), &exitCode)) {
         return failLastError(L"cannot wait for the program");
     }
+    const bool trapped = passOnTrapReports(trapReports);
     const int code = hostExitCode(exitCode, options);
     if (options.exitCodes == ExitCodes::kTestVerdict && DeleteFileW(unfinished.c_str()) && code == 0) {
         std::fprintf(stderr, "test-launcher: %s crashed: it ended with 0 before its tests were over\n",
                      vextra::utf8FromWide(options.command.front()).c_str());
         return kExitCrashed;
     }
-    return code;
+    return trapped ? kExitCrashed : code;
 }
 
 }  // namespace
