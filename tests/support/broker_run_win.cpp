@@ -51,6 +51,10 @@ BrokerRun::BrokerRun(const std::wstring& installRoot, const std::wstring& localA
 }
 
 BrokerRun::~BrokerRun() {
+    end();
+}
+
+void BrokerRun::end() {
 #ifdef VEXTRA_COVERAGE
     // The test is over; a broker that is killed would take what it counted with it.
     PostMessageW(window(), WM_COMMAND, kIdTrayQuit, 0);
