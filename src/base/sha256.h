@@ -17,8 +17,8 @@ class Sha256 {
 public:
     Sha256();
     ~Sha256();
-    Sha256(Sha256&&) noexcept;
-    Sha256& operator=(Sha256&&) noexcept;
+    Sha256(const Sha256&) = delete;
+    Sha256& operator=(const Sha256&) = delete;
 
     bool ready() const { return state_ != nullptr; }
 

@@ -33,8 +33,6 @@ Sha256::Sha256() {
 }
 
 Sha256::~Sha256() = default;
-Sha256::Sha256(Sha256&&) noexcept = default;
-Sha256& Sha256::operator=(Sha256&&) noexcept = default;
 
 bool Sha256::add(std::span<const std::byte> bytes) {
     // The system takes a pointer to what it does not change.

@@ -172,8 +172,6 @@ bool MainWindow::onCreate() {
     settingsPanel_.fillLists();
     settingsPanel_.fill(formFromSettings(settingsInEffect()));
     refreshButtons(GetTickCount64());
-    if (panel_ == Panel::kDiagnostics)
-        refreshLogs();
     SetTimer(window_, kTimerId, kTimerMs, nullptr);
     layoutControls();
     tray_.add(window_, trayImage(), currentStatusLabel());

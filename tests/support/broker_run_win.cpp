@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "core/instance_win.h"
+#include "ui/controls.h"
 
 namespace vextra::test {
 namespace {
@@ -15,6 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::uint64_t kLeaseId = 0x5445'5354'4C45'4153;
+[[maybe_unused]] constexpr std::uint32_t kQuitMs = 5000;
 constexpr auto kHeartbeat = std::chrono::milliseconds(250);
 
 }  // namespace
@@ -49,6 +51,15 @@ BrokerRun::BrokerRun(const std::wstring& installRoot, const std::wstring& localA
 }
 
 BrokerRun::~BrokerRun() {
+    end();
+}
+
+void BrokerRun::end() {
+#ifdef VEXTRA_COVERAGE
+    // The test is over; a broker that is killed would take what it counted with it.
+    PostMessageW(window(), WM_COMMAND, kIdTrayQuit, 0);
+    waitForExit(kQuitMs);
+#endif
     terminate();
 }
 

@@ -43,6 +43,7 @@ public:
     // The broker itself; its window exists when this returns. Options as on a command line.
     void start(const std::wstring& options);
     void terminate();  // as a crash would
+    void end();        // when the test is done with it, as at the end of this object
     bool runs() const;
     DWORD processId() const { return processId_; }
     HWND window() const;

@@ -49,6 +49,13 @@ TEST_F(Demand, ALeaseMakesWholeFramesLive) {
     }
 }
 
+// It only says what is so without it.
+TEST_F(Demand, ALeaseMakesABrokerLiveThatWasStartedWithForce) {
+    broker().start(L"--test-pattern --background --force");
+    viewer().takeLease();
+    EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));
+}
+
 TEST_F(Demand, TheHeaderSaysWhatTheFrameIsAndWhoWroteIt) {
     goLive();
     const BridgeHeader header = viewer().read().header;
@@ -255,6 +262,15 @@ TEST_F(Demand, UnlockingGoesOn) {
     SendMessageW(broker().window(), WM_WTSSESSION_CHANGE, WTS_SESSION_UNLOCK, 1);
     EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));
     EXPECT_EQ(broker().countEvents("SESSION_OWN_RESUME"), 1u);
+}
+
+TEST_F(Demand, OtherNewsOfTheSessionChangesNothing) {
+    goLive();
+    SendMessageW(broker().window(), WM_WTSSESSION_CHANGE, WTS_SESSION_REMOTE_CONTROL, 1);
+    EXPECT_TRUE(viewer().waitForFrameAfter(viewer().header().frameCounter + 16, 3000));
+    EXPECT_EQ(state(), static_cast<std::uint32_t>(BridgeState::kLive));
+    EXPECT_EQ(broker().countEvents("SESSION_PRIVATE_FALLBACK") + broker().countEvents("SESSION_OWN_RESUME"),
+              0u);
 }
 
 TEST_F(Demand, TheEndOfTheSessionStopsTheDecoderAndTheBroker) {

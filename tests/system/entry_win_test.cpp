@@ -1,4 +1,9 @@
 // The process entry: options, outputs, exit codes, the single instance, maintenance commands.
+#include <windows.h>
+
+#include <objbase.h>
+#include <shlobj.h>
+
 #include <filesystem>
 #include <regex>
 #include <sstream>
@@ -203,6 +208,26 @@ TEST_F(Entry, AnEvidenceFolderTakesTheLog) {
     broker().runToEnd(L"--test-pattern --test-seconds 1 --evidence-dir \"" + evidence + L"\"");
     EXPECT_TRUE(readFile(evidence + L"\\app.log").starts_with("tick="));
     EXPECT_FALSE(fs::exists(broker().dataFolder() + L"\\diagnostic.log"));
+}
+
+// Paths that begin with nothing would lie in the root of some drive.
+TEST_F(Entry, TheSystemNamesTheDataFolderWhereTheVariableIsMissing) {
+    PWSTR known = nullptr;
+    ASSERT_EQ(SHGetKnownFolderPath(FOLDERID_LocalAppData, 0, nullptr, &known), S_OK);
+    const fs::path folder = fs::path(known) / L"Vextra" / L"CameraVirtualMFBeta";
+    CoTaskMemFree(known);
+    std::error_code ignored;
+    fs::remove(folder / L"version.txt", ignored);
+    const ScopedVariable none(L"LOCALAPPDATA", nullptr);
+    EXPECT_EQ(broker().runToEnd(L"--version"), 0u);
+    EXPECT_TRUE(fs::remove(folder / L"version.txt", ignored));
+}
+
+TEST_F(Entry, AStopSignalThatCannotBeMadeEndsWith3) {
+    const std::wstring name = L"Local\\VextraMfBetaStop_" + currentUserSidString();
+    const UniqueHandle somethingElse(CreateMutexW(nullptr, FALSE, name.c_str()));
+    ASSERT_TRUE(somethingElse);
+    EXPECT_EQ(broker().runToEnd(L"--test-pattern --test-seconds 1"), 3u);
 }
 
 TEST_F(Entry, AnImportThatFailsEndsWith5BeforeAnyOutput) {

@@ -49,7 +49,7 @@ protected:
         publicKey.emplace(L"VEXTRA_TEST_CHANNEL_KEY", (keys / L"public.pem").c_str());
     }
     void TearDown() override {
-        broker().terminate();
+        broker().end();
         if (server)
             removeLeftovers();
     }

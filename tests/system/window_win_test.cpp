@@ -443,6 +443,16 @@ TEST_F(Window, IsWalkedThroughWithTheTabKey) {
     }
 }
 
+TEST_F(Window, MovesTheFocusOnAndBackWithoutBeingToldWhereTo) {
+    start();
+    window.press(kIdTabDiagnostics);
+    ASSERT_TRUE(window.focus(kIdTabSettings));
+    PostMessageW(window.handle(), WM_NEXTDLGCTL, FALSE, FALSE);
+    EXPECT_TRUE(waitUntil([&] { return window.focused() == kIdTabDiagnostics; }, 2000));
+    PostMessageW(window.handle(), WM_NEXTDLGCTL, TRUE, FALSE);
+    EXPECT_TRUE(waitUntil([&] { return window.focused() == kIdTabSettings; }, 2000));
+}
+
 TEST_F(Window, IsNotClosedByTheEscapeKey) {
     start();
     window.press(kIdTabDiagnostics);

@@ -1,7 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
+#include <string>
+
 #include "bridge/demand_channel.h"
 #include "broker_fixture_win.h"
+#include "import_swap_win.h"
 
 namespace vextra {
 namespace {
@@ -121,6 +126,42 @@ TEST_F(DemandOnDisk, IsNotChangedByAReaderWhateverItClaimsToHold) {
     channel.close();
     EXPECT_EQ(source.bytes(), before);
     EXPECT_EQ(channel.heldSlot, -1);
+}
+
+// A service's account, as far as the caller can tell.
+BOOL WINAPI namesLocalService(PSID, LPWSTR* text) {
+    constexpr wchar_t kLocalService[] = L"S-1-5-19";
+    *text = static_cast<wchar_t*>(LocalAlloc(LMEM_FIXED, sizeof kLocalService));
+    if (*text == nullptr)
+        return FALSE;
+    std::copy(std::begin(kLocalService), std::end(kLocalService), *text);
+    return TRUE;
+}
+
+TEST_F(DemandOnDisk, GivesBackTheLeaseOfAWriterThatCloses) {
+    const auto source = mediaSource();
+    source->slots[4] = {77, GetTickCount64()};
+    source->slots[5] = {78, GetTickCount64()};
+    const test::ImportSwap<decltype(namesLocalService)> swap("ConvertSidToStringSidW", namesLocalService);
+    ASSERT_TRUE(channel.open(FileAccess::kReadWrite));
+    channel.heldLeaseId = 77;
+    channel.heldSlot = 4;
+    channel.close();
+    EXPECT_EQ(source->slots[4].leaseId, 0u);
+    EXPECT_EQ(source->slots[4].heartbeatTickMs, 0u);
+    EXPECT_EQ(source->slots[5].leaseId, 78u);
+}
+
+TEST_F(DemandOnDisk, KeepsALeaseThatAnotherHasTakenFromItsWriter) {
+    const auto source = mediaSource();
+    source->slots[4] = {78, GetTickCount64()};
+    const std::string before = source.bytes();
+    const test::ImportSwap<decltype(namesLocalService)> swap("ConvertSidToStringSidW", namesLocalService);
+    ASSERT_TRUE(channel.open(FileAccess::kReadWrite));
+    channel.heldLeaseId = 77;
+    channel.heldSlot = 4;
+    channel.close();
+    EXPECT_EQ(source.bytes(), before);
 }
 
 TEST_F(DemandOnDisk, IsLetGoAfterACountInPassing) {

@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <string>
 #include <utility>
+#include <vector>
+
+#include "bridge/bridge_layout.h"
 
 namespace vextra {
 namespace {
@@ -111,6 +115,38 @@ TEST(ManualPreview, RunsUntilItsDeadline) {
     shared.previewDeadline = 1000;
     EXPECT_TRUE(shared.previewRuns(999));
     EXPECT_FALSE(shared.previewRuns(1000));
+}
+
+TEST(StatusText, SaysWhetherItIsNew) {
+    SharedStatus shared;
+    EXPECT_TRUE(replaceStatusText(shared, L"a"));
+    EXPECT_FALSE(replaceStatusText(shared, L"a"));
+    EXPECT_TRUE(replaceStatusText(shared, L"b"));
+    EXPECT_EQ(statusTextNow(shared), L"b");
+}
+
+TEST(PreviewFrame, IsACopyThatLaterFramesDoNotChange) {
+    SharedStatus shared;
+    const std::vector<std::byte> first(kFrameBytes, std::byte{1});
+    const std::vector<std::byte> second(kFrameBytes, std::byte{2});
+    std::vector<std::byte> shown;
+    keepPreviewFrame(shared, first.data());
+    copyPreviewFrame(shared, shown);
+    keepPreviewFrame(shared, second.data());
+    EXPECT_EQ(shown, first);
+    copyPreviewFrame(shared, shown);
+    EXPECT_EQ(shown, second);
+}
+
+TEST(SharedSettings, AreReplacedAsAWhole) {
+    SharedStatus shared;
+    BrokerSettings settings;
+    settings.source = SourceKind::kSyntheticTest;
+    settings.directUser = SecretText(L"u");
+    replaceSettings(shared, settings);
+    settings.directUser = SecretText(L"v");  // a copy was taken
+    EXPECT_EQ(settingsNow(shared).source, SourceKind::kSyntheticTest);
+    EXPECT_EQ(settingsNow(shared).directUser.view(), L"u");
 }
 
 TEST(PlaceholderFrame, IsADarkFieldWithABarAndNothingElse) {

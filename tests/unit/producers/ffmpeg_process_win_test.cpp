@@ -347,6 +347,12 @@ TEST_F(FfmpegRefusedTest, StopEndsAChildThatItsJobDoesNotEnd) {
     EXPECT_FALSE(child.runs());
 }
 
+TEST_F(FfmpegRefusedTest, AnOutputThatCannotBeReadIsTheEndOfTheStream) {
+    startStub("frames=1\nthen=hang");
+    const RefusedImport<decltype(ReadFile)> refused("ReadFile");
+    EXPECT_EQ(pollUntilNews(), -1);
+}
+
 // ---- the job ----
 
 TEST_F(FfmpegProcessTest, StopEndsTheChild) {

@@ -372,6 +372,11 @@ TEST_F(InstallerDownload, AsksForNothingWithoutAFolderOfItsOwn) {
         expectFailure(manifest);
     }
     {
+        const RefusedImport<decltype(SHCreateDirectoryExW), ERROR_ACCESS_DENIED> refused(
+            "SHCreateDirectoryExW");
+        expectFailure(manifest);
+    }
+    {
         const RefusedImport<decltype(CoCreateGuid), test::kRefusedResult> refused("CoCreateGuid");
         expectFailure(manifest);
     }
