@@ -281,6 +281,12 @@ TEST_F(Demand, TheEndOfTheSessionStopsTheDecoderAndTheBroker) {
     EXPECT_EQ(broker().waitForExit(5000), 0u);
 }
 
+TEST_F(Demand, AnEndOfTheSessionThatIsCalledOffDoesNotEndTheBroker) {
+    goLive();
+    SendMessageW(broker().window(), WM_ENDSESSION, FALSE, 0);
+    EXPECT_FALSE(broker().waitForExit(500).has_value());
+}
+
 TEST_F(Demand, AStopRequestThatFindsDemandIsIgnored) {
     goLive();
     PostMessageW(broker().window(), kMessageStopSignal, 0, 0);

@@ -453,6 +453,13 @@ TEST_F(Window, MovesTheFocusOnAndBackWithoutBeingToldWhereTo) {
     EXPECT_TRUE(waitUntil([&] { return window.focused() == kIdTabSettings; }, 2000));
 }
 
+TEST_F(Window, HasADefaultButtonWhereSettingsAreSavedAndNowhereElse) {
+    start();
+    EXPECT_EQ(SendMessageW(window.handle(), DM_GETDEFID, 0, 0), 0);
+    window.press(kIdTabSettings);
+    EXPECT_EQ(SendMessageW(window.handle(), DM_GETDEFID, 0, 0), MAKELRESULT(kIdApply, DC_HASDEFID));
+}
+
 TEST_F(Window, IsNotClosedByTheEscapeKey) {
     start();
     window.press(kIdTabDiagnostics);
