@@ -432,6 +432,8 @@ def main():
     parser.add_argument("--short", action="store_true", help="each fault once, in a fixed order")
     parser.add_argument("--seed", type=int, default=None, help="of the schedule; a new one unless told")
     options = parser.parse_args()
+    if not options.minutes > 0:
+        parser.error("--minutes has to be more than 0")
     seed = 1 if options.short else random.randrange(1_000_000) if options.seed is None else options.seed
     seconds = 600 if options.short else options.minutes * 60
     options.folder.mkdir(parents=True, exist_ok=True)
