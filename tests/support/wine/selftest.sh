@@ -161,6 +161,18 @@ check 'and reads it' 0 "$(registry "$b" query)"
 check 'the other has nothing of it' 1 "$(registry "$a" query)"
 pids=$(prefixProcesses "$a/prefix" | sort)
 
+# Wine's processes end with 0 then, which would make a passed test of one that did not come to its end.
+useSession "$b"
+"$session" run "$b" "$probe" sleep 2>"$work/told" &
+running=$!
+check 'a program runs in the other session' 1 "$(waitUntilProbes "$b" 1)"
+kill -KILL "$SESSION_SERVER_PID"
+status=0
+wait "$running" || status=$?
+check 'a program whose server ends has not passed' "$NOT_UP" "$status"
+check 'and the end of the server is told' 1 "$(grep -c 'the server of .* ended while .* ran' "$work/told")"
+"$session" up "$b" --tools "$tools"
+
 # A session whose server or display was killed is not used, and up makes a new one of it.
 for part in SERVER XVFB; do
     useSession "$b"
