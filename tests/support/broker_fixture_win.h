@@ -78,6 +78,7 @@ inline void writeFile(const std::wstring& path, std::string_view bytes) {
         failSetUp("file to be written");
 }
 
+// What is there of the file: its writer may cut it at any moment, as a broker that starts does with the log.
 inline std::string readFile(const std::wstring& path) {
     const UniqueFile file = openFile(path, GENERIC_READ, kShareAll, OPEN_EXISTING);
     LARGE_INTEGER size{};
@@ -85,9 +86,9 @@ inline std::string readFile(const std::wstring& path) {
         failSetUp("file to be read");
     std::string bytes(static_cast<std::size_t>(size.QuadPart), '\0');
     DWORD taken = 0;
-    if (!ReadFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &taken, nullptr) ||
-        taken != bytes.size())
+    if (!ReadFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &taken, nullptr))
         failSetUp("file to be read");
+    bytes.resize(taken);
     return bytes;
 }
 
