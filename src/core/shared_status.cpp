@@ -54,6 +54,16 @@ std::wstring statusTextNow(SharedStatus& shared) {
     return shared.statusText;
 }
 
+void replaceFailureReason(SharedStatus& shared, std::wstring_view reason) {
+    const std::lock_guard guard(shared.statusLock);
+    shared.failureReason = reason;
+}
+
+std::wstring failureReasonNow(SharedStatus& shared) {
+    const std::lock_guard guard(shared.statusLock);
+    return shared.failureReason;
+}
+
 BrokerSettings settingsNow(SharedStatus& shared) {
     const std::lock_guard guard(shared.settingsLock);
     return shared.settings;

@@ -55,7 +55,8 @@ struct SharedStatus {
     std::atomic<bool> testPattern{false};            // also set by --test-pattern
 
     std::mutex statusLock;
-    std::wstring statusText;              // guarded by statusLock
+    std::wstring statusText;     // guarded by statusLock
+    std::wstring failureReason;  // guarded by statusLock; why the decoder failed, until the next live frame
     std::vector<std::byte> previewFrame;  // guarded by statusLock; kFrameBytes of BGRA, never resized
 
     std::mutex settingsLock;
@@ -72,6 +73,8 @@ void keepPreviewFrame(SharedStatus& shared, const std::byte* pixels);  // kFrame
 void copyPreviewFrame(SharedStatus& shared, std::vector<std::byte>& to);
 bool replaceStatusText(SharedStatus& shared, std::wstring_view text);  // false: it was there already
 std::wstring statusTextNow(SharedStatus& shared);
+void replaceFailureReason(SharedStatus& shared, std::wstring_view reason);  // no address may be in it
+std::wstring failureReasonNow(SharedStatus& shared);
 BrokerSettings settingsNow(SharedStatus& shared);
 void replaceSettings(SharedStatus& shared, const BrokerSettings& settings);
 
