@@ -34,12 +34,18 @@ enum class BrokerStatus : std::uint32_t {
     kSuspended = 5,
 };
 
+// Why nobody sits at the session: bits of SharedStatus::sessionAway.
+constexpr std::uint32_t kSessionLocked = 1;
+constexpr std::uint32_t kSessionDisconnected = 2;
+
 constexpr Tick kManualPreviewMs = 60'000;
 
 struct SharedStatus {
     // Written by the window, taken by the Supervisor: a newer command replaces one not yet taken.
     std::atomic<std::uint32_t> mailbox{0};  // SupervisorCommand
     std::atomic<Tick> previewDeadline{0};   // 0 or past: no manual preview
+    // Written by the window alone. While it is not 0 no decoder runs, whatever else is asked for.
+    std::atomic<std::uint32_t> sessionAway{0};  // kSession... bits
 
     // Written by the Supervisor, read by the window.
     std::atomic<std::int32_t> leaseCount{0};         // -1: the demand channel cannot be read

@@ -56,6 +56,11 @@ NextPass Supervisor::runPass() {
     if (begin == Begin::kRefused)
         return NextPass::kAtOnce;
 
+    // By the state of the session and not by its messages alone: a Suspend may have come while nothing was
+    // active, or have been replaced in the mailbox, and an episode may begin behind the lock.
+    if (shared_.sessionAway != 0 && !memory_.suspended)
+        suspend();
+
     if (shared_.active && !shared_.paused && !memory_.suspended && !memory_.exhausted)
         pump();
     return shared_.active ? NextPass::kActiveWait : NextPass::kIdleWait;
@@ -75,13 +80,15 @@ void Supervisor::suspend() {
     doors_.log(EventCode::kPowerSuspend, 0);
 }
 
-// With a producer that already delivers, clearing lastFrameTick makes the watchdog give it up unless a frame
-// is completed in this very pass: resuming means a new generation, also when nothing was suspended.
+// Resuming means a new generation, also when nothing was suspended. A producer that has shown nothing yet is
+// new already, and keeps its time to its first frame.
 void Supervisor::resume() {
     shared_.paused = false;
     if (shared_.active) {
         memory_.suspended = false;
         clearFailures();
+        if (memory_.firstFrameSeen)
+            stopProducerInstance();
         shared_.lastFrameTick = 0;
         memory_.retryAt = 0;
     }

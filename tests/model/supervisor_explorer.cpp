@@ -90,6 +90,12 @@ std::vector<SupervisorExplorer::Move> SupervisorExplorer::allMoves() {
     });
     add("preview ends", [](Self& self) { return self.shared_.previewDeadline.exchange(0) != 0; });
 
+    const auto addSession = [&](std::string name, std::uint32_t away) {
+        add(std::move(name), [away](Self& self) { return self.shared_.sessionAway.exchange(away) != away; });
+    };
+    addSession("locked", kSessionLocked);
+    addSession("unlocked", 0);
+
     addValue("starts GStreamer", &Outside::startOutcome, StartOutcome::kGstreamer);
     addValue("starts FFmpeg", &Outside::startOutcome, StartOutcome::kFfmpeg);
     addValue("starts fail", &Outside::startOutcome, StartOutcome::kFails);
@@ -193,6 +199,7 @@ bool SupervisorExplorer::startProducer(const BrokerSettings& settings) {
     promise(out.withoutDemandSince == 0 || out.now - out.withoutDemandSince < kGraceMs,
             "no attempt without demand");
     promise(!out.suspended && !shared_.paused, "no attempt while suspended or paused");
+    promise(!pass_.away, "no attempt while nobody is at the session");
     promise(out.now >= out.noAttemptBefore, "no attempt sooner than the delay allows");
     promise(++out.attempts <= kMostAttempts, "at most 5 attempts without 32 good frames");
     const bool fallback = decoder_ == DecoderBackend::kAutomatic && out.gstreamerFailed;
@@ -321,6 +328,7 @@ bool SupervisorExplorer::pass() {
     pass_ = {};
     pass_.command = static_cast<SupervisorCommand>(shared_.mailbox.load());
     pass_.activeBefore = shared_.active;
+    pass_.away = shared_.sessionAway != 0;
     pass_.demand = outside_.leases >= 1 || shared_.previewDeadline > outside_.now;
     if (pass_.demand)
         outside_.withoutDemandSince = 0;
@@ -354,8 +362,11 @@ void SupervisorExplorer::checkCommand(NextPass next) {
     const bool active = pass_.activeBefore && !logged(EventCode::kLastDemandReleased);
     const bool toggled = logged(EventCode::kProducerPause) || logged(EventCode::kProducerResume);
     promise((next == NextPass::kNever) == (command == kQuit), "Quit, and only Quit, ends the loop");
-    promise(logged(EventCode::kPowerSuspend) == (command == kSuspend && active),
-            "Suspend suspends what is active");
+    const bool suspendAsked = command == kSuspend && active;
+    promise(!suspendAsked || logged(EventCode::kPowerSuspend), "Suspend suspends what is active");
+    promise(!logged(EventCode::kPowerSuspend) || suspendAsked || pass_.away,
+            "nothing is suspended but by Suspend and behind a lock");
+    counts_.awaySuspensions += logged(EventCode::kPowerSuspend) && !suspendAsked ? 1 : 0;
     promise(logged(EventCode::kPowerResume) == (command == kResume), "Resume is done");
     promise(toggled == (command == kTogglePause && active), "TogglePause is done while active");
     promise(logged(EventCode::kStopComplete) ==
@@ -382,6 +393,14 @@ void SupervisorExplorer::checkAfter(const Outside& before, NextPass next) {
     promise(
         out.newestFrameAt == 0 || shared_.lastFrameTick == out.newestFrameAt || shared_.lastFrameTick == 0,
         "the newest frame's own tick");
+    promise(!pass_.away || (!out.producerRuns && out.shown != BridgeState::kLive),
+            "nothing plays while nobody is at the session");
+    const bool delivered = before.producerRuns && before.newestFrameAt != 0;
+    const bool replaces =
+        pass_.command == SupervisorCommand::kResume && delivered && shared_.active && !pass_.away;
+    promise(!replaces || pass_.starts == 1 || out.failures == 1,
+            "resuming replaces a producer that has delivered, in the same pass");
+    promise(!replaces || pass_.readEnded || pass_.recoveries == 0, "resuming counts no failure");
     promise(pass_.liveFrames == (pass_.frameCompleted ? 1u : 0u), "each complete frame goes out, once");
     promise(out.withoutDemandSince == 0 || now - out.withoutDemandSince < kGraceMs ||
                 (!out.producerRuns && !shared_.active),
@@ -394,8 +413,8 @@ void SupervisorExplorer::checkAfter(const Outside& before, NextPass next) {
 
     const bool deadlinePassed = before.newestFrameAt == 0 && now >= before.producerStartedAt + kFirstFrameMs;
     const bool stalled = before.newestFrameAt != 0 && now - before.newestFrameAt > kStallMs;
-    const bool mayStop = pass_.command != SupervisorCommand::kNone || pass_.readEnded || deadlinePassed ||
-                         stalled || logged(EventCode::kLastDemandReleased);
+    const bool mayStop = pass_.command != SupervisorCommand::kNone || pass_.away || pass_.readEnded ||
+                         deadlinePassed || stalled || logged(EventCode::kLastDemandReleased);
     promise(!before.producerRuns || out.producerRuns || mayStop, "no producer is stopped without a reason");
     promise(pass_.starts == 0 || out.producerRuns || pass_.readEnded,
             "a producer that starts is given its time");
@@ -410,8 +429,9 @@ void SupervisorExplorer::checkAfter(const Outside& before, NextPass next) {
 
 Moment SupervisorExplorer::now() const {
     return {supervisor_.memory_,
-            {shared_.mailbox, shared_.previewDeadline, shared_.active, shared_.paused, shared_.status,
-             shared_.lastFrameTick, shared_.frameCounter, shared_.generation, shared_.effectiveBackend},
+            {shared_.mailbox, shared_.previewDeadline, shared_.sessionAway, shared_.active, shared_.paused,
+             shared_.status, shared_.lastFrameTick, shared_.frameCounter, shared_.generation,
+             shared_.effectiveBackend},
             outside_};
 }
 
@@ -420,6 +440,7 @@ void SupervisorExplorer::goBackTo(const Moment& moment) {
     const SharedWords& words = moment.shared;
     shared_.mailbox = words.mailbox;
     shared_.previewDeadline = words.previewDeadline;
+    shared_.sessionAway = words.sessionAway;
     shared_.active = words.active;
     shared_.paused = words.paused;
     shared_.status = words.status;
@@ -454,6 +475,7 @@ SupervisorExplorer::Key SupervisorExplorer::keyOfNow() const {
              memory.forceFfmpeg),
         shared_.mailbox,
         timeTo(shared_.previewDeadline, now),
+        shared_.sessionAway,
         bits(shared_.active.load(), shared_.paused.load()),
         shared_.status,
         ageOf(shared_.lastFrameTick, now, kStallMs + 1),

@@ -24,6 +24,7 @@ enum class ReadOutcome : std::uint8_t { kNothing = 1, kHalfFrame, kRestOfFrame, 
 struct SharedWords {
     std::uint32_t mailbox = 0;
     Tick previewDeadline = 0;
+    std::uint32_t sessionAway = 0;
     bool active = false;
     bool paused = false;
     std::uint32_t status = 0;
@@ -75,8 +76,9 @@ struct ExplorerCounts {
     std::uint64_t refusals = 0;
     std::uint64_t graceStops = 0;
     std::uint64_t fallbacksToFfmpeg = 0;
-    std::uint64_t staleFallbacks = 0;  // an old picture taken back while its producer still ran
-    std::uint64_t lateCommands = 0;    // posted while a pass ran
+    std::uint64_t staleFallbacks = 0;   // an old picture taken back while its producer still ran
+    std::uint64_t lateCommands = 0;     // posted while a pass ran
+    std::uint64_t awaySuspensions = 0;  // by the state of the session, without a Suspend
 };
 
 class SupervisorExplorer {
@@ -113,6 +115,7 @@ private:
         bool readEnded = false;
         bool activeBefore = false;
         bool demand = false;
+        bool away = false;  // nobody at the session
     };
 
     static std::vector<Move> allMoves();

@@ -34,6 +34,7 @@ const std::vector<std::vector<std::string_view>> kOpenings{
     {"lease", "frame", "Suspend"},
     {"lease", "frame", "TogglePause"},
     {"lease", "frame", "StopAndSuspend"},
+    {"lease", "frame", "locked"},
     {"preview", "half a frame"},
 };
 
@@ -64,6 +65,7 @@ TEST_P(SupervisorModel, KeepsItsPromisesWhateverHappens) {
                  {"refusals", counts.refusals},
                  {"stops 500 ms after demand", counts.graceStops},
                  {"old pictures taken back", counts.staleFallbacks},
+                 {"times a lock suspended by itself", counts.awaySuspensions},
                  {"commands posted while a pass ran", counts.lateCommands}};
     for (const auto& [what, times] : happened) {
         std::cout << times << ' ' << what << '\n';

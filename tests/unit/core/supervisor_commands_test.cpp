@@ -60,14 +60,46 @@ TEST_F(SupervisorTest, ResumeShowsThatANewGenerationOpens) {
     EXPECT_EQ(world.log.back().code, EventCode::kPowerResume);
 }
 
-TEST_F(SupervisorTest, ResumeGivesUpARunningProducerThatHasNoFrameReady) {
+TEST_F(SupervisorTest, ResumeReplacesAProducerThatHasDeliveredInTheSamePass) {
     goLive();
     world.steady = 0;
     world.command(supervisor, SupervisorCommand::kResume);
-    EXPECT_EQ(world.shared.reconnects, 1u);
-    world.steady = kFrameBytes;
-    world.passUntil(supervisor, world.now + 1100);
+    EXPECT_EQ(world.starts, 2);
     EXPECT_EQ(world.shared.generation, 2u);
+    EXPECT_EQ(world.status(), BrokerStatus::kConnecting);
+}
+
+TEST_F(SupervisorTest, ResumeCountsNoFailureOfTheProducerThatItReplaces) {
+    goLive();
+    world.steady = 0;
+    world.command(supervisor, SupervisorCommand::kResume);
+    EXPECT_EQ(world.shared.reconnects, 0u);
+    EXPECT_EQ(world.shared.lastError, 0);
+    EXPECT_EQ(world.countPublished(BridgeState::kUnavailable), 0u);
+}
+
+TEST_F(SupervisorTest, ResumeDropsTheHalfFrameOfTheProducerThatItReplaces) {
+    goLive();
+    world.steady = 0;
+    world.script = {kFrameBytes / 2};
+    world.pass(supervisor);
+    world.command(supervisor, SupervisorCommand::kResume);
+    world.script = {kFrameBytes / 2};
+    world.pass(supervisor);
+    EXPECT_EQ(world.shared.frameCounter, 1u);
+}
+
+TEST_F(SupervisorTest, ResumeLeavesAProducerAloneThatIsOnItsWayToItsFirstFrame) {
+    world.leases = 1;
+    world.steady = 0;
+    world.pass(supervisor);
+    const Tick started = world.startedAt;
+    world.passUntil(supervisor, world.now + 1000);
+    world.command(supervisor, SupervisorCommand::kResume);
+    EXPECT_EQ(world.starts, 1);
+    EXPECT_TRUE(world.producerRuns);
+    passUntilReconnects(1);
+    EXPECT_EQ(world.now - kActivePassMs, started + world.shared.settings.firstFrameDeadlineMs);
 }
 
 TEST_F(SupervisorTest, ResumeDoesNotAwaitTheNextAttempt) {
@@ -168,6 +200,64 @@ TEST_F(SupervisorTest, APassThatTookACommandLeavesDemandBeginToTheNext) {
     EXPECT_FALSE(world.shared.active);
     world.pass(supervisor);
     EXPECT_TRUE(world.shared.active);
+}
+
+// --- Nobody at the session ---
+
+TEST_F(SupervisorTest, AnEpisodeBehindTheLockBeginsSuspended) {
+    world.shared.sessionAway = kSessionLocked;
+    world.leases = 1;
+    world.pass(supervisor);
+    EXPECT_TRUE(world.shared.active);
+    EXPECT_EQ(world.status(), BrokerStatus::kSuspended);
+    EXPECT_EQ(world.lastState(), BridgeState::kFallback);
+    EXPECT_EQ(world.lastText(), L"Suspenso: dispositivo MF preservado com fallback.");
+    EXPECT_EQ(world.countLogged(EventCode::kDemandBegin), 1u);
+    EXPECT_EQ(world.countLogged(EventCode::kPowerSuspend), 1u);
+}
+
+class AwayTest : public SupervisorTest, public testing::WithParamInterface<std::uint32_t> {};
+INSTANTIATE_TEST_SUITE_P(Each, AwayTest,
+                         testing::Values(kSessionLocked, kSessionDisconnected,
+                                         kSessionLocked | kSessionDisconnected));
+
+TEST_P(AwayTest, NoDecoderIsStarted) {
+    world.shared.sessionAway = GetParam();
+    world.leases = 1;
+    world.passUntil(supervisor, world.now + 60'000);
+    EXPECT_EQ(world.starts, 0);
+    EXPECT_EQ(world.countLogged(EventCode::kPowerSuspend), 1u);
+}
+
+TEST_P(AwayTest, ARunningDecoderEndsAlthoughTheSuspendWasReplacedInTheMailbox) {
+    goLive();
+    world.shared.sessionAway = GetParam();
+    world.pass(supervisor);
+    EXPECT_FALSE(world.producerRuns);
+    EXPECT_EQ(world.lastState(), BridgeState::kFallback);
+}
+
+TEST_P(AwayTest, NoCommandStartsADecoder) {
+    using enum SupervisorCommand;
+    goLive();
+    world.shared.sessionAway = GetParam();
+    for (const SupervisorCommand command :
+         {kSuspend, kResume, kTogglePause, kTogglePause, kStartNow, kStopAndSuspend, kResume, kStartNow}) {
+        world.command(supervisor, command);
+        world.pass(supervisor);
+        EXPECT_FALSE(world.producerRuns) << static_cast<int>(command);
+    }
+    EXPECT_EQ(world.starts, 1);
+}
+
+TEST_F(SupervisorTest, AResumeOnceSomebodyIsBackStartsAtOnce) {
+    world.shared.sessionAway = kSessionLocked;
+    world.leases = 1;
+    world.pass(supervisor);
+    world.shared.sessionAway = 0;
+    world.command(supervisor, SupervisorCommand::kResume);
+    EXPECT_EQ(world.status(), BrokerStatus::kLive);
+    EXPECT_EQ(world.starts, 1);
 }
 
 // --- The stop signal ---
