@@ -9,7 +9,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "base/handle_win.h"
@@ -22,6 +21,7 @@
 #include "core/instance_win.h"
 #include "core/maintenance.h"
 #include "core/run_outputs.h"
+#include "core/session_presence.h"
 #include "core/shared_status.h"
 #include "core/supervisor_thread_win.h"
 #include "diag/event_log.h"
@@ -32,8 +32,6 @@
 
 namespace vextra {
 namespace {
-
-constexpr std::uint32_t kEndLimitMs = 4000;  // what still runs then is ended with the process
 
 struct Folders {
     std::wstring installRoot;
@@ -123,19 +121,24 @@ ExitCode writeRequestedOutput(const CommandLine& options, const Folders& folders
     return written ? ExitCode::kSuccess : ExitCode::kFailed;
 }
 
+// What an end may take: as long as a decoder that does not end at once, and a little more.
+constexpr Tick kEndLimitMs = 4000;
+
 ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders& folders,
                    StartSettings start) {
+    if (!isInteractiveSession(sessionOfProcess(GetCurrentProcessId())))
+        return ExitCode::kRefused;
     if (isElevatedOrUnknown()) {
         MessageBoxW(nullptr, L"Execute normalmente, sem Administrador. Elevação somente no instalador.",
                     kBoxTitle, MB_OK);
         return ExitCode::kRefused;
     }
-    const UniqueFile lock = takeInstanceLock(folders.data);
+    UniqueFile lock = takeInstanceLock(folders.data);
     if (!lock) {
         showRunningBroker();
         return ExitCode::kAlreadyRunning;
     }
-    const UniqueHandle stopSignal = createStopSignal();
+    UniqueHandle stopSignal = createStopSignal();
     if (!stopSignal)
         return ExitCode::kRefused;
 
@@ -153,15 +156,14 @@ ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders
     fillPlaceholderFrame(shared.previewFrame);
     const UniqueHandle wakeEvent(CreateEventW(nullptr, FALSE, FALSE, nullptr));
 
-    MainWindow window(instance, {&shared, &log, wakeEvent.get(), folders.data, &builtInChannel(),
+    SupervisorThread supervisor({&shared, &log, wakeEvent.get(), stopSignal.get(), folders.installRoot,
+                                 options.evidenceFolder, folders.data});
+    MainWindow window(instance, {&shared, &log, wakeEvent.get(), &supervisor, folders.data, &builtInChannel(),
                                  start.sourceUsable ? Panel::kCamera : Panel::kSettings});
     if (!wakeEvent || !window.create())
         return ExitCode::kFailed;
     window.startClock(options.testSeconds);
-    std::thread supervisor =
-        startSupervisorThread({&shared, &log, wakeEvent.get(), stopSignal.get(), window.handle(),
-                               folders.installRoot, options.evidenceFolder, folders.data});
-    if (!supervisor.joinable())
+    if (!supervisor.start(window.handle()))
         return ExitCode::kFailed;
 
     // Hidden is for a broker that can work: without a usable source the user has to see the window.
@@ -171,13 +173,24 @@ ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders
     window.runMessageLoop();
 
     sendCommand(shared, wakeEvent.get(), SupervisorCommand::kQuit);
-    supervisor.join();
-    const bool workerEnded = window.joinUpdateWorker(kEndLimitMs);
-    log.write(EventCode::kAppExitClean);
+    const Tick deadline = GetTickCount64() + kEndLimitMs;
+    const auto remainingMs = [&] {
+        const Tick now = GetTickCount64();
+        return static_cast<std::uint32_t>(now < deadline ? deadline - now : 0);
+    };
+    const bool supervisorEnded = supervisor.waitForEnd(remainingMs());
+    const bool workerEnded = window.joinUpdateWorker(remainingMs());
+    if (supervisorEnded)
+        log.write(EventCode::kAppExitClean);
     log.close();
-    // A worker that the network holds still uses the window's parts; the process ends around it.
-    if (!workerEnded)
+    if (!supervisorEnded || !workerEnded) {
+        // Something hangs in the network or in somebody else's library, and must not keep the broker. The
+        // bridge and the decoder's job are the Supervisor's own, closed by it or else by the system with the
+        // process.
+        stopSignal.reset();
+        lock.reset();
         TerminateProcess(GetCurrentProcess(), static_cast<UINT>(ExitCode::kSuccess));
+    }
     return ExitCode::kSuccess;
 }
 

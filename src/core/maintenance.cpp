@@ -1,10 +1,11 @@
 #include "core/maintenance.h"
 
+#include "core/session_presence.h"
+
 namespace vextra {
 
 bool mayMaintain(const MaintenanceCaller& caller) {
-    const bool interactive = caller.session.has_value() && *caller.session != 0;
-    return interactive && !caller.elevatedOrUnknown && !caller.userSid.empty() &&
+    return isInteractiveSession(caller.session) && !caller.elevatedOrUnknown && !caller.userSid.empty() &&
            caller.userSid == caller.ownerSid;
 }
 

@@ -1,6 +1,7 @@
 #include "core/supervisor_thread_win.h"
 
-#include <system_error>
+#include <process.h>
+
 #include <utility>
 
 #include "base/com_win.h"
@@ -18,14 +19,14 @@
 namespace vextra {
 namespace {
 
-void runSupervisor(const SupervisorThreadSetup& setup) {
+void runSupervisor(const SupervisorThreadSetup& setup, HWND window) {
     const ComApartment apartment(COINIT_MULTITHREADED);
     MediaFoundation mediaFoundation;
     const std::int32_t started = mediaFoundation.startup();
     setup.log->write(EventCode::kMfStartup, started);
 
     SharedStatus& shared = *setup.shared;
-    const auto showStatus = [&](std::wstring_view text) { showStatusText(shared, setup.window, text); };
+    const auto showStatus = [&](std::wstring_view text) { showStatusText(shared, window, text); };
     const auto log = [&](EventCode code, std::int32_t value) { setup.log->write(code, value); };
     BridgeWriter bridge;
     DemandChannel demand;
@@ -39,7 +40,7 @@ void runSupervisor(const SupervisorThreadSetup& setup) {
         .takeStopSignal = [&] { return WaitForSingleObject(setup.stopSignal, 0) == WAIT_OBJECT_0; },
         .accountMayPublish = [] { return mayWriteBridge(); },
         .showStatus = showStatus,
-        .askWindowToQuit = [&] { PostMessageW(setup.window, kMessageStopSignal, 0, 0); },
+        .askWindowToQuit = [&] { PostMessageW(window, kMessageStopSignal, 0, 0); },
         .log = log,
         .openBridge = [&] { return bridge.open(FileAccess::kReadWrite); },
         .publish = [&](const std::byte* pixels, BridgeState state,
@@ -75,12 +76,30 @@ void runSupervisor(const SupervisorThreadSetup& setup) {
 
 }  // namespace
 
-std::thread startSupervisorThread(SupervisorThreadSetup setup) {
-    try {
-        return std::thread([setup = std::move(setup)] { runSupervisor(setup); });
-    } catch (const std::system_error&) {
-        return {};
-    }
+SupervisorThread::SupervisorThread(SupervisorThreadSetup setup) : setup_(std::move(setup)) {}
+
+SupervisorThread::~SupervisorThread() {
+    waitForEnd(INFINITE);
+}
+
+bool SupervisorThread::start(HWND window) {
+    if (!waitForEnd(0))
+        return false;
+    window_ = window;
+    // Not std::thread, for whose end nobody can wait with a limit.
+    thread_.reset(reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &run, this, 0, nullptr)));
+    return static_cast<bool>(thread_);
+}
+
+bool SupervisorThread::waitForEnd(std::uint32_t limitMs) {
+    return !thread_ || WaitForSingleObject(thread_.get(), limitMs) == WAIT_OBJECT_0;
+}
+
+// noexcept: an exception here ends the program.
+unsigned __stdcall SupervisorThread::run(void* self) noexcept {
+    const auto* thread = static_cast<const SupervisorThread*>(self);
+    runSupervisor(thread->setup_, thread->window_);
+    return 0;
 }
 
 void sendCommand(SharedStatus& shared, HANDLE wakeEvent, SupervisorCommand command) {

@@ -1,8 +1,8 @@
 // The thread on which the Supervisor lives, with its doors opened to the real system.
 #pragma once
 
+#include <cstdint>
 #include <string>
-#include <thread>
 
 #include "base/handle_win.h"
 #include "core/shared_status.h"
@@ -10,10 +10,10 @@
 
 namespace vextra {
 
-// Messages to the main window, all without arguments.
+// Messages to the main window.
 constexpr UINT kMessageStatusChanged = WM_APP;   // the status text changed
 constexpr UINT kMessageShowWindow = WM_APP + 1;  // a second start of the broker
-constexpr UINT kMessageTray = WM_APP + 2;        // the tray icon's callback
+constexpr UINT kMessageTray = WM_APP + 2;        // the tray icon's callback; lParam: the mouse message
 constexpr UINT kMessageStopSignal = WM_APP + 3;  // the stop signal arrived while idle
 constexpr UINT kMessageUpdateDone = WM_APP + 4;  // an update check (wParam 1) or download (wParam 2) finished
 
@@ -22,15 +22,34 @@ struct SupervisorThreadSetup {
     EventLog* log = nullptr;
     HANDLE wakeEvent = nullptr;   // auto-reset
     HANDLE stopSignal = nullptr;  // auto-reset
-    HWND window = nullptr;
     std::wstring installRoot;
     std::wstring evidenceFolder;  // empty: off
     std::wstring dataFolder;
 };
 
-// Starts the thread, which ends after it took SupervisorCommand::kQuit. Not joinable when the system has no
-// thread to give.
-std::thread startSupervisorThread(SupervisorThreadSetup setup);
+// There is at most one at a time. Main thread only.
+class SupervisorThread {
+public:
+    explicit SupervisorThread(SupervisorThreadSetup setup);
+    SupervisorThread(const SupervisorThread&) = delete;
+    SupervisorThread& operator=(const SupervisorThread&) = delete;
+    ~SupervisorThread();  // waits for the thread, without limit
+
+    // `window` hears of its news. The thread ends after it took SupervisorCommand::kQuit. False when one runs
+    // already, or when the system has no thread to give.
+    bool start(HWND window);
+
+    // Whether none runs any more, for which this waits so long; 0 only looks. A thread that hangs in somebody
+    // else's library does not end: its process has to, for what is shared with it must not go before it.
+    bool waitForEnd(std::uint32_t limitMs);
+
+private:
+    static unsigned __stdcall run(void* self) noexcept;
+
+    const SupervisorThreadSetup setup_;
+    HWND window_ = nullptr;  // written before the thread begins
+    UniqueHandle thread_;
+};
 
 // Puts a command into the mailbox and wakes the Supervisor. Any thread.
 void sendCommand(SharedStatus& shared, HANDLE wakeEvent, SupervisorCommand command);

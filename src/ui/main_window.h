@@ -9,7 +9,9 @@
 #include "base/com_win.h"
 #include "base/product_version.h"
 #include "base/ticks.h"
+#include "core/session_presence.h"
 #include "core/shared_status.h"
+#include "core/supervisor_thread_win.h"
 #include "diag/event_log.h"
 #include "ui/accessible_names_win.h"
 #include "ui/control_set_win.h"
@@ -26,9 +28,11 @@ inline constexpr wchar_t kWindowTitle[] = L"Câmera Virtual Vextra MF — " VEXT
 inline constexpr wchar_t kBoxTitle[] = L"Camera Virtual Vextra MF 0.2 beta";
 
 struct MainWindowSetup {
-    SharedStatus* shared = nullptr;  // outlives the window, as do the log and the event
+    SharedStatus* shared =
+        nullptr;  // outlives the window, as do the log, the event and the Supervisor's thread
     EventLog* log = nullptr;
     HANDLE wakeEvent = nullptr;
+    SupervisorThread* supervisor = nullptr;          // started again when an end of the session is called off
     std::wstring dataFolder;                         // of the settings
     const UpdateChannelIdentity* channel = nullptr;  // outlives the window too
     Panel firstPanel = Panel::kCamera;
@@ -68,7 +72,11 @@ private:
     void onCommand(WORD id, WORD notification);
     void onTray(UINT mouseMessage);
     void onSessionChange(WPARAM reason);
+    void onSessionLeft(SessionNews news);
+    void onSessionBack(SessionNews news);
     void onPowerBroadcast(WPARAM event);
+    void onSessionEndAsked();
+    void onSessionEndCalledOff();
     void onDpiChanged(int dpi, const RECT* suggested);
     void onClose();
     LRESULT onControlColour(HDC dc, HWND control) const;
@@ -88,6 +96,8 @@ private:
     void toggleAutomatic();
     void togglePreview();
     void suspendForPrivacy();
+    std::uint32_t noteSession(SessionNews news);  // SharedStatus::sessionAway after it
+    void startSupervisorAgain();
     void applySettingsFromPanel();
     void reloadSettings();
     void refreshLogs();
@@ -113,6 +123,7 @@ private:
     SharedStatus& shared_;
     EventLog& log_;
     const HANDLE wakeEvent_;
+    SupervisorThread& supervisor_;
     const std::wstring dataFolder_;
     const UpdateChannelIdentity& channel_;
     const std::wstring defaultManifestUrl_;
@@ -132,6 +143,10 @@ private:
     HWND lastFocus_ = nullptr;  // of our controls, while another window is active
     bool sessionNotified_ = false;
     bool quitting_ = false;
+
+    // An end of the session that was asked about: what the user had switched off by then.
+    std::optional<bool> pausedBeforeEnd_;
+    bool startsAgain_ = false;  // it was called off, and the Supervisor is still to be started again
 
     std::vector<std::byte> picture_;  // kFrameBytes once the preview was painted
     bool pictureIsPlaceholder_ = false;

@@ -28,6 +28,7 @@ MainWindow::MainWindow(HINSTANCE instance, MainWindowSetup setup)
       shared_(*setup.shared),
       log_(*setup.log),
       wakeEvent_(setup.wakeEvent),
+      supervisor_(*setup.supervisor),
       dataFolder_(std::move(setup.dataFolder)),
       channel_(*setup.channel),
       defaultManifestUrl_(widenedAscii(defaultManifestUrl(channel_))),
@@ -115,14 +116,12 @@ LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
             return 0;
         case WM_WTSSESSION_CHANGE: onSessionChange(wParam); return 0;
         case WM_POWERBROADCAST: onPowerBroadcast(wParam); return TRUE;
-        case WM_QUERYENDSESSION:
-            // The Supervisor ends at the question already. Should another program veto the end of the
-            // session, the broker serves no picture until it is started again.
-            send(SupervisorCommand::kQuit);
-            return TRUE;
+        case WM_QUERYENDSESSION: onSessionEndAsked(); return TRUE;
         case WM_ENDSESSION:
             if (wParam != FALSE)
                 quitBroker();
+            else
+                onSessionEndCalledOff();
             return 0;
         case WM_DPICHANGED: onDpiChanged(HIWORD(wParam), reinterpret_cast<const RECT*>(lParam)); return 0;
         case WM_GETMINMAXINFO:
@@ -167,6 +166,7 @@ bool MainWindow::onCreate() {
         if (!control.accessibleName.empty())
             accessibleNames_.set(controls_[control.id], control.accessibleName);
     }
+    noteSession(SessionNews::kNone);
     update_.emplace(channel_, updateDoors());
     settingsPanel_.fillLists();
     settingsPanel_.fill(formFromSettings(settingsInEffect()));
@@ -193,6 +193,7 @@ void MainWindow::onTimer() {
     const bool active = shared_.active;
     if (active != laidOutActive_)
         layoutControls();
+    startSupervisorAgain();
     refreshButtons(now);
     if (IsWindowVisible(window_))
         InvalidateRect(window_, nullptr, FALSE);
@@ -239,26 +240,69 @@ void MainWindow::onStatusChanged() {
 void MainWindow::onSessionChange(WPARAM reason) {
     switch (reason) {
         case WTS_CONSOLE_DISCONNECT:
-        case WTS_REMOTE_DISCONNECT:
-        case WTS_SESSION_LOCK:
-            suspendForPrivacy();
-            log_.write(EventCode::kSessionPrivateFallback);
-            break;
+        case WTS_REMOTE_DISCONNECT: onSessionLeft(SessionNews::kDisconnected); break;
+        case WTS_SESSION_LOCK: onSessionLeft(SessionNews::kLocked); break;
         case WTS_CONSOLE_CONNECT:
-        case WTS_REMOTE_CONNECT:
-        case WTS_SESSION_UNLOCK:
-            send(SupervisorCommand::kResume);
-            log_.write(EventCode::kSessionOwnResume);
-            break;
+        case WTS_REMOTE_CONNECT: onSessionBack(SessionNews::kConnected); break;
+        case WTS_SESSION_UNLOCK: onSessionBack(SessionNews::kUnlocked); break;
         default: break;
     }
 }
 
+void MainWindow::onSessionLeft(SessionNews news) {
+    noteSession(news);
+    suspendForPrivacy();
+    log_.write(EventCode::kSessionPrivateFallback);
+}
+
+void MainWindow::onSessionBack(SessionNews news) {
+    if (noteSession(news) != 0)
+        return;
+    send(SupervisorCommand::kResume);
+    log_.write(EventCode::kSessionOwnResume);
+}
+
+// A machine that wakes is usually still locked.
 void MainWindow::onPowerBroadcast(WPARAM event) {
     if (event == PBT_APMSUSPEND)
         suspendForPrivacy();
-    else if (event == PBT_APMRESUMESUSPEND || event == PBT_APMRESUMEAUTOMATIC)
-        send(SupervisorCommand::kResume);
+    else if (event == PBT_APMRESUMESUSPEND || event == PBT_APMRESUMEAUTOMATIC) {
+        if (noteSession(SessionNews::kNone) == 0)
+            send(SupervisorCommand::kResume);
+    }
+}
+
+std::uint32_t MainWindow::noteSession(SessionNews news) {
+    const SessionAnswer answer = needsAnswer(news) ? askAboutSession() : SessionAnswer{};
+    return shared_.sessionAway = sessionAwayAfter(shared_.sessionAway, news, answer);
+}
+
+// The Supervisor ends at the question already: the system gives little time after it.
+void MainWindow::onSessionEndAsked() {
+    startsAgain_ = false;
+    if (!pausedBeforeEnd_)
+        pausedBeforeEnd_ = shared_.paused;
+    send(SupervisorCommand::kQuit);
+}
+
+void MainWindow::onSessionEndCalledOff() {
+    startsAgain_ = pausedBeforeEnd_.has_value();
+    startSupervisorAgain();
+}
+
+// The old one may still be ending its decoder, which takes seconds at worst: it is looked at with each tick
+// of the timer. What it cleared at its end and the user had switched off is put back.
+void MainWindow::startSupervisorAgain() {
+    if (!startsAgain_ || !supervisor_.waitForEnd(0))
+        return;
+    auto left =
+        static_cast<std::uint32_t>(SupervisorCommand::kQuit);  // by a second question, and nobody's now
+    shared_.mailbox.compare_exchange_strong(left, static_cast<std::uint32_t>(SupervisorCommand::kNone));
+    shared_.paused = *pausedBeforeEnd_;
+    if (!supervisor_.start(window_))
+        return;
+    startsAgain_ = false;
+    pausedBeforeEnd_.reset();
 }
 
 void MainWindow::onClose() {

@@ -2,8 +2,6 @@
 // the lease. The decoder is the stub, whose frames are numbers.
 #include <windows.h>
 
-#include <wtsapi32.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -11,8 +9,11 @@
 
 #include "base/fnv1a.h"
 #include "bridge/bridge_location.h"
-#include "broker_test_win.h"
+#include "config/settings_store.h"
+#include "core/instance_win.h"
 #include "core/supervisor_thread_win.h"
+#include "demand_test_win.h"
+#include "stub_gstreamer/stub_runtime_win.h"
 #include "ui/controls.h"
 
 namespace vextra::test {
@@ -20,19 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class Demand : public BrokerTest {
-protected:
-    Demand() { decoder().behave("frames=endless\nframesPerSecond=16"); }
-
-    void startWithTestPattern() { broker().start(L"--test-pattern --background"); }
-    void goLive() {
-        startWithTestPattern();
-        viewer().takeLease();
-        ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
-    }
-    std::uint32_t state() { return viewer().header().state; }
-    DWORD decoderProcess(std::uint32_t start = 1) { return decoder().record(start).number("pid"); }
-};
+class Demand : public DemandTest {};
 
 // Each byte of a stub's frame is its number in its run: a frame that mixes two is torn.
 bool isWhole(const std::vector<std::byte>& pixels) {
@@ -235,55 +224,52 @@ TEST_F(Demand, SuspendedAutomaticIgnoresLeasesUntilItIsSwitchedOn) {
     EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));
 }
 
-// --- What the system says ---
+// --- Its end ---
 
-TEST_F(Demand, SleepShowsFallbackAndWakingOpensANewGeneration) {
-    goLive();
-    EXPECT_EQ(SendMessageW(broker().window(), WM_POWERBROADCAST, PBT_APMSUSPEND, 0), TRUE);
-    ASSERT_TRUE(viewer().waitForState(BridgeState::kFallback));
-    EXPECT_EQ(SendMessageW(broker().window(), WM_POWERBROADCAST, PBT_APMRESUMEAUTOMATIC, 0), TRUE);
-    EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));
-    EXPECT_TRUE(decoderHasStarted(2));
+// A runtime that never comes back from its first call: the Supervisor hangs in it.
+class HangingRuntime : public DemandTest {
+protected:
+    HangingRuntime() {
+        makeStubRuntime(runtime_ / L"bin", LibraryNames::kMsvc);
+        BrokerSettings settings;
+        settings.source = SourceKind::kCustomUrl;
+        settings.customUrl.assign(L"rtsp://127.0.0.1:9/");
+        settings.decoder = DecoderBackend::kGstreamer;
+        fs::create_directories(broker().dataFolder());
+        saved_ = saveSettings(broker().dataFolder(), settings);
+    }
+    void hang() {
+        ASSERT_TRUE(saved_);
+        broker().start(L"--background");
+        viewer().takeLease();
+        ASSERT_TRUE(broker().waitForEvent("DEMAND_BEGIN_DEVICE_UNCHANGED"));
+        Sleep(300);  // the call comes in the same pass
+        ASSERT_EQ(state(), static_cast<std::uint32_t>(BridgeState::kFallback));
+    }
+
+private:
+    const TemporaryFolder runtime_;
+    const ScopedVariable root_{L"GSTREAMER_1_0_ROOT_MSVC_X86_64", runtime_.path().c_str()};
+    bool saved_ = false;
+};
+
+TEST_F(HangingRuntime, KeepsNobodyFromQuitting) {
+    hang();
+    const Tick asked = GetTickCount64();
+    broker().command(kIdTrayQuit);
+    EXPECT_EQ(broker().waitForExit(6000), 0u);
+    EXPECT_GT(GetTickCount64() - asked, Tick{3000});  // or nothing hung
+    EXPECT_EQ(broker().countEvents("APP_EXIT_CLEAN"), 0u);
+    broker().start(L"--background");
+    EXPECT_TRUE(broker().waitForEvent("UI_READY"));
 }
 
-TEST_F(Demand, ALockedSessionShowsFallbackAndEndsThePreview) {
-    startWithTestPattern();
-    broker().command(kIdPreview);
-    ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
-    SendMessageW(broker().window(), WM_WTSSESSION_CHANGE, WTS_SESSION_LOCK, 1);
-    EXPECT_TRUE(viewer().waitForState(BridgeState::kStopped, 3000));
-    EXPECT_EQ(broker().countEvents("SESSION_PRIVATE_FALLBACK"), 1u);
-}
-
-TEST_F(Demand, UnlockingGoesOn) {
+TEST_F(Demand, AStopSignalDuringALeaseIsForgottenWithTheLease) {
     goLive();
-    SendMessageW(broker().window(), WM_WTSSESSION_CHANGE, WTS_SESSION_LOCK, 1);
-    ASSERT_TRUE(viewer().waitForState(BridgeState::kFallback));
-    SendMessageW(broker().window(), WM_WTSSESSION_CHANGE, WTS_SESSION_UNLOCK, 1);
-    EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));
-    EXPECT_EQ(broker().countEvents("SESSION_OWN_RESUME"), 1u);
-}
-
-TEST_F(Demand, OtherNewsOfTheSessionChangesNothing) {
-    goLive();
-    SendMessageW(broker().window(), WM_WTSSESSION_CHANGE, WTS_SESSION_REMOTE_CONTROL, 1);
-    EXPECT_TRUE(viewer().waitForFrameAfter(viewer().header().frameCounter + 16, 3000));
-    EXPECT_EQ(state(), static_cast<std::uint32_t>(BridgeState::kLive));
-    EXPECT_EQ(broker().countEvents("SESSION_PRIVATE_FALLBACK") + broker().countEvents("SESSION_OWN_RESUME"),
-              0u);
-}
-
-TEST_F(Demand, TheEndOfTheSessionStopsTheDecoderAndTheBroker) {
-    goLive();
-    EXPECT_EQ(SendMessageW(broker().window(), WM_QUERYENDSESSION, 0, 0), TRUE);
-    EXPECT_TRUE(viewer().waitForState(BridgeState::kStopped));
-    PostMessageW(broker().window(), WM_ENDSESSION, TRUE, 0);
-    EXPECT_EQ(broker().waitForExit(5000), 0u);
-}
-
-TEST_F(Demand, AnEndOfTheSessionThatIsCalledOffDoesNotEndTheBroker) {
-    goLive();
-    SendMessageW(broker().window(), WM_ENDSESSION, FALSE, 0);
+    ASSERT_TRUE(SetEvent(openStopSignal().get()));
+    Sleep(100);  // twenty passes
+    viewer().releaseLease();
+    ASSERT_TRUE(viewer().waitForState(BridgeState::kStopped));
     EXPECT_FALSE(broker().waitForExit(500).has_value());
 }
 

@@ -9,9 +9,45 @@
 namespace vextra {
 namespace {
 
-TEST(SupervisorThread, IsNoneWhenTheSystemHasNoThreadLeft) {
+// A thread that finds no machine, and a log that nobody opened.
+class SupervisorThreadTest : public testing::Test {
+protected:
+    void quit() { sendCommand(shared, wake.get(), SupervisorCommand::kQuit); }
+
+    SharedStatus shared;
+    EventLog log{shared.frameCounter};
+    UniqueHandle wake{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+    UniqueHandle stop{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+    SupervisorThread thread{{&shared, &log, wake.get(), stop.get(), {}, {}, {}}};
+};
+
+TEST_F(SupervisorThreadTest, IsNoneWhenTheSystemHasNoThreadLeft) {
     const test::RefusedImport<decltype(_beginthreadex)> refused("_beginthreadex");
-    EXPECT_FALSE(startSupervisorThread({}).joinable());
+    EXPECT_FALSE(thread.start(nullptr));
+    EXPECT_TRUE(thread.waitForEnd(0));
+}
+
+TEST_F(SupervisorThreadTest, EndsAfterQuit) {
+    ASSERT_TRUE(thread.start(nullptr));
+    EXPECT_FALSE(thread.waitForEnd(100));
+    quit();
+    EXPECT_TRUE(thread.waitForEnd(5000));
+}
+
+TEST_F(SupervisorThreadTest, RunsOnceAtATime) {
+    ASSERT_TRUE(thread.start(nullptr));
+    EXPECT_FALSE(thread.start(nullptr));
+    quit();
+    ASSERT_TRUE(thread.waitForEnd(5000));
+}
+
+TEST_F(SupervisorThreadTest, CanBeStartedAgain) {
+    for (int run = 0; run < 2; ++run) {
+        ASSERT_TRUE(thread.start(nullptr));
+        quit();
+        ASSERT_TRUE(thread.waitForEnd(5000));
+    }
+    EXPECT_EQ(shared.mailbox, 0u);
 }
 
 }  // namespace
