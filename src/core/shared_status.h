@@ -58,7 +58,7 @@ struct SharedStatus {
     std::atomic<std::uint32_t> reconnects{0};        // producers given up by the recovery policy
     std::atomic<std::int32_t> lastError{0};          // sanitized result code
     std::atomic<std::uint32_t> effectiveBackend{0};  // EffectiveBackend, written by the producer
-    std::atomic<bool> testPattern{false};            // also set by --test-pattern
+    std::atomic<bool> testPattern{false};            // whoever changes the source; no reader yet
 
     std::mutex statusLock;
     std::wstring statusText;     // guarded by statusLock
