@@ -140,7 +140,8 @@ TEST_F(WindowAndTray, ComesBackMaximisedWhenItWasClosedSo) {
     close();
     ASSERT_FALSE(isShown());
     tray(WM_LBUTTONUP);
-    ASSERT_TRUE(waitUntil([&] { return isShown(); }, 2000));
+    ASSERT_TRUE(broker().waitForEvent("UI_SHOW_IDEMPOTENT"));
+    EXPECT_TRUE(isShown());
     EXPECT_TRUE(IsZoomed(window.handle()));
 }
 

@@ -390,6 +390,18 @@ TEST_F(MainWindowTest, FitsASmallScreenAfterAChangeOfDpi) {
     EXPECT_LT(width, 285);
 }
 
+TEST_F(MainWindowTest, StaysAsTheSystemMaximisesItAfterAChangeOfDpi) {
+    ASSERT_TRUE(make());
+    show();
+    ShowWindow(handle(), SW_MAXIMIZE);
+    workArea = {0, 0, 1900, 1000};
+    const RECT maximised{-20, -20, 1920, 1020};  // its borders lie outside
+    changeDpi(144, maximised);
+    const RECT now = place();
+    EXPECT_TRUE(IsZoomed(handle()));
+    EXPECT_TRUE(EqualRect(&now, &maximised));
+}
+
 TEST_F(MainWindowTest, TakesExactlyTheSystemsPlaceWhileItIsDragged) {
     ASSERT_TRUE(make());
     show();

@@ -182,6 +182,11 @@ TEST(WindowFit, GrowsAgainToWhatALargeScreenWants) {
     EXPECT_TRUE(contains(kLarge.workArea, placed)) << testing::PrintToString(placed);
 }
 
+TEST(WindowFit, NeverPlacesAWindowBelowItsLeastSize) {
+    const PixelBounds placed = windowPlaceOn(kLarge, kSmallBeside, {1800, 900, 2500, 1400});
+    EXPECT_EQ(placed, (PixelBounds{1040, 287, 1920, 1032}));
+}
+
 TEST(WindowFit, MovesAWindowBackIntoAWorkAreaThatShrank) {
     Screen shrunk = kLarge;
     shrunk.workArea.bottom = 900;
@@ -234,6 +239,13 @@ TEST(WindowFit, MovesTheSuggestedPlaceIntoTheWorkArea) {
     const Screen scaled = screenOf(1920, 1080, 144);
     const PixelBounds placed = windowPlaceForDpi(scaled, kLarge, {100, 60, 1196, 819}, {100, 60, 1440, 1068});
     EXPECT_EQ(placed, (PixelBounds{100, 0, 1440, 1008}));
+}
+
+TEST(WindowFit, LeavesAWindowHalfOutsideForAnotherDpiToo) {
+    const PixelBounds suggested{1500, 100, 2996, 1180};
+    EXPECT_EQ(windowPlaceForDpi(screenOf(2560, 1440, 144), screenOf(2560, 1440, 96), {2000, 100, 2996, 859},
+                                suggested),
+              suggested);
 }
 
 TEST(WindowFit, LeavesADroppedWindowHalfOutsideUnlessItIsTooLarge) {
