@@ -46,8 +46,15 @@ std::uint32_t readInstanceLock(const std::wstring& dataFolder) {
 }
 
 void showRunningBroker() {
-    if (const HWND window = FindWindowW(kMainWindowClass, nullptr))
-        PostMessageW(window, kMessageShowWindow, 0, 0);
+    const HWND window = FindWindowW(kMainWindowClass, nullptr);
+    if (window == nullptr)
+        return;
+    // The user has just started this process, so it may come to the foreground, and only with that right does
+    // a window rise above others'.
+    DWORD processId = 0;
+    GetWindowThreadProcessId(window, &processId);
+    AllowSetForegroundWindow(processId);
+    PostMessageW(window, kMessageShowWindow, 0, 0);
 }
 
 UniqueHandle createStopSignal() {

@@ -17,7 +17,8 @@ UniqueFile takeInstanceLock(const std::wstring& dataFolder);
 // The process id in app.lock; 0 when there is none to be read.
 std::uint32_t readInstanceLock(const std::wstring& dataFolder);
 
-// Posts the show-window message to the running broker, if its window can be found.
+// Posts the show-window message to the running broker, if its window can be found, and lets it rise above the
+// windows of others.
 void showRunningBroker();
 
 // Local\VextraMfBetaStop_<user SID>: auto-reset, initially clear, full access for Local System,

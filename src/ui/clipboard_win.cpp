@@ -7,6 +7,9 @@
 namespace vextra {
 namespace {
 
+constexpr int kAttempts = 5;
+constexpr DWORD kPauseMs = 20;
+
 struct GlobalMemoryTraits {
     using Value = HGLOBAL;
     static Value invalid() { return nullptr; }
@@ -15,7 +18,7 @@ struct GlobalMemoryTraits {
 
 class OpenedClipboard {
 public:
-    explicit OpenedClipboard(HWND owner) : opened_(OpenClipboard(owner) != FALSE) {}
+    explicit OpenedClipboard(HWND owner) : opened_(openSoon(owner)) {}
     ~OpenedClipboard() {
         if (opened_)
             CloseClipboard();
@@ -25,6 +28,16 @@ public:
     explicit operator bool() const { return opened_; }
 
 private:
+    // Programs that keep what was copied hold the clipboard for some milliseconds after each change.
+    static bool openSoon(HWND owner) {
+        for (int attempt = 0; attempt < kAttempts; ++attempt) {
+            if (OpenClipboard(owner))
+                return true;
+            Sleep(kPauseMs);
+        }
+        return OpenClipboard(owner) != FALSE;
+    }
+
     const bool opened_;
 };
 

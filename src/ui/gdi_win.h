@@ -16,6 +16,11 @@ struct MemoryDcTraits {
     static Value invalid() { return nullptr; }
     static void close(Value value) { DeleteDC(value); }
 };
+struct IconTraits {
+    using Value = HICON;
+    static Value invalid() { return nullptr; }
+    static void close(Value value) { DestroyIcon(value); }
+};
 struct MenuTraits {
     using Value = HMENU;
     static Value invalid() { return nullptr; }
@@ -27,6 +32,7 @@ using UniqueBrush = Unique<GdiObjectTraits<HBRUSH>>;
 using UniquePen = Unique<GdiObjectTraits<HPEN>>;
 using UniqueBitmap = Unique<GdiObjectTraits<HBITMAP>>;
 using UniqueMemoryDc = Unique<MemoryDcTraits>;  // CreateCompatibleDC
+using UniqueIcon = Unique<IconTraits>;          // LoadImage without LR_SHARED
 using UniqueMenu = Unique<MenuTraits>;          // CreatePopupMenu
 
 // Keeps an object selected into a device context as long as it lives.

@@ -18,6 +18,7 @@
 #include "ui/painter_win.h"
 #include "ui/settings_panel_win.h"
 #include "ui/tray_icon_win.h"
+#include "ui/window_fit.h"
 #include "ui/window_view.h"
 #include "update/channel.h"
 #include "update/update_channel.h"
@@ -25,6 +26,7 @@
 namespace vextra {
 
 inline constexpr wchar_t kWindowTitle[] = L"Câmera Virtual Vextra MF — " VEXTRA_VERSION_W;
+inline constexpr DWORD kMainWindowStyle = WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN;
 inline constexpr wchar_t kBoxTitle[] = L"Camera Virtual Vextra MF 0.2 beta";
 
 struct MainWindowSetup {
@@ -41,6 +43,7 @@ struct MainWindowSetup {
 class MainWindow {
 public:
     MainWindow(HINSTANCE instance, MainWindowSetup setup);
+    ~MainWindow();  // with the window and the icon, where they are still there
     MainWindow(const MainWindow&) = delete;
     MainWindow& operator=(const MainWindow&) = delete;
 
@@ -68,7 +71,8 @@ private:
     void onTimer();
     void onStatusChanged();
     void onDrawItem(const DRAWITEMSTRUCT& item) const;
-    HICON trayImage() const;
+    UniqueIcon trayImage() const;
+    void registerForSession();
     void onCommand(WORD id, WORD notification);
     void onTray(UINT mouseMessage);
     void onSessionChange(WPARAM reason);
@@ -77,11 +81,21 @@ private:
     void onPowerBroadcast(WPARAM event);
     void onSessionEndAsked();
     void onSessionEndCalledOff();
-    void onDpiChanged(int dpi, const RECT* suggested);
     void onClose();
     LRESULT onControlColour(HDC dc, HWND control) const;
     LRESULT defaultButton() const;
     void moveFocus(WPARAM wParam, LPARAM lParam);
+
+    // The screen (main_window_screen_win.cpp)
+    Screen screenOfWindow(int dpi) const;
+    void takeScreen(const Screen& screen);
+    // Looks whether the window is on another screen or the screen has changed, and fits the window to it.
+    void followScreen();
+    bool onGetDpiScaledSize(int dpi, SIZE& size) const;
+    void onDpiChanged(int dpi, const RECT* suggested);
+    void onDropped();
+    PixelBounds bounds() const;
+    void moveTo(const PixelBounds& place);
 
     void layoutControls();
     void paintWindow();
@@ -132,7 +146,11 @@ private:
     const UINT taskbarCreated_;  // registered message: the shell was started anew
 
     HWND window_ = nullptr;  // owned by the system; null before creation and after destruction
-    int dpi_ = kDesignDpi;
+    Screen screen_;          // as it was last seen
+    Screen placedOn_;        // for which the window was last given its place
+    int dpi_ = kDesignDpi;   // of all that is in the window: layoutDpi(screen_)
+    enum class Drag { kNone = 1, kRunning, kToAnotherDpi };
+    Drag drag_ = Drag::kNone;  // by the user, of the window or of its edge
     UniqueFont font_;
     Painter painter_;
     ControlSet controls_;

@@ -17,9 +17,10 @@ constexpr UINT_PTR kTimerId = 1;
 constexpr UINT kTimerMs = 200;
 constexpr Tick kIdleReadyMs = 500;
 constexpr Tick kRateSampleMs = 1000;
-constexpr POINT kFirstPosition{100, 60};
-// Beyond what Windows offers; anything else in a message is not a DPI.
-constexpr int kMinDpi = 48, kMaxDpi = 960;
+
+bool canTakeFocus(HWND control) {
+    return control != nullptr && IsWindowVisible(control) && IsWindowEnabled(control);
+}
 
 }  // namespace
 
@@ -37,10 +38,12 @@ MainWindow::MainWindow(HINSTANCE instance, MainWindowSetup setup)
       tray_(*setup.log),
       panel_(setup.firstPanel) {}
 
-bool MainWindow::create() {
-    dpi_ = static_cast<int>(GetDpiForSystem());
-    rebuildFont();
+MainWindow::~MainWindow() {
+    if (window_ != nullptr)
+        quitBroker();
+}
 
+bool MainWindow::create() {
     WNDCLASSEXW windowClass{};
     windowClass.cbSize = sizeof windowClass;
     windowClass.lpfnWndProc = &MainWindow::windowProcedure;
@@ -51,12 +54,11 @@ bool MainWindow::create() {
     if (RegisterClassExW(&windowClass) == 0)
         return false;
 
-    constexpr DWORD kStyle = WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN;
-    RECT frame{0, 0, scaled(kWindowWidth), scaled(kWindowHeight)};
-    AdjustWindowRectExForDpi(&frame, kStyle, FALSE, 0, static_cast<UINT>(dpi_));
-    return CreateWindowExW(0, kMainWindowClass, kWindowTitle, kStyle, kFirstPosition.x, kFirstPosition.y,
-                           frame.right - frame.left, frame.bottom - frame.top, nullptr, nullptr, instance_,
-                           this) != nullptr;
+    // Its place and its size are found in its creation, when it has a screen.
+    if (CreateWindowExW(0, kMainWindowClass, kWindowTitle, kMainWindowStyle, 0, 0, 0, 0, nullptr, nullptr,
+                        instance_, this) == nullptr)
+        window_ = nullptr;
+    return window_ != nullptr;
 }
 
 void MainWindow::startClock(std::uint32_t testSeconds) {
@@ -65,9 +67,14 @@ void MainWindow::startClock(std::uint32_t testSeconds) {
 }
 
 void MainWindow::showWithoutActivating() {
-    ShowWindow(window_, SW_SHOWNOACTIVATE);
-    // Also one that was open already, behind others.
-    SetWindowPos(window_, HWND_TOP, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
+    if (IsIconic(window_))
+        ShowWindow(window_, SW_SHOWNOACTIVATE);
+    followScreen();  // it may have changed, or gone, while the window was hidden
+    // A maximised or arranged window stays so. ShowWindow would make it small, and whoever started this
+    // program has a say in its first call. Above the windows of others it rises by the right to the
+    // foreground (SetWindowPos, remarks), which a second start of the broker and a click on the icon bring
+    // along.
+    SetWindowPos(window_, HWND_TOP, 0, 0, 0, 0, SWP_SHOWWINDOW | SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
 }
 
 void MainWindow::runMessageLoop() {
@@ -98,7 +105,7 @@ LRESULT CALLBACK MainWindow::windowProcedure(HWND window, UINT message, WPARAM w
 
 LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
     if (message == taskbarCreated_ && taskbarCreated_ != 0) {
-        tray_.add(window_, trayImage(), currentStatusLabel());
+        tray_.addAgain(trayImage(), currentStatusLabel());
         return 0;
     }
     switch (message) {
@@ -124,10 +131,16 @@ LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
                 onSessionEndCalledOff();
             return 0;
         case WM_DPICHANGED: onDpiChanged(HIWORD(wParam), reinterpret_cast<const RECT*>(lParam)); return 0;
-        case WM_GETMINMAXINFO:
-            reinterpret_cast<MINMAXINFO*>(lParam)->ptMinTrackSize = {scaled(kWindowMinWidth),
-                                                                     scaled(kWindowMinHeight)};
+        case WM_GETDPISCALEDSIZE:
+            return onGetDpiScaledSize(static_cast<int>(wParam), *reinterpret_cast<SIZE*>(lParam)) ? TRUE
+                                                                                                  : FALSE;
+        case WM_ENTERSIZEMOVE: drag_ = Drag::kRunning; break;
+        case WM_EXITSIZEMOVE: onDropped(); break;
+        case WM_GETMINMAXINFO: {
+            const PixelSize least = leastWindowSize(screen_);
+            reinterpret_cast<MINMAXINFO*>(lParam)->ptMinTrackSize = {least.width, least.height};
             return 0;
+        }
         case WM_SIZE:
             if (wParam != SIZE_MINIMIZED)
                 layoutControls();
@@ -142,8 +155,7 @@ LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
         case DM_GETDEFID: return defaultButton();
         case WM_NEXTDLGCTL: moveFocus(wParam, lParam); return 0;
         case WM_SETFOCUS:
-            SetFocus(lastFocus_ != nullptr && IsWindowVisible(lastFocus_) ? lastFocus_
-                                                                          : controls_[tabOf(panel_)]);
+            SetFocus(canTakeFocus(lastFocus_) ? lastFocus_ : controls_[tabOf(panel_)]);
             return 0;
         case WM_ACTIVATE:
             if (LOWORD(wParam) == WA_INACTIVE && IsChild(window_, GetFocus()))
@@ -161,7 +173,7 @@ LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
 bool MainWindow::onCreate() {
     if (!controls_.create(window_, instance_))
         return false;
-    controls_.setFont(font_.get());
+    takeScreen(screenOfWindow(static_cast<int>(GetDpiForWindow(window_))));
     for (const Control& control : kControls) {
         if (!control.accessibleName.empty())
             accessibleNames_.set(controls_[control.id], control.accessibleName);
@@ -171,20 +183,29 @@ bool MainWindow::onCreate() {
     settingsPanel_.fillLists();
     settingsPanel_.fill(formFromSettings(settingsInEffect()));
     refreshButtons(GetTickCount64());
-    SetTimer(window_, kTimerId, kTimerMs, nullptr);
+    placedOn_ = screen_;
+    moveTo(firstWindowPlace(screen_));
     layoutControls();
+    // Without it no news would ever be shown, nor a broker with a limit end.
+    if (SetTimer(window_, kTimerId, kTimerMs, nullptr) == 0)
+        return false;
     tray_.add(window_, trayImage(), currentStatusLabel());
-    sessionNotified_ = WTSRegisterSessionNotification(window_, NOTIFY_FOR_THIS_SESSION) != FALSE;
+    registerForSession();
     log_.write(sessionNotified_ ? EventCode::kSessionNotifyRegistered : EventCode::kSessionNotifyFailed);
     return true;
 }
 
-// LoadImage keeps the shared icon until the program ends.
-HICON MainWindow::trayImage() const {
-    return static_cast<HICON>(LoadImageW(instance_, MAKEINTRESOURCEW(kIconResource), IMAGE_ICON,
-                                         GetSystemMetricsForDpi(SM_CXSMICON, static_cast<UINT>(dpi_)),
-                                         GetSystemMetricsForDpi(SM_CYSMICON, static_cast<UINT>(dpi_)),
-                                         LR_SHARED));
+void MainWindow::registerForSession() {
+    sessionNotified_ = WTSRegisterSessionNotification(window_, NOTIFY_FOR_THIS_SESSION) != FALSE;
+}
+
+// In the size that the taskbar has on its own screen.
+UniqueIcon MainWindow::trayImage() const {
+    const HWND taskbar = FindWindowW(L"Shell_TrayWnd", nullptr);
+    const UINT dpi = taskbar != nullptr ? GetDpiForWindow(taskbar) : static_cast<UINT>(screen_.dpi);
+    return UniqueIcon(static_cast<HICON>(LoadImageW(instance_, MAKEINTRESOURCEW(kIconResource), IMAGE_ICON,
+                                                    GetSystemMetricsForDpi(SM_CXSMICON, dpi),
+                                                    GetSystemMetricsForDpi(SM_CYSMICON, dpi), 0)));
 }
 
 void MainWindow::onTimer() {
@@ -195,8 +216,11 @@ void MainWindow::onTimer() {
         layoutControls();
     startSupervisorAgain();
     refreshButtons(now);
-    if (IsWindowVisible(window_))
+    if (IsWindowVisible(window_)) {
+        // When all messages of a change have come, whichever they were.
+        followScreen();
         InvalidateRect(window_, nullptr, FALSE);
+    }
     if (startTick_ == 0)
         return;
     const Tick sinceStartMs = now - startTick_;
@@ -217,6 +241,15 @@ void MainWindow::sampleFrameRate(Tick now) {
             return;
         observedFps_ = static_cast<double>(frames - rateFrames_) * 1000 / static_cast<double>(elapsedMs);
         tray_.refresh(currentStatusLabel());
+        // What the system refused at a busy log-on.
+        tray_.addIfAbsent(currentStatusLabel());
+        if (!sessionNotified_) {
+            registerForSession();
+            if (sessionNotified_) {
+                log_.write(EventCode::kSessionNotifyRegistered);
+                noteSession(SessionNews::kNone);  // whatever was missed until now
+            }
+        }
     }
     rateTick_ = now;
     rateFrames_ = frames;
@@ -339,19 +372,6 @@ void MainWindow::rebuildFont() {
     font_.reset(CreateFontW(scaled(kUiFontHeight), 0, 0, 0, FW_NORMAL, FALSE, FALSE, FALSE, DEFAULT_CHARSET,
                             OUT_DEFAULT_PRECIS, CLIP_DEFAULT_PRECIS, CLEARTYPE_QUALITY,
                             DEFAULT_PITCH | FF_DONTCARE, kUiFontName));
-}
-
-void MainWindow::onDpiChanged(int dpi, const RECT* suggested) {
-    if (dpi < kMinDpi || dpi > kMaxDpi || suggested == nullptr)
-        return;
-    dpi_ = dpi;
-    SetWindowPos(window_, nullptr, suggested->left, suggested->top, suggested->right - suggested->left,
-                 suggested->bottom - suggested->top, SWP_NOZORDER | SWP_NOACTIVATE);
-    const UniqueFont old(font_.release());  // in use until the controls have the new one
-    rebuildFont();
-    controls_.setFont(font_.get());
-    layoutControls();
-    log_.write(EventCode::kDpiChanged);
 }
 
 void MainWindow::layoutControls() {

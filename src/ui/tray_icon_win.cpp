@@ -20,12 +20,38 @@ void copyText(wchar_t (&field)[N], std::wstring_view text) {
 
 }  // namespace
 
-void TrayIcon::add(HWND window, HICON icon, std::wstring_view statusLabel) {
+void TrayIcon::add(HWND window, UniqueIcon image, std::wstring_view statusLabel) {
     window_ = window;
-    icon_ = icon;
-    shownTip_ = trayTip(statusLabel);
-    trayIconPresent_ = updateTrayIcon(NIM_ADD, shownTip_, nullptr);
+    image_ = std::move(image);
+    tip_ = trayTip(statusLabel);
+    trayIconPresent_ = updateTrayIcon(NIM_ADD, nullptr);
     log_.write(trayIconPresent_ ? EventCode::kTrayAddOk : EventCode::kTrayAddFailed);
+}
+
+void TrayIcon::addAgain(UniqueIcon image, std::wstring_view statusLabel) {
+    image_ = std::move(image);
+    trayIconPresent_ = replaceInShell(statusLabel);
+    log_.write(trayIconPresent_ ? EventCode::kTrayAddOk : EventCode::kTrayAddFailed);
+}
+
+void TrayIcon::addIfAbsent(std::wstring_view statusLabel) {
+    if (window_ == nullptr || trayIconPresent_)
+        return;
+    trayIconPresent_ = replaceInShell(statusLabel);
+    if (trayIconPresent_)
+        log_.write(EventCode::kTrayAddOk);
+}
+
+bool TrayIcon::replaceInShell(std::wstring_view statusLabel) {
+    tip_ = trayTip(statusLabel);
+    updateTrayIcon(NIM_DELETE, nullptr);
+    return updateTrayIcon(NIM_ADD, nullptr);
+}
+
+void TrayIcon::replaceImage(UniqueIcon image) {
+    const UniqueIcon old = std::exchange(image_, std::move(image));  // the shell's until it has the new one
+    if (trayIconPresent_)
+        updateTrayIcon(NIM_MODIFY, nullptr);
 }
 
 void TrayIcon::refresh(std::wstring_view statusLabel, const TrayNotice* notice) {
@@ -33,27 +59,29 @@ void TrayIcon::refresh(std::wstring_view statusLabel, const TrayNotice* notice) 
         return;
     // Asked every second, all day: the shell is woken only when there is news.
     std::wstring tip = trayTip(statusLabel);
-    if (tip == shownTip_ && notice == nullptr)
+    if (tip == tip_ && notice == nullptr)
         return;
-    if (updateTrayIcon(NIM_MODIFY, tip, notice))
-        shownTip_ = std::move(tip);
+    std::wstring shown = std::exchange(tip_, std::move(tip));
+    if (!updateTrayIcon(NIM_MODIFY, notice))
+        tip_ = std::move(shown);
 }
 
 void TrayIcon::remove() {
-    updateTrayIcon(NIM_DELETE, {}, nullptr);
+    updateTrayIcon(NIM_DELETE, nullptr);
+    window_ = nullptr;
     trayIconPresent_ = false;
     log_.write(EventCode::kTrayRemove);
 }
 
-bool TrayIcon::updateTrayIcon(DWORD operation, const std::wstring& tip, const TrayNotice* notice) const {
+bool TrayIcon::updateTrayIcon(DWORD operation, const TrayNotice* notice) const {
     NOTIFYICONDATAW record{};
     record.cbSize = sizeof record;
     record.hWnd = window_;
     record.uID = kIconNumber;
     record.uFlags = NIF_MESSAGE | NIF_ICON | NIF_TIP;
     record.uCallbackMessage = kMessageTray;
-    record.hIcon = icon_;
-    copyText(record.szTip, tip);
+    record.hIcon = image_.get();
+    copyText(record.szTip, tip_);
     if (notice != nullptr) {
         record.uFlags |= NIF_INFO;
         copyText(record.szInfoTitle, notice->title);

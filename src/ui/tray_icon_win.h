@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "diag/event_log.h"
+#include "ui/gdi_win.h"
 
 namespace vextra {
 
@@ -26,8 +27,16 @@ public:
     TrayIcon(const TrayIcon&) = delete;
     TrayIcon& operator=(const TrayIcon&) = delete;
 
-    // Clicks come to `window` as kMessageTray. Again after the shell was restarted.
-    void add(HWND window, HICON icon, std::wstring_view statusLabel);
+    // Clicks come to `window` as kMessageTray. Once, when there is a window.
+    void add(HWND window, UniqueIcon image, std::wstring_view statusLabel);
+    // When the shell announces itself: it may be a new one, or the old one with the icon still in it, which
+    // would refuse a second. So the icon is taken away first, whatever comes of it.
+    void addAgain(UniqueIcon image, std::wstring_view statusLabel);
+    // For a timer: an add that was refused is tried again, without a word until it succeeds. A shell under
+    // load refuses icons long after it announced itself.
+    void addIfAbsent(std::wstring_view statusLabel);
+    // For another size of the taskbar.
+    void replaceImage(UniqueIcon image);
     // Renews the tip where it has changed, and shows a notice if there is one. Nothing happens while the icon
     // is absent.
     void refresh(std::wstring_view statusLabel, const TrayNotice* notice = nullptr);
@@ -37,12 +46,13 @@ public:
     bool present() const { return trayIconPresent_; }
 
 private:
-    bool updateTrayIcon(DWORD operation, const std::wstring& tip, const TrayNotice* notice) const;
+    bool updateTrayIcon(DWORD operation, const TrayNotice* notice) const;
+    bool replaceInShell(std::wstring_view statusLabel);
 
     EventLog& log_;
-    HWND window_ = nullptr;
-    HICON icon_ = nullptr;   // shared, the system's to free
-    std::wstring shownTip_;  // as the shell last took it
+    HWND window_ = nullptr;  // null while nobody wants an icon
+    UniqueIcon image_;
+    std::wstring tip_;
     bool trayIconPresent_ = false;
 };
 

@@ -59,6 +59,8 @@ PreviewPlace placePreview(int clientWidth, int clientHeight);
 
 constexpr int kWindowWidth = 980, kWindowHeight = 720;        // client area at the start
 constexpr int kWindowMinWidth = 880, kWindowMinHeight = 745;  // of the whole window
+// What that leaves to the client area within the usual frame, and what the panels need.
+constexpr int kLeastClientWidth = 864, kLeastClientHeight = 706;
 constexpr int kUiFontHeight = 17;
 
 }  // namespace vextra

@@ -1,49 +1,26 @@
-// The running broker's window, its tray icon and its reactions to the system, driven from outside.
+// The running broker's window and its reactions to the system, driven from outside.
 #include <windows.h>
 
-#include <shellapi.h>
 #include <wtsapi32.h>
 
-#include <algorithm>
-
-#include "broker_test_win.h"
-#include "broker_window_win.h"
-#include "core/supervisor_thread_win.h"
+#include "window_test_win.h"
 
 namespace vextra::test {
 namespace {
 
 constexpr wchar_t kLiveStatus[] = L"Teste local ao vivo — FFmpeg lavfi → bridge → Media Foundation.";
 
-class Window : public BrokerTest {
+class Window : public WindowTest {
 protected:
-    Window() { decoder().behave("frames=endless\nframesPerSecond=16"); }
-
-    void start(const std::wstring& options = L"--test-pattern") {
-        broker().start(options);
-        // The check for updates at the start has its own say in the status line.
-        ASSERT_TRUE(broker().waitForEvent("MF_UPDATE_CHECK_COMPLETED", 20'000));
+    // For messages that carry a pointer: it has to be one of the broker's.
+    LPARAM inBroker(const RECT& rect) {
+        const UniqueHandle process(
+            OpenProcess(PROCESS_VM_OPERATION | PROCESS_VM_WRITE, FALSE, broker().processId()));
+        void* memory = VirtualAllocEx(process.get(), nullptr, sizeof rect, MEM_COMMIT, PAGE_READWRITE);
+        if (memory == nullptr || !WriteProcessMemory(process.get(), memory, &rect, sizeof rect, nullptr))
+            failSetUp("memory of the broker");
+        return reinterpret_cast<LPARAM>(memory);
     }
-    void goLive() {
-        viewer().takeLease();
-        ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
-    }
-    bool isShown() const { return IsWindowVisible(window.handle()) != FALSE; }
-    void close() { SendMessageW(window.handle(), WM_CLOSE, 0, 0); }
-    void tray(UINT mouseMessage) {
-        PostMessageW(window.handle(), kMessageTray, 1, static_cast<LPARAM>(mouseMessage));
-    }
-    void announceTaskbar() { SendMessageW(window.handle(), RegisterWindowMessageW(L"TaskbarCreated"), 0, 0); }
-    // As the shell would when it loses the icon.
-    void takeIconAway() {
-        NOTIFYICONDATAW record{};
-        record.cbSize = sizeof record;
-        record.hWnd = window.handle();
-        record.uID = 1;
-        ASSERT_TRUE(Shell_NotifyIconW(NIM_DELETE, &record));
-    }
-
-    const BrokerWindow window{broker()};
 };
 
 // --- Panels ---
@@ -293,95 +270,7 @@ TEST_F(Window, SaysThatARealSourceIsLive) {
     EXPECT_TRUE(window.waitForStatus(L"Fonte selecionada ao vivo — produtor → bridge → Media Foundation."));
 }
 
-// --- The tray ---
-
-TEST_F(Window, HidesInTheTrayWhenItIsClosed) {
-    start();
-    close();
-    EXPECT_FALSE(isShown());
-    EXPECT_TRUE(broker().runs());
-    EXPECT_TRUE(broker().waitForEvent("UI_HIDE_TRAY_ACTIVE"));
-}
-
-TEST_F(Window, EndsThePreviewWhenItIsClosed) {
-    start();
-    window.press(kIdPreview);
-    ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
-    close();
-    EXPECT_TRUE(viewer().waitForState(BridgeState::kStopped));
-}
-
-TEST_F(Window, KeepsAMeetingGoingWhenItIsClosed) {
-    start();
-    goLive();
-    close();
-    const std::uint64_t frames = viewer().header().frameCounter;
-    EXPECT_TRUE(viewer().waitForFrameAfter(frames + 16));
-}
-
-TEST_F(Window, ComesBackByAClickOnTheTrayIcon) {
-    start();
-    for (const UINT click : {WM_LBUTTONUP, WM_LBUTTONDBLCLK}) {
-        close();
-        tray(click);
-        EXPECT_TRUE(waitUntil([&] { return isShown(); }, 2000)) << click;
-    }
-    EXPECT_TRUE(waitUntil([&] { return broker().countEvents("UI_SHOW_IDEMPOTENT") == 2; }, 2000));
-}
-
-TEST_F(Window, ComesBackByAClickOnTheShellsOwnIcon) {
-    start();
-    close();
-    // Wine draws the tray itself where the desktop has none: a window for each icon.
-    const std::vector<HWND> windows = allWindows();
-    const auto icon = std::find_if(windows.begin(), windows.end(), [](HWND candidate) {
-        wchar_t name[64]{};
-        GetClassNameW(candidate, name, 64);
-        return std::wstring_view(name) == L"__winex11_tray_icon";
-    });
-    if (icon == windows.end())
-        GTEST_SKIP() << "the shell's tray icons cannot be reached by messages: click it by hand";
-    PostMessageW(*icon, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(5, 5));
-    PostMessageW(*icon, WM_LBUTTONUP, 0, MAKELPARAM(5, 5));
-    EXPECT_TRUE(waitUntil([&] { return isShown(); }, 3000));
-}
-
-TEST_F(Window, IsShownOrEndedFromTheTraysMenu) {
-    start();
-    close();
-    tray(WM_RBUTTONUP);
-    ASSERT_NE(window.waitForMenu(), nullptr);
-    for (int line = 0; line < 3; ++line)  // two greyed ones, then the first that does something
-        PostMessageW(window.handle(), WM_KEYDOWN, VK_DOWN, 1);
-    PostMessageW(window.handle(), WM_KEYDOWN, VK_RETURN, 1);
-    ASSERT_TRUE(waitUntil([&] { return isShown(); }, 3000)) << "Abrir Vextra";
-    tray(WM_CONTEXTMENU);
-    ASSERT_NE(window.waitForMenu(), nullptr);
-    PostMessageW(window.handle(), WM_KEYDOWN, VK_UP, 1);  // the last line
-    PostMessageW(window.handle(), WM_KEYDOWN, VK_RETURN, 1);
-    EXPECT_EQ(broker().waitForExit(8000), 0u) << "Sair do broker";
-    EXPECT_EQ(broker().countEvents("TRAY_REMOVE"), 1u);
-}
-
-TEST_F(Window, StaysOpenWhereThereIsNoTray) {
-    start();
-    announceTaskbar();  // the icon is there already, so the shell takes it no second time
-    ASSERT_EQ(broker().countEvents("TRAY_ADD_FAILED"), 1u);
-    close();
-    EXPECT_TRUE(isShown());
-    EXPECT_TRUE(window.waitForStatus(L"Bandeja indisponível. Use Sair para encerrar com segurança."));
-    EXPECT_EQ(broker().countEvents("UI_HIDE_TRAY_ACTIVE"), 0u);
-}
-
-TEST_F(Window, PutsItsIconIntoANewTaskbar) {
-    start();
-    announceTaskbar();
-    takeIconAway();
-    announceTaskbar();
-    ASSERT_EQ(broker().countEvents("TRAY_ADD_OK"), 2u);
-    close();
-    EXPECT_FALSE(isShown());
-}
+// --- A signal ---
 
 TEST_F(Window, AsksForNothingWhenTheStopSignalMeetsAPreview) {
     start();
@@ -397,14 +286,8 @@ TEST_F(Window, AsksForNothingWhenTheStopSignalMeetsAPreview) {
 
 TEST_F(Window, FollowsAChangeOfDpi) {
     start();
-    // The message carries a pointer, which has to be one of the broker's.
-    const UniqueHandle process(
-        OpenProcess(PROCESS_VM_OPERATION | PROCESS_VM_WRITE, FALSE, broker().processId()));
-    void* memory = VirtualAllocEx(process.get(), nullptr, sizeof(RECT), MEM_COMMIT, PAGE_READWRITE);
-    ASSERT_NE(memory, nullptr);
     const RECT suggested{20, 30, 20 + 1500, 30 + 1200};
-    ASSERT_TRUE(WriteProcessMemory(process.get(), memory, &suggested, sizeof suggested, nullptr));
-    SendMessageW(window.handle(), WM_DPICHANGED, MAKEWPARAM(144, 144), reinterpret_cast<LPARAM>(memory));
+    SendMessageW(window.handle(), WM_DPICHANGED, MAKEWPARAM(144, 144), inBroker(suggested));
     RECT frame{}, client{};
     GetWindowRect(window.handle(), &frame);
     EXPECT_TRUE(EqualRect(&frame, &suggested));
@@ -415,6 +298,17 @@ TEST_F(Window, FollowsAChangeOfDpi) {
     EXPECT_EQ(tab.right - tab.left, 285);
     EXPECT_EQ(tab.bottom - tab.top, 57);
     EXPECT_EQ(broker().countEvents("DPI_CHANGED"), 1u);
+}
+
+TEST_F(Window, CannotBeMadeSmallerThanItsContentsAtAnotherScale) {
+    start();
+    SendMessageW(window.handle(), WM_DPICHANGED, MAKEWPARAM(144, 144),
+                 inBroker({20, 30, 20 + 1500, 30 + 1200}));
+    SetWindowPos(window.handle(), nullptr, 0, 0, 300, 200, SWP_NOMOVE | SWP_NOZORDER | SWP_NOACTIVATE);
+    RECT frame{};
+    GetWindowRect(window.handle(), &frame);
+    EXPECT_EQ(frame.right - frame.left, 1320);
+    EXPECT_EQ(frame.bottom - frame.top, 1118);
 }
 
 TEST_F(Window, IgnoresADpiThatIsNone) {
@@ -476,6 +370,24 @@ TEST_F(Window, PassesTheFocusOnWhenItsButtonVanishes) {
     ASSERT_TRUE(window.focus(kIdPause));
     viewer().releaseLease();
     EXPECT_TRUE(waitUntil([&] { return window.focused() == kIdTabCamera; }, 3000));
+}
+
+// A control that cannot take the keyboard would keep every key from the window.
+TEST_F(Window, GivesTheFocusToItsTabWhereItsLastControlIsDisabledMeanwhile) {
+    start();
+    window.press(kIdTabSettings);
+    ASSERT_TRUE(window.focus(kIdApply));
+    {
+        const UsersWindow users;
+        ASSERT_TRUE(users.hasTheKeyboard());
+        goLive();
+        ASSERT_TRUE(waitUntil([&] { return !window.enabled(kIdApply); }, 2000));
+    }
+    // Asked again, for the display has its own say while the other window goes.
+    ASSERT_TRUE(waitUntil(
+        [&] { return SetForegroundWindow(window.handle()) && GetForegroundWindow() == window.handle(); },
+        2000));
+    EXPECT_TRUE(waitUntil([&] { return window.focused() == kIdTabSettings; }, 2000));
 }
 
 // --- Diagnostics ---

@@ -179,6 +179,16 @@ TEST(StopSignal, InheritsNoOtherEntries) {
 // --- The running broker's window ---
 
 int showMessages = 0;
+DWORD letToTheForeground = 0;
+bool messageWasThereBefore = false;
+
+BOOL WINAPI allowedForeground(DWORD processId) {
+    letToTheForeground = processId;
+    MSG message{};
+    messageWasThereBefore =
+        PeekMessageW(&message, nullptr, kMessageShowWindow, kMessageShowWindow, PM_NOREMOVE) != FALSE;
+    return TRUE;
+}
 
 LRESULT CALLBACK countShowMessages(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
     if (message == kMessageShowWindow && wParam == 0 && lParam == 0)
@@ -186,23 +196,43 @@ LRESULT CALLBACK countShowMessages(HWND window, UINT message, WPARAM wParam, LPA
     return DefWindowProcW(window, message, wParam, lParam);
 }
 
-TEST(RunningBroker, IsAskedToShowItsWindow) {
-    WNDCLASSW windowClass{};
-    windowClass.lpfnWndProc = &countShowMessages;
-    windowClass.hInstance = GetModuleHandleW(nullptr);
-    windowClass.lpszClassName = L"VextraMfBetaF7E23FCF";
-    ASSERT_NE(RegisterClassW(&windowClass), 0);
-    const HWND window = CreateWindowExW(0, windowClass.lpszClassName, L"", WS_OVERLAPPED, 0, 0, 1, 1, nullptr,
-                                        nullptr, windowClass.hInstance, nullptr);
-    ASSERT_NE(window, nullptr);
-    showMessages = 0;
+// A window of the broker's class, in this process.
+class RunningBroker : public testing::Test {
+protected:
+    RunningBroker() {
+        WNDCLASSW windowClass{};
+        windowClass.lpfnWndProc = &countShowMessages;
+        windowClass.hInstance = GetModuleHandleW(nullptr);
+        windowClass.lpszClassName = L"VextraMfBetaF7E23FCF";
+        if (RegisterClassW(&windowClass) == 0)
+            failSetUp("class");
+        window = CreateWindowExW(0, windowClass.lpszClassName, L"", WS_OVERLAPPED, 0, 0, 1, 1, nullptr,
+                                 nullptr, windowClass.hInstance, nullptr);
+        if (window == nullptr)
+            failSetUp("window");
+        showMessages = 0;
+    }
+    ~RunningBroker() override {
+        DestroyWindow(window);
+        UnregisterClassW(L"VextraMfBetaF7E23FCF", GetModuleHandleW(nullptr));
+    }
+    HWND window = nullptr;
+};
+
+TEST_F(RunningBroker, IsAskedToShowItsWindow) {
     showRunningBroker();
     EXPECT_EQ(showMessages, 0) << "posted, not sent: a broker that hangs must not hang its second start";
     for (MSG message{}; PeekMessageW(&message, window, 0, 0, PM_REMOVE);)
         DispatchMessageW(&message);
     EXPECT_EQ(showMessages, 1);
-    DestroyWindow(window);
-    UnregisterClassW(windowClass.lpszClassName, windowClass.hInstance);
+}
+
+// Windows grants it for the moment after the user started the second process, and to nobody else.
+TEST_F(RunningBroker, GetsTheRightToTheForegroundBeforeItIsAsked) {
+    const test::ImportSwap<BOOL WINAPI(DWORD)> foreground("AllowSetForegroundWindow", &allowedForeground);
+    showRunningBroker();
+    EXPECT_EQ(letToTheForeground, GetCurrentProcessId());
+    EXPECT_FALSE(messageWasThereBefore);
 }
 
 }  // namespace

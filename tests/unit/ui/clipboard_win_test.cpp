@@ -136,6 +136,22 @@ TEST_F(Clipboard, StaysAsItWasWhileSomebodyElseHoldsIt) {
     EXPECT_STREQ(unitsOnClipboard(window.handle()).c_str(), L"before");
 }
 
+int attempts = 0, attemptsThatFail = 0;
+BOOL WINAPI busyAtFirst(HWND owner) {
+    if (++attempts <= attemptsThatFail)
+        return FALSE;
+    return test::realFunction<BOOL WINAPI(HWND)>("OpenClipboard")(owner);
+}
+
+TEST_F(Clipboard, IsWaitedForWhileSomebodyElseHoldsItForAMoment) {
+    const test::ImportSwap<BOOL WINAPI(HWND)> busy("OpenClipboard", &busyAtFirst);
+    attempts = 0;
+    attemptsThatFail = 3;
+    EXPECT_TRUE(copyToClipboard(window.handle(), L"in the end"));
+    attemptsThatFail = 0;
+    EXPECT_STREQ(unitsOnClipboard(window.handle()).c_str(), L"in the end");
+}
+
 TEST_F(Clipboard, StaysAsItWasWithoutMemory) {
     ASSERT_TRUE(copyToClipboard(window.handle(), L"before"));
     {

@@ -4,66 +4,36 @@
 
 #include <shellapi.h>
 
-#include <regex>
+#include <utility>
 #include <vector>
 
-#include "import_swap_win.h"
+#include "shell_record_win.h"
 #include "test_window_win.h"
 
 namespace vextra {
 namespace {
 
-// The codes of what was logged, in order.
-class LoggedCodes {
-public:
-    LoggedCodes() { log_.open(path_, EventLog::OpenMode::kReplace); }
+using test::LoggedCodes;
 
-    EventLog& log() { return log_; }
-    std::string text() const {
-        const std::string lines = readFile(path_);
-        static const std::regex kLine(R"(tick=\d+ (\w+) hr=(0x\w+) .*)");
-        std::string codes;
-        for (std::sregex_iterator line(lines.begin(), lines.end(), kLine), end; line != end; ++line)
-            codes += (*line)[1].str() + " " + (*line)[2].str() + "\n";
-        return codes;
-    }
-
-private:
-    TemporaryFolder folder_;
-    const std::wstring path_ = folder_ / L"app.log";
-    std::atomic<std::uint64_t> frames_{0};
-    EventLog log_{frames_};
-};
-
-// --- What the shell is asked for, with a shell of the test's own ---
-
-struct ShellCall {
-    DWORD operation;
-    NOTIFYICONDATAW record;
-};
-std::vector<ShellCall> shellCalls;
-BOOL shellAnswer = TRUE;
-
-BOOL WINAPI recordingShell(DWORD operation, NOTIFYICONDATAW* record) {
-    shellCalls.push_back({operation, *record});
-    return shellAnswer;
-}
+// --- What the shell is asked for ---
 
 class TrayIconRecord : public testing::Test {
 protected:
-    TrayIconRecord() {
-        shellCalls.clear();
-        shellAnswer = TRUE;
-    }
-    const test::ImportSwap<BOOL WINAPI(DWORD, NOTIFYICONDATAW*)> shell{"Shell_NotifyIconW", &recordingShell};
+    // An image of the tray's own, to be freed by it.
+    static UniqueIcon image() { return UniqueIcon(CopyIcon(LoadIconW(nullptr, IDI_APPLICATION))); }
+    void add(std::wstring_view statusLabel) { tray.add(window, image(), statusLabel); }
+
+    const test::ShellRecord shell;
+    std::vector<test::ShellCall>& shellCalls = test::ShellRecord::calls();
     LoggedCodes logged;
     TrayIcon tray{logged.log()};
     const HWND window = reinterpret_cast<HWND>(0x1234);
-    const HICON icon = reinterpret_cast<HICON>(0x5678);
 };
 
 TEST_F(TrayIconRecord, OfAnAddNamesWindowIconAndTip) {
-    tray.add(window, icon, L"Ao vivo • imagem recente");
+    UniqueIcon icon = image();
+    const HICON handle = icon.get();
+    tray.add(window, std::move(icon), L"Ao vivo • imagem recente");
     ASSERT_EQ(shellCalls.size(), 1u);
     const auto& [operation, record] = shellCalls[0];
     EXPECT_EQ(operation, DWORD{NIM_ADD});
@@ -72,13 +42,13 @@ TEST_F(TrayIconRecord, OfAnAddNamesWindowIconAndTip) {
     EXPECT_EQ(record.uID, 1u);
     EXPECT_EQ(record.uFlags, UINT{NIF_MESSAGE | NIF_ICON | NIF_TIP});
     EXPECT_EQ(record.uCallbackMessage, 0x8002u);
-    EXPECT_EQ(record.hIcon, icon);
+    EXPECT_EQ(record.hIcon, handle);
     EXPECT_STREQ(record.szTip, L"Vextra MF beta • Dispositivo persistente • Ao vivo • imagem recente");
     EXPECT_STREQ(record.szInfo, L"");
 }
 
 TEST_F(TrayIconRecord, OfARefreshIsTheSameWithANewTip) {
-    tray.add(window, icon, L"a");
+    add(L"a");
     tray.refresh(L"b");
     ASSERT_EQ(shellCalls.size(), 2u);
     const auto& [operation, record] = shellCalls[1];
@@ -90,21 +60,21 @@ TEST_F(TrayIconRecord, OfARefreshIsTheSameWithANewTip) {
 }
 
 TEST_F(TrayIconRecord, IsSentAgainOnlyWhenTheTipHasChanged) {
-    tray.add(window, icon, L"a");
+    add(L"a");
     tray.refresh(L"a");
     EXPECT_EQ(shellCalls.size(), 1u);
     tray.refresh(L"b");
     tray.refresh(L"b");
     EXPECT_EQ(shellCalls.size(), 2u);
-    shellAnswer = FALSE;
+    shell.refuseAll();
     tray.refresh(L"c");
-    shellAnswer = TRUE;
+    shell.takeAll();
     tray.refresh(L"c");
     EXPECT_EQ(shellCalls.size(), 4u) << "what the shell did not take is sent once more";
 }
 
 TEST_F(TrayIconRecord, OfANoticeIsABalloonThatInforms) {
-    tray.add(window, icon, L"a");
+    add(L"a");
     tray.refresh(L"a", &kStillRunningNotice);
     ASSERT_EQ(shellCalls.size(), 2u);
     const auto& [operation, record] = shellCalls[1];
@@ -119,7 +89,7 @@ TEST_F(TrayIconRecord, OfANoticeIsABalloonThatInforms) {
 TEST_F(TrayIconRecord, CutsWhatTheFieldsCannotHold) {
     const std::wstring text(300, L'é');
     const TrayNotice notice{text, text};
-    tray.add(window, icon, text);
+    add(text);
     tray.refresh(text, &notice);
     const NOTIFYICONDATAW& record = shellCalls.at(1).record;
     EXPECT_EQ(std::wstring(record.szTip).size(), 127u);
@@ -128,7 +98,7 @@ TEST_F(TrayIconRecord, CutsWhatTheFieldsCannotHold) {
 }
 
 TEST_F(TrayIconRecord, OfARemovalNamesTheSameIcon) {
-    tray.add(window, icon, L"a");
+    add(L"a");
     tray.remove();
     ASSERT_EQ(shellCalls.size(), 2u);
     EXPECT_EQ(shellCalls[1].operation, DWORD{NIM_DELETE});
@@ -139,24 +109,89 @@ TEST_F(TrayIconRecord, OfARemovalNamesTheSameIcon) {
 
 TEST_F(TrayIconRecord, IsNotSentWhileTheIconIsAbsent) {
     tray.refresh(L"before any add");
-    shellAnswer = FALSE;
-    tray.add(window, icon, L"a");
+    shell.refuseAll();
+    add(L"a");
     tray.refresh(L"after a failed add", &kStillRunningNotice);
     ASSERT_EQ(shellCalls.size(), 1u);
     EXPECT_EQ(logged.text(), "TRAY_ADD_FAILED 0x00000000\n");
 }
 
+TEST_F(TrayIconRecord, OfASecondAddComesAfterARemovalThatMayFail) {
+    add(L"a");
+    shellCalls.clear();
+    shell.refuse(NIM_DELETE);
+    tray.addAgain(image(), L"b");
+    ASSERT_EQ(shellCalls.size(), 2u);
+    EXPECT_EQ(shellCalls[0].operation, DWORD{NIM_DELETE});
+    EXPECT_EQ(shellCalls[0].record.hWnd, window);
+    EXPECT_EQ(shellCalls[0].record.uID, 1u);
+    EXPECT_EQ(shellCalls[1].operation, DWORD{NIM_ADD});
+    EXPECT_STREQ(shellCalls[1].record.szTip, L"Vextra MF beta • Dispositivo persistente • b");
+    EXPECT_TRUE(tray.present());
+    EXPECT_EQ(logged.text(), "TRAY_ADD_OK 0x00000000\nTRAY_ADD_OK 0x00000000\n")
+        << "a removal that nobody asked for";
+}
+
+TEST_F(TrayIconRecord, OfASecondAddThatFailsMeansThatTheIconIsGone) {
+    add(L"a");
+    shell.refuse(NIM_ADD);
+    tray.addAgain(image(), L"a");
+    EXPECT_FALSE(tray.present());
+    EXPECT_EQ(logged.text(), "TRAY_ADD_OK 0x00000000\nTRAY_ADD_FAILED 0x00000000\n");
+}
+
+TEST_F(TrayIconRecord, IsTriedAgainInSilenceUntilItIsTaken) {
+    shell.refuse(NIM_ADD);
+    add(L"a");
+    shellCalls.clear();
+    tray.addIfAbsent(L"b");
+    tray.addIfAbsent(L"b");
+    EXPECT_EQ(shellCalls.size(), 4u) << "a removal and an add each time";
+    EXPECT_EQ(logged.text(), "TRAY_ADD_FAILED 0x00000000\n");
+    shell.takeAll();
+    tray.addIfAbsent(L"c");
+    EXPECT_TRUE(tray.present());
+    EXPECT_EQ(shellCalls.back().operation, DWORD{NIM_ADD});
+    EXPECT_STREQ(shellCalls.back().record.szTip, L"Vextra MF beta • Dispositivo persistente • c");
+    EXPECT_EQ(logged.text(), "TRAY_ADD_FAILED 0x00000000\nTRAY_ADD_OK 0x00000000\n");
+}
+
+TEST_F(TrayIconRecord, IsNotTriedAgainWhereItWasTakenOrRemovedOnPurpose) {
+    tray.addIfAbsent(L"before any add");
+    EXPECT_EQ(shellCalls.size(), 0u);
+    add(L"a");
+    tray.addIfAbsent(L"a");
+    EXPECT_EQ(shellCalls.size(), 1u);
+    tray.remove();
+    tray.addIfAbsent(L"a");
+    EXPECT_EQ(shellCalls.size(), 2u);
+}
+
+TEST_F(TrayIconRecord, OfAnotherImageIsSentToAnIconThatIsThere) {
+    add(L"a");
+    UniqueIcon larger = image();
+    const HICON handle = larger.get();
+    tray.replaceImage(std::move(larger));
+    ASSERT_EQ(shellCalls.size(), 2u);
+    EXPECT_EQ(shellCalls[1].operation, DWORD{NIM_MODIFY});
+    EXPECT_EQ(shellCalls[1].record.hIcon, handle);
+    EXPECT_STREQ(shellCalls[1].record.szTip, L"Vextra MF beta • Dispositivo persistente • a");
+    tray.remove();
+    tray.replaceImage(image());
+    EXPECT_EQ(shellCalls.size(), 3u) << "not to one that is gone";
+}
+
 TEST_F(TrayIconRecord, OfAFailedRefreshIsForgotten) {
-    tray.add(window, icon, L"a");
-    shellAnswer = FALSE;
+    add(L"a");
+    shell.refuseAll();
     tray.refresh(L"b");
     EXPECT_TRUE(tray.present());
     EXPECT_EQ(logged.text(), "TRAY_ADD_OK 0x00000000\n");
 }
 
 TEST_F(TrayIconRecord, OfAFailedRemovalStillMeansThatTheIconIsGone) {
-    tray.add(window, icon, L"a");
-    shellAnswer = FALSE;
+    add(L"a");
+    shell.refuseAll();
     tray.remove();
     EXPECT_FALSE(tray.present());
     EXPECT_EQ(logged.text(), "TRAY_ADD_OK 0x00000000\nTRAY_REMOVE 0x00000000\n");
@@ -170,7 +205,9 @@ protected:
         if (tray.present())
             tray.remove();
     }
-    void add(TrayIcon& which) { which.add(window.handle(), LoadIconW(nullptr, IDI_APPLICATION), L"Ao vivo"); }
+    void add(TrayIcon& which) {
+        which.add(window.handle(), UniqueIcon(CopyIcon(LoadIconW(nullptr, IDI_APPLICATION))), L"Ao vivo");
+    }
 
     test::TestWindow window;
     LoggedCodes logged;
@@ -192,6 +229,13 @@ TEST_F(TrayIconOfTheSession, IsNotAddedTwice) {
     EXPECT_FALSE(second.present());
     EXPECT_EQ(secondLogged.text(), "TRAY_ADD_FAILED 0x00000000\n");
     EXPECT_TRUE(tray.present());
+}
+
+TEST_F(TrayIconOfTheSession, IsThereWhenTheShellIsAnnouncedThatNeverWent) {
+    add(tray);
+    tray.addAgain(UniqueIcon(CopyIcon(LoadIconW(nullptr, IDI_APPLICATION))), L"Ao vivo");
+    EXPECT_TRUE(tray.present());
+    EXPECT_EQ(logged.text(), "TRAY_ADD_OK 0x00000000\nTRAY_ADD_OK 0x00000000\n");
 }
 
 TEST_F(TrayIconOfTheSession, ComesBackAfterItWasRemoved) {
