@@ -11,10 +11,12 @@
 #include "base/ticks.h"
 #include "core/shared_status.h"
 #include "diag/event_log.h"
-#include "ui/accessible_names_win.h"
 #include "ui/control_set_win.h"
+#include "ui/frame_rate.h"
 #include "ui/painter_win.h"
 #include "ui/settings_panel_win.h"
+#include "ui/spoken_window_win.h"
+#include "ui/tool_tip_win.h"
 #include "ui/tray_icon_win.h"
 #include "ui/window_view.h"
 #include "update/channel.h"
@@ -76,10 +78,12 @@ private:
 
     void layoutControls();
     void paintWindow();
+    void paintTo(HDC dc, SIZE clientPixels);
     WindowState windowState(SIZE clientPixels) const;
     const std::byte* pictureToShow(bool live);
     void sampleFrameRate(Tick now);
     void refreshButtons(Tick now);
+    void refreshFailureReason();
 
     void selectPanel(Panel panel);
     void showTrayMenu();
@@ -116,7 +120,6 @@ private:
     const UpdateChannelIdentity& channel_;
     const std::wstring defaultManifestUrl_;
     const ComApartment apartment_{COINIT_APARTMENTTHREADED};
-    const AccessibleNames accessibleNames_;
     const UINT taskbarCreated_;  // registered message: the shell was started anew
 
     HWND window_ = nullptr;  // owned by the system; null before creation and after destruction
@@ -125,6 +128,9 @@ private:
     Painter painter_;
     ControlSet controls_;
     SettingsPanel settingsPanel_{controls_};
+    SpokenWindow spoken_{controls_};
+    ToolTip reasonTip_;           // of the status line
+    std::wstring failureReason_;  // that it shows
     TrayIcon tray_;
     std::optional<UpdateChannel> update_;  // as soon as there is a window
     Panel panel_;
@@ -135,9 +141,7 @@ private:
     std::vector<std::byte> picture_;  // kFrameBytes once the preview was painted
     bool pictureIsPlaceholder_ = false;
 
-    double observedFps_ = 0;
-    Tick rateTick_ = 0;  // of the last sample
-    std::uint64_t rateFrames_ = 0;
+    FrameRate rate_;
     bool laidOutActive_ = false;  // as the timer last saw it
 
     Tick startTick_ = 0;  // 0: the clock has not been started

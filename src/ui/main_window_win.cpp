@@ -16,7 +16,6 @@ constexpr WORD kIconResource = 1;
 constexpr UINT_PTR kTimerId = 1;
 constexpr UINT kTimerMs = 200;
 constexpr Tick kIdleReadyMs = 500;
-constexpr Tick kRateSampleMs = 1000;
 constexpr POINT kFirstPosition{100, 60};
 // Beyond what Windows offers; anything else in a message is not a DPI.
 constexpr int kMinDpi = 48, kMaxDpi = 960;
@@ -136,6 +135,16 @@ LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
             return 0;
         case WM_ERASEBKGND: return TRUE;  // painting covers everything, hence no flicker
         case WM_PAINT: paintWindow(); return 0;
+        case WM_PRINTCLIENT: {  // themed buttons ask for what they lie on
+            RECT client{};
+            GetClientRect(window_, &client);
+            paintTo(reinterpret_cast<HDC>(wParam), {client.right, client.bottom});
+            return 0;
+        }
+        case WM_SHOWWINDOW:
+            if (wParam == FALSE)
+                settingsPanel_.hideUrl();
+            break;
         case WM_CTLCOLORSTATIC:
         case WM_CTLCOLOREDIT:
         case WM_CTLCOLORBTN:
@@ -163,11 +172,8 @@ LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
 bool MainWindow::onCreate() {
     if (!controls_.create(window_, instance_))
         return false;
-    controls_.setFont(font_.get());
-    for (const Control& control : kControls) {
-        if (!control.accessibleName.empty())
-            accessibleNames_.set(controls_[control.id], control.accessibleName);
-    }
+    controls_.setFont(font_.get(), scaled(kClosedListHeight));
+    spoken_.begin(panel_, defaultManifestUrl_);
     update_.emplace(channel_, updateDoors());
     settingsPanel_.fillLists();
     settingsPanel_.fill(formFromSettings(settingsInEffect()));
@@ -195,8 +201,11 @@ void MainWindow::onTimer() {
     if (active != laidOutActive_)
         layoutControls();
     refreshButtons(now);
-    if (IsWindowVisible(window_))
+    refreshFailureReason();
+    if (IsWindowVisible(window_)) {
+        spoken_.describeCamera(windowState({}));
         InvalidateRect(window_, nullptr, FALSE);
+    }
     if (startTick_ == 0)
         return;
     const Tick sinceStartMs = now - startTick_;
@@ -210,16 +219,11 @@ void MainWindow::onTimer() {
 }
 
 void MainWindow::sampleFrameRate(Tick now) {
-    const std::uint64_t frames = shared_.frameCounter;
-    if (rateTick_ != 0) {
-        const Tick elapsedMs = now - rateTick_;
-        if (elapsedMs < kRateSampleMs)
-            return;
-        observedFps_ = static_cast<double>(frames - rateFrames_) * 1000 / static_cast<double>(elapsedMs);
-        tray_.refresh(currentStatusLabel());
-    }
-    rateTick_ = now;
-    rateFrames_ = frames;
+    if (!rate_.look(shared_.frameCounter, now))
+        return;
+    tray_.refresh(currentStatusLabel());
+    if (IsWindowVisible(window_))
+        spoken_.describeFigures(windowState({}));
 }
 
 void MainWindow::refreshButtons(Tick now) {
@@ -232,8 +236,18 @@ void MainWindow::refreshButtons(Tick now) {
     refreshUpdateButtons();
 }
 
+void MainWindow::refreshFailureReason() {
+    if (!renewFailureReason(shared_, failureReason_))
+        return;
+    RECT client{};
+    GetClientRect(window_, &client);
+    reasonTip_.show(window_, controls_[kIdStatusLine], failureReason_, client.right);
+    spoken_.describeFailure(failureReason_);
+}
+
 void MainWindow::onStatusChanged() {
-    controls_.setText(kIdStatusLine, statusTextNow(shared_));
+    if (controls_.setText(kIdStatusLine, statusTextNow(shared_)) && IsWindowVisible(window_))
+        spoken_.announceStatus();
     InvalidateRect(window_, nullptr, FALSE);
 }
 
@@ -283,10 +297,7 @@ void MainWindow::quitBroker() {
     tray_.remove();
     update_->beginShutdown();
     send(SupervisorCommand::kQuit);
-    for (const Control& control : kControls) {
-        if (!control.accessibleName.empty())
-            accessibleNames_.clear(controls_[control.id]);
-    }
+    spoken_.end();
     DestroyWindow(window_);
 }
 
@@ -306,7 +317,7 @@ void MainWindow::onDpiChanged(int dpi, const RECT* suggested) {
                  suggested->bottom - suggested->top, SWP_NOZORDER | SWP_NOACTIVATE);
     const UniqueFont old(font_.release());  // in use until the controls have the new one
     rebuildFont();
-    controls_.setFont(font_.get());
+    controls_.setFont(font_.get(), scaled(kClosedListHeight));
     layoutControls();
     log_.write(EventCode::kDpiChanged);
 }
@@ -324,6 +335,7 @@ void MainWindow::layoutControls() {
     input.episodeActive = laidOutActive_;
     input.advancedShown = settingsPanel_.advancedShown();
     controls_.apply(placeControls(input), tabOf(panel_));
+    spoken_.describeSource(input.selectedSource);
     InvalidateRect(window_, nullptr, FALSE);
 }
 
@@ -341,7 +353,7 @@ WindowState MainWindow::windowState(SIZE clientPixels) const {
     state.frameCounter = shared_.frameCounter;
     state.reconnects = shared_.reconnects;
     state.effectiveBackend = shared_.effectiveBackend;
-    state.observedFps = observedFps_;
+    state.observedFps = rate_.perSecond();
     state.configuredSource = sourceInEffect();
     state.selectedSource = settingsPanel_.selectedSource();
     state.advancedShown = settingsPanel_.advancedShown();
@@ -372,13 +384,19 @@ void MainWindow::paintWindow() {
         const UniqueBitmap bitmap(CreateCompatibleBitmap(dc, size.cx, size.cy));
         if (memory && bitmap) {
             const Selection selected(memory.get(), bitmap.get());
-            const WindowView view = composeView(windowState(size));
-            const std::byte* frame = view.preview ? pictureToShow(view.preview->live) : nullptr;
-            painter_.paint(memory.get(), size, dpi_, view, frame);
+            paintTo(memory.get(), size);
             BitBlt(dc, 0, 0, size.cx, size.cy, memory.get(), 0, 0, SRCCOPY);
         }
     }
     EndPaint(window_, &paint);
+}
+
+void MainWindow::paintTo(HDC dc, SIZE clientPixels) {
+    const WindowView view = composeView(windowState(clientPixels));
+    const std::byte* frame = view.preview ? pictureToShow(view.preview->live) : nullptr;
+    const int before = SaveDC(dc);
+    painter_.paint(dc, clientPixels, dpi_, view, frame);
+    RestoreDC(dc, before);
 }
 
 LRESULT MainWindow::onControlColour(HDC dc, HWND control) const {
@@ -392,7 +410,7 @@ LRESULT MainWindow::onControlColour(HDC dc, HWND control) const {
 
 void MainWindow::onDrawItem(const DRAWITEMSTRUCT& item) const {
     const bool selected = item.CtlID == tabOf(panel_);
-    drawTab(item, selected ? TabState::kSelected : TabState::kUnselected, font_.get(), dpi_);
+    drawTab(item, selected ? TabState::kSelected : TabState::kUnselected, font_.get());
 }
 
 // --- How keys move in it ---
@@ -402,7 +420,8 @@ void MainWindow::onDrawItem(const DRAWITEMSTRUCT& item) const {
 LRESULT MainWindow::defaultButton() const {
     const HWND focused = GetFocus();
     for (const Control& control : kControls) {
-        const bool button = control.kind == ControlKind::kTab || control.kind == ControlKind::kButton;
+        const bool button = control.kind == ControlKind::kTab || control.kind == ControlKind::kButton ||
+                            control.kind == ControlKind::kFoldButton;
         if (button && controls_[control.id] == focused)
             return MAKELRESULT(control.id, DC_HASDEFID);
     }

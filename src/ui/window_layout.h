@@ -60,5 +60,6 @@ PreviewPlace placePreview(int clientWidth, int clientHeight);
 constexpr int kWindowWidth = 980, kWindowHeight = 720;        // client area at the start
 constexpr int kWindowMinWidth = 880, kWindowMinHeight = 745;  // of the whole window
 constexpr int kUiFontHeight = 17;
+constexpr int kClosedListHeight = 32;  // as the fields beside them
 
 }  // namespace vextra

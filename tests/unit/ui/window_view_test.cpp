@@ -406,7 +406,7 @@ TEST(SettingsView, LabelsTheAdvancedFieldsWhileTheyAreShown) {
                         kNormal,
                         {100, 98, 109},
                         L"Padrão sintético local: diagnóstico sem conexão de rede."});
-    expected.push_back({52, 470, 175, 13, kNormal, {70, 65, 79}, L"Latência GStreamer (0–5000ms)"});
+    expected.push_back({52, 470, 187, 13, kNormal, {70, 65, 79}, L"Latência GStreamer (0–5000ms)"});
     expected.push_back({247, 470, 235, 13, kNormal, {70, 65, 79}, L"Prazo 1º frame (1000–30000ms)"});
     expectLabels(state, expected);
 }
@@ -490,6 +490,55 @@ TEST(DiagnosticsView, HoldsTheLargestFigures) {
 TEST(DiagnosticsView, ShowsAnUnknownNumberOfLeasesAsItIs) {
     EXPECT_EQ(figuresOf(0, 0, 0, -1),
               L"0.0 fps observados   |   0 frames   |   0 reconexões   |   -1 leases MF");
+}
+
+// --- For the ear ---
+
+TEST(Spoken, SaysStateSourceAndBackend) {
+    WindowState state = watching();
+    state.configuredSource = SourceKind::kDirectCamera;
+    state.effectiveBackend = 1;
+    const std::wstring live = textOf(spokenCamera(state));
+    EXPECT_EQ(
+        live,
+        L"Ao vivo • imagem recente. Câmera direta • IPv4 protegido. Prévia do produtor • backend: FFmpeg");
+    state.now += 2001;
+    EXPECT_EQ(textOf(spokenCamera(state)),
+              L"Imagem desatualizada • fallback. Câmera direta • IPv4 protegido. Prévia do produtor • "
+              L"backend: FFmpeg");
+}
+
+TEST(Spoken, SaysTheFigures) {
+    WindowState state = watching();
+    state.effectiveBackend = 2;
+    state.observedFps = 15.96;
+    state.frameCounter = 320;
+    state.reconnects = 3;
+    EXPECT_EQ(textOf(spokenFigures(state)),
+              L"Ao vivo • imagem recente. Backend efetivo: GStreamer. 16.0 fps observados, 320 frames, 3 "
+              L"reconexões, 1 "
+              L"leases MF. Leases não são contagem de aplicativos. Latência ponta a ponta não medida.");
+}
+
+TEST(Spoken, DiffersWhereverTheTextWould) {
+    const WindowState state = watching();
+    const auto differs = [&](auto change) {
+        WindowState other = state;
+        change(other);
+        const bool camera = spokenCamera(other) != spokenCamera(state);
+        const bool figures = spokenFigures(other) != spokenFigures(state);
+        EXPECT_EQ(camera, textOf(spokenCamera(other)) != textOf(spokenCamera(state)));
+        EXPECT_EQ(figures, textOf(spokenFigures(other)) != textOf(spokenFigures(state)));
+        return camera || figures;
+    };
+    EXPECT_TRUE(differs([](WindowState& other) { other.status = BrokerStatus::kPaused; }));
+    EXPECT_TRUE(differs([](WindowState& other) { other.configuredSource = SourceKind::kCustomUrl; }));
+    EXPECT_TRUE(differs([](WindowState& other) { other.effectiveBackend = 2; }));
+    EXPECT_TRUE(differs([](WindowState& other) { other.observedFps = 15; }));
+    EXPECT_TRUE(differs([](WindowState& other) { other.frameCounter = 1; }));
+    EXPECT_TRUE(differs([](WindowState& other) { other.reconnects = 1; }));
+    EXPECT_TRUE(differs([](WindowState& other) { other.leaseCount = 2; }));
+    EXPECT_FALSE(differs([](WindowState& other) { other.now += 1; }));
 }
 
 TEST(DiagnosticsView, IsOneCardWithoutAPreview) {
