@@ -17,11 +17,13 @@ std::wstring_view labelOf(const WindowState& state) {
     return statusLabel({state.status, state.leaseCount, state.lastFrameTick, state.now});
 }
 
-std::wstring figuresLine(const SpokenFigures& figures, const wchar_t* separator) {
-    wchar_t line[160];
-    std::swprintf(line, std::size(line), L"%.1f fps observados%ls%llu frames%ls%u reconexões%ls%d leases MF",
-                  figures.fps, separator, static_cast<unsigned long long>(figures.frames), separator,
-                  figures.reconnects, separator, figures.leases);
+std::wstring figuresLine(const SpokenFigures& figures, std::wstring_view separator) {
+    wchar_t fps[160];
+    std::swprintf(fps, std::size(fps), L"%.1f", figures.fps);
+    std::wstring line = std::wstring(fps) + L" fps observados";
+    line.append(separator) += std::to_wstring(figures.frames) + L" frames";
+    line.append(separator) += std::to_wstring(figures.reconnects) + L" reconexões";
+    line.append(separator) += std::to_wstring(figures.leases) + L" leases MF";
     return line;
 }
 
