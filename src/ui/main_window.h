@@ -75,6 +75,7 @@ private:
     LRESULT onControlColour(HDC dc, HWND control) const;
     LRESULT defaultButton() const;
     void moveFocus(WPARAM wParam, LPARAM lParam);
+    bool turnsPanel(const MSG& message);  // true: the message was for that
 
     void layoutControls();
     void paintWindow();

@@ -71,7 +71,7 @@ void MainWindow::showWithoutActivating() {
 void MainWindow::runMessageLoop() {
     MSG message{};
     while (GetMessageW(&message, nullptr, 0, 0) > 0) {
-        if (window_ != nullptr && IsDialogMessageW(window_, &message))
+        if (window_ != nullptr && (turnsPanel(message) || IsDialogMessageW(window_, &message)))
             continue;
         TranslateMessage(&message);
         DispatchMessageW(&message);
@@ -239,9 +239,7 @@ void MainWindow::refreshButtons(Tick now) {
 void MainWindow::refreshFailureReason() {
     if (!renewFailureReason(shared_, failureReason_))
         return;
-    RECT client{};
-    GetClientRect(window_, &client);
-    reasonTip_.show(window_, controls_[kIdStatusLine], failureReason_, client.right);
+    reasonTip_.show(window_, controls_[kIdStatusLine], failureReason_, scaled(kWindowMinWidth));
     spoken_.describeFailure(failureReason_);
 }
 
@@ -426,6 +424,17 @@ LRESULT MainWindow::defaultButton() const {
             return MAKELRESULT(control.id, DC_HASDEFID);
     }
     return panel_ == Panel::kSettings ? MAKELRESULT(kIdApply, DC_HASDEFID) : 0;
+}
+
+// Ctrl+Tab and Ctrl+Shift+Tab, wherever in the window the keyboard is.
+bool MainWindow::turnsPanel(const MSG& message) {
+    const auto held = [](int key) { return GetKeyState(key) < 0; };
+    if (message.message != WM_KEYDOWN || message.wParam != VK_TAB || !held(VK_CONTROL) || held(VK_MENU) ||
+        !(message.hwnd == window_ || IsChild(window_, message.hwnd)))
+        return false;
+    selectPanel(held(VK_SHIFT) ? panelBefore(panel_) : panelAfter(panel_));
+    SetFocus(controls_[tabOf(panel_)]);
+    return true;
 }
 
 void MainWindow::moveFocus(WPARAM wParam, LPARAM lParam) {

@@ -16,6 +16,14 @@ constexpr ControlId tabOf(Panel panel) {
     return static_cast<ControlId>(kIdTabCamera + static_cast<int>(panel));
 }
 
+// Round and round.
+constexpr Panel panelAfter(Panel panel) {
+    return static_cast<Panel>((static_cast<int>(panel) + 1) % 3);
+}
+constexpr Panel panelBefore(Panel panel) {
+    return panelAfter(panelAfter(panel));
+}
+
 struct PixelRect {
     int left = 0;
     int top = 0;

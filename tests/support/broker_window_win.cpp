@@ -203,4 +203,21 @@ void BrokerWindow::key(WORD virtualKey) const {
                  static_cast<LPARAM>(0xC0000001));
 }
 
+bool BrokerWindow::keyForReal(WORD virtualKey, const std::vector<WORD>& held) {
+    std::vector<INPUT> inputs;
+    const auto add = [&](WORD each, DWORD flags) {
+        INPUT& input = inputs.emplace_back();
+        input.type = INPUT_KEYBOARD;
+        input.ki.wVk = each;
+        input.ki.dwFlags = flags;
+    };
+    for (const WORD each : held)
+        add(each, 0);
+    add(virtualKey, 0);
+    add(virtualKey, KEYEVENTF_KEYUP);
+    for (const WORD each : held)
+        add(each, KEYEVENTF_KEYUP);
+    return SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof inputs[0]) == inputs.size();
+}
+
 }  // namespace vextra::test

@@ -66,6 +66,8 @@ public:
     ControlId focused() const;
     bool focus(ControlId id) const;   // false when it did not take the keyboard
     void key(WORD virtualKey) const;  // to whoever has the keyboard
+    // With the keyboard that the whole session shares, while `held` are down too.
+    static bool keyForReal(WORD virtualKey, const std::vector<WORD>& held);
 
 private:
     POINT onScreen(ControlId id, POINT at) const;

@@ -104,13 +104,17 @@ TEST_F(Screen, DrawsFieldsAndTextsDarkOnWhite) {
         }
         return false;
     };
-    EXPECT_TRUE(has(kIdStatusLine, kWhite));
+    const auto end = [&](ControlId id) {  // far from its text
+        const RECT place = window.place(id);
+        return window.pixel({place.right - 6, (place.top + place.bottom) / 2});
+    };
     EXPECT_TRUE(has(kIdStatusLine, kText));
+    EXPECT_EQ(end(kIdStatusLine), kWhite);
     window.press(kIdTabSettings);
     window.choose(kIdSource, 1);
     window.type(kIdDirectUser, L"MMMMMMMM");
     EXPECT_TRUE(waitUntil([&] { return has(kIdDirectUser, kText); }, 2000));
-    EXPECT_TRUE(has(kIdDirectUser, kWhite));
+    EXPECT_EQ(end(kIdDirectUser), kWhite);
 }
 
 // --- The mouse ---
@@ -144,6 +148,20 @@ TEST_F(Screen, TakesARealClickOnTheVeryEdgeOfAField) {
             << "something else is in front of the window";
         EXPECT_TRUE(waitUntil([&] { return window.focused() == kIdDirectUser; }, 2000)) << y;
     }
+}
+
+// --- The keyboard ---
+
+TEST_F(Screen, TurnsItsPanelsWithCtrlAndTab) {
+    start();
+    ASSERT_TRUE(window.focus(kIdAutomatic));
+    const std::vector<WORD> forwards{VK_CONTROL}, backwards{VK_CONTROL, VK_SHIFT};
+    ASSERT_TRUE(BrokerWindow::keyForReal(VK_TAB, forwards));
+    EXPECT_TRUE(waitUntil([&] { return window.focused() == kIdTabSettings; }, 2000)) << window.focused();
+    EXPECT_TRUE(window.visible(kIdSource));
+    ASSERT_TRUE(BrokerWindow::keyForReal(VK_TAB, backwards));
+    EXPECT_TRUE(waitUntil([&] { return window.focused() == kIdTabCamera; }, 2000)) << window.focused();
+    EXPECT_TRUE(window.visible(kIdAutomatic));
 }
 
 // --- What the buttons lead to ---

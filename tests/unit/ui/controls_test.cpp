@@ -103,6 +103,14 @@ TEST(Controls, OfTheTrayMenuHaveThePublishedNumbers) {
     EXPECT_EQ(kIdTrayCheckUpdate, 203);
 }
 
+TEST(Tabs, AreTurnedRoundAndRound) {
+    EXPECT_EQ(panelAfter(Panel::kCamera), Panel::kSettings);
+    EXPECT_EQ(panelAfter(Panel::kSettings), Panel::kDiagnostics);
+    EXPECT_EQ(panelAfter(Panel::kDiagnostics), Panel::kCamera);
+    for (const Panel panel : {Panel::kCamera, Panel::kSettings, Panel::kDiagnostics})
+        EXPECT_EQ(panelBefore(panelAfter(panel)), panel);
+}
+
 TEST(Tabs, BelongToTheirPanels) {
     EXPECT_EQ(tabOf(Panel::kCamera), 300);
     EXPECT_EQ(tabOf(Panel::kSettings), 301);
