@@ -64,6 +64,14 @@ std::wstring failureReasonNow(SharedStatus& shared) {
     return shared.failureReason;
 }
 
+bool renewFailureReason(SharedStatus& shared, std::wstring& known) {
+    const std::lock_guard guard(shared.statusLock);
+    if (shared.failureReason == known)
+        return false;
+    known = shared.failureReason;
+    return true;
+}
+
 BrokerSettings settingsNow(SharedStatus& shared) {
     const std::lock_guard guard(shared.settingsLock);
     return shared.settings;

@@ -81,6 +81,7 @@ bool replaceStatusText(SharedStatus& shared, std::wstring_view text);  // false:
 std::wstring statusTextNow(SharedStatus& shared);
 void replaceFailureReason(SharedStatus& shared, std::wstring_view reason);  // no address may be in it
 std::wstring failureReasonNow(SharedStatus& shared);
+bool renewFailureReason(SharedStatus& shared, std::wstring& known);  // true: it was another
 BrokerSettings settingsNow(SharedStatus& shared);
 void replaceSettings(SharedStatus& shared, const BrokerSettings& settings);
 

@@ -19,14 +19,17 @@ public:
     bool create(HWND window, HINSTANCE instance);
     HWND operator[](ControlId id) const;
 
-    void setFont(HFONT font);
+    // With the height of the lists while they are closed, which a font changes.
+    void setFont(HFONT font, int closedListPixels);
     // Puts every control where it belongs and hides the rest. A control that stays visible keeps the focus;
     // one that vanishes passes it to `fallback`.
     void apply(const std::vector<PlacedControl>& placed, ControlId fallback);
 
     // These leave a control alone that is already as wanted, so that a timer may call them.
-    void setText(ControlId id, std::wstring_view text);
+    bool setText(ControlId id, std::wstring_view text);  // true when it was another
     void setEnabled(ControlId id, bool enabled);
+
+    void scrollToEnd(ControlId id);
 
     SecretText secretText(ControlId id) const;
     void setSecretText(ControlId id, const SecretText& text);

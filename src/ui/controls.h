@@ -50,6 +50,7 @@ enum ControlId : std::uint16_t {
 enum class ControlKind {
     kTab = 1,  // drawn by the window
     kButton,
+    kFoldButton,  // opens and closes a part of its panel
     kDefaultButton,
     kCheckBox,
     kList,  // drop-down
@@ -57,6 +58,7 @@ enum class ControlKind {
     kNumberEdit,
     kSecretEdit,  // masked
     kLogView,     // multi-line, read-only
+    kStatusLine,  // with a margin and a tooltip
     kStatic,
 };
 
@@ -106,7 +108,7 @@ inline constexpr std::array<Control, 30> kControls{{
     {kIdRevealUrl, ControlKind::kButton, kRevealText, {}},
     {kIdTransport, ControlKind::kList, {}, kTransportLabel},
     {kIdDecoder, ControlKind::kList, {}, kDecoderLabel},
-    {kIdAdvanced, ControlKind::kButton, L"Avançado: latência / prazo", {}},
+    {kIdAdvanced, ControlKind::kFoldButton, L"Avançado: latência / prazo", {}},
     {kIdLatency, ControlKind::kNumberEdit, {}, kLatencyLabel},
     {kIdDeadline, ControlKind::kNumberEdit, {}, kDeadlineLabel},
     {kIdManifestUrl, ControlKind::kSecretEdit, {}, kManifestLabel},
@@ -120,7 +122,7 @@ inline constexpr std::array<Control, 30> kControls{{
     {kIdCopyReport, ControlKind::kButton, L"Copiar diagnóstico", {}},
     {kIdCheckUpdate, ControlKind::kButton, L"Verificar atualização", {}},
     {kIdRepair, ControlKind::kButton, L"Reparar instalação MF", {}},
-    {kIdStatusLine, ControlKind::kStatic, L"Conexão sob demanda. Nenhuma reunião será interrompida.", {}},
+    {kIdStatusLine, ControlKind::kStatusLine, L"Conexão sob demanda. Nenhuma reunião será interrompida.", {}},
 }};
 
 }  // namespace vextra

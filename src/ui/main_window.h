@@ -13,10 +13,12 @@
 #include "core/shared_status.h"
 #include "core/supervisor_thread_win.h"
 #include "diag/event_log.h"
-#include "ui/accessible_names_win.h"
 #include "ui/control_set_win.h"
+#include "ui/frame_rate.h"
 #include "ui/painter_win.h"
 #include "ui/settings_panel_win.h"
+#include "ui/spoken_window_win.h"
+#include "ui/tool_tip_win.h"
 #include "ui/tray_icon_win.h"
 #include "ui/window_fit.h"
 #include "ui/window_view.h"
@@ -85,6 +87,7 @@ private:
     LRESULT onControlColour(HDC dc, HWND control) const;
     LRESULT defaultButton() const;
     void moveFocus(WPARAM wParam, LPARAM lParam);
+    bool turnsPanel(const MSG& message);  // true: the message was for that
 
     // The screen (main_window_screen_win.cpp)
     Screen screenOfWindow(int dpi) const;
@@ -99,10 +102,12 @@ private:
 
     void layoutControls();
     void paintWindow();
+    void paintTo(HDC dc, SIZE clientPixels);
     WindowState windowState(SIZE clientPixels) const;
     const std::byte* pictureToShow(bool live);
     void sampleFrameRate(Tick now);
     void refreshButtons(Tick now);
+    void refreshFailureReason();
 
     void selectPanel(Panel panel);
     void showTrayMenu();
@@ -142,7 +147,6 @@ private:
     const UpdateChannelIdentity& channel_;
     const std::wstring defaultManifestUrl_;
     const ComApartment apartment_{COINIT_APARTMENTTHREADED};
-    const AccessibleNames accessibleNames_;
     const UINT taskbarCreated_;  // registered message: the shell was started anew
 
     HWND window_ = nullptr;  // owned by the system; null before creation and after destruction
@@ -155,6 +159,9 @@ private:
     Painter painter_;
     ControlSet controls_;
     SettingsPanel settingsPanel_{controls_};
+    SpokenWindow spoken_{controls_};
+    ToolTip reasonTip_;           // of the status line
+    std::wstring failureReason_;  // that it shows
     TrayIcon tray_;
     std::optional<UpdateChannel> update_;  // as soon as there is a window
     Panel panel_;
@@ -169,9 +176,7 @@ private:
     std::vector<std::byte> picture_;  // kFrameBytes once the preview was painted
     bool pictureIsPlaceholder_ = false;
 
-    double observedFps_ = 0;
-    Tick rateTick_ = 0;  // of the last sample
-    std::uint64_t rateFrames_ = 0;
+    FrameRate rate_;
     bool laidOutActive_ = false;  // as the timer last saw it
 
     Tick startTick_ = 0;  // 0: the clock has not been started

@@ -20,6 +20,8 @@ void MainWindow::onCommand(WORD id, WORD notification) {
             layoutControls();
         return;
     }
+    if (notification == BN_SETFOCUS || notification == BN_KILLFOCUS)
+        spoken_.moveFocus(static_cast<ControlId>(id), notification == BN_SETFOCUS);
     if (notification != BN_CLICKED)
         return;
     switch (id) {
@@ -37,9 +39,13 @@ void MainWindow::onCommand(WORD id, WORD notification) {
         case kIdReload: reloadSettings(); break;
         case kIdAdvanced:
             settingsPanel_.toggleAdvanced();
+            spoken_.setAdvanced(settingsPanel_.advancedShown());
             layoutControls();
             break;
-        case kIdRefreshLogs: refreshLogs(); break;
+        case kIdRefreshLogs:
+            refreshLogs();
+            controls_.scrollToEnd(kIdLogs);  // where the newest events are
+            break;
         case kIdCopyReport: copyReport(); break;
         case kIdRepair: repair(); break;
         case kIdTrayCheckUpdate:
@@ -199,6 +205,9 @@ void MainWindow::reloadSettings() {
 
 void MainWindow::selectPanel(Panel panel) {
     panel_ = panel;
+    if (panel != Panel::kSettings)
+        settingsPanel_.hideUrl();
+    spoken_.selectPanel(panel);
     if (panel == Panel::kDiagnostics)
         refreshLogs();
     layoutControls();
@@ -216,7 +225,7 @@ std::wstring MainWindow::report() const {
     figures.backendLabel = reportBackendLabel(shared_.effectiveBackend);
     figures.leaseCount = shared_.leaseCount;
     figures.previewRuns = shared_.previewRuns(now);
-    figures.observedFps = observedFps_;
+    figures.observedFps = rate_.perSecond();
     figures.frameCounter = shared_.frameCounter;
     figures.lastFrameTick = shared_.lastFrameTick;
     figures.now = now;

@@ -50,7 +50,7 @@ void MainWindow::takeScreen(const Screen& screen) {
     dpi_ = layoutDpi(screen);
     const UniqueFont old(font_.release());  // in use until the controls have the new one
     rebuildFont();
-    controls_.setFont(font_.get());
+    controls_.setFont(font_.get(), scaled(kClosedListHeight));
 }
 
 void MainWindow::followScreen() {

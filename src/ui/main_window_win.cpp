@@ -16,7 +16,6 @@ constexpr WORD kIconResource = 1;
 constexpr UINT_PTR kTimerId = 1;
 constexpr UINT kTimerMs = 200;
 constexpr Tick kIdleReadyMs = 500;
-constexpr Tick kRateSampleMs = 1000;
 
 bool canTakeFocus(HWND control) {
     return control != nullptr && IsWindowVisible(control) && IsWindowEnabled(control);
@@ -80,7 +79,7 @@ void MainWindow::showWithoutActivating() {
 void MainWindow::runMessageLoop() {
     MSG message{};
     while (GetMessageW(&message, nullptr, 0, 0) > 0) {
-        if (window_ != nullptr && IsDialogMessageW(window_, &message))
+        if (window_ != nullptr && (turnsPanel(message) || IsDialogMessageW(window_, &message)))
             continue;
         TranslateMessage(&message);
         DispatchMessageW(&message);
@@ -147,6 +146,16 @@ LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
             return 0;
         case WM_ERASEBKGND: return TRUE;  // painting covers everything, hence no flicker
         case WM_PAINT: paintWindow(); return 0;
+        case WM_PRINTCLIENT: {  // themed buttons ask for what they lie on
+            RECT client{};
+            GetClientRect(window_, &client);
+            paintTo(reinterpret_cast<HDC>(wParam), {client.right, client.bottom});
+            return 0;
+        }
+        case WM_SHOWWINDOW:
+            if (wParam == FALSE)
+                settingsPanel_.hideUrl();
+            break;
         case WM_CTLCOLORSTATIC:
         case WM_CTLCOLOREDIT:
         case WM_CTLCOLORBTN:
@@ -174,10 +183,7 @@ bool MainWindow::onCreate() {
     if (!controls_.create(window_, instance_))
         return false;
     takeScreen(screenOfWindow(static_cast<int>(GetDpiForWindow(window_))));
-    for (const Control& control : kControls) {
-        if (!control.accessibleName.empty())
-            accessibleNames_.set(controls_[control.id], control.accessibleName);
-    }
+    spoken_.begin(panel_, defaultManifestUrl_);
     noteSession(SessionNews::kNone);
     update_.emplace(channel_, updateDoors());
     settingsPanel_.fillLists();
@@ -216,9 +222,11 @@ void MainWindow::onTimer() {
         layoutControls();
     startSupervisorAgain();
     refreshButtons(now);
+    refreshFailureReason();
     if (IsWindowVisible(window_)) {
         // When all messages of a change have come, whichever they were.
         followScreen();
+        spoken_.describeCamera(windowState({}));
         InvalidateRect(window_, nullptr, FALSE);
     }
     if (startTick_ == 0)
@@ -234,25 +242,20 @@ void MainWindow::onTimer() {
 }
 
 void MainWindow::sampleFrameRate(Tick now) {
-    const std::uint64_t frames = shared_.frameCounter;
-    if (rateTick_ != 0) {
-        const Tick elapsedMs = now - rateTick_;
-        if (elapsedMs < kRateSampleMs)
-            return;
-        observedFps_ = static_cast<double>(frames - rateFrames_) * 1000 / static_cast<double>(elapsedMs);
-        tray_.refresh(currentStatusLabel());
-        // What the system refused at a busy log-on.
-        tray_.addIfAbsent(currentStatusLabel());
-        if (!sessionNotified_) {
-            registerForSession();
-            if (sessionNotified_) {
-                log_.write(EventCode::kSessionNotifyRegistered);
-                noteSession(SessionNews::kNone);  // whatever was missed until now
-            }
+    if (!rate_.look(shared_.frameCounter, now))
+        return;
+    tray_.refresh(currentStatusLabel());
+    // What the system refused at a busy log-on.
+    tray_.addIfAbsent(currentStatusLabel());
+    if (!sessionNotified_) {
+        registerForSession();
+        if (sessionNotified_) {
+            log_.write(EventCode::kSessionNotifyRegistered);
+            noteSession(SessionNews::kNone);  // whatever was missed until now
         }
     }
-    rateTick_ = now;
-    rateFrames_ = frames;
+    if (IsWindowVisible(window_))
+        spoken_.describeFigures(windowState({}));
 }
 
 void MainWindow::refreshButtons(Tick now) {
@@ -265,8 +268,16 @@ void MainWindow::refreshButtons(Tick now) {
     refreshUpdateButtons();
 }
 
+void MainWindow::refreshFailureReason() {
+    if (!renewFailureReason(shared_, failureReason_))
+        return;
+    reasonTip_.show(window_, controls_[kIdStatusLine], failureReason_, scaled(kWindowMinWidth));
+    spoken_.describeFailure(failureReason_);
+}
+
 void MainWindow::onStatusChanged() {
-    controls_.setText(kIdStatusLine, statusTextNow(shared_));
+    if (controls_.setText(kIdStatusLine, statusTextNow(shared_)) && IsWindowVisible(window_))
+        spoken_.announceStatus();
     InvalidateRect(window_, nullptr, FALSE);
 }
 
@@ -359,10 +370,7 @@ void MainWindow::quitBroker() {
     tray_.remove();
     update_->beginShutdown();
     send(SupervisorCommand::kQuit);
-    for (const Control& control : kControls) {
-        if (!control.accessibleName.empty())
-            accessibleNames_.clear(controls_[control.id]);
-    }
+    spoken_.end();
     DestroyWindow(window_);
 }
 
@@ -387,6 +395,7 @@ void MainWindow::layoutControls() {
     input.episodeActive = laidOutActive_;
     input.advancedShown = settingsPanel_.advancedShown();
     controls_.apply(placeControls(input), tabOf(panel_));
+    spoken_.describeSource(input.selectedSource);
     InvalidateRect(window_, nullptr, FALSE);
 }
 
@@ -404,7 +413,7 @@ WindowState MainWindow::windowState(SIZE clientPixels) const {
     state.frameCounter = shared_.frameCounter;
     state.reconnects = shared_.reconnects;
     state.effectiveBackend = shared_.effectiveBackend;
-    state.observedFps = observedFps_;
+    state.observedFps = rate_.perSecond();
     state.configuredSource = sourceInEffect();
     state.selectedSource = settingsPanel_.selectedSource();
     state.advancedShown = settingsPanel_.advancedShown();
@@ -435,13 +444,19 @@ void MainWindow::paintWindow() {
         const UniqueBitmap bitmap(CreateCompatibleBitmap(dc, size.cx, size.cy));
         if (memory && bitmap) {
             const Selection selected(memory.get(), bitmap.get());
-            const WindowView view = composeView(windowState(size));
-            const std::byte* frame = view.preview ? pictureToShow(view.preview->live) : nullptr;
-            painter_.paint(memory.get(), size, dpi_, view, frame);
+            paintTo(memory.get(), size);
             BitBlt(dc, 0, 0, size.cx, size.cy, memory.get(), 0, 0, SRCCOPY);
         }
     }
     EndPaint(window_, &paint);
+}
+
+void MainWindow::paintTo(HDC dc, SIZE clientPixels) {
+    const WindowView view = composeView(windowState(clientPixels));
+    const std::byte* frame = view.preview ? pictureToShow(view.preview->live) : nullptr;
+    const int before = SaveDC(dc);
+    painter_.paint(dc, clientPixels, dpi_, view, frame);
+    RestoreDC(dc, before);
 }
 
 LRESULT MainWindow::onControlColour(HDC dc, HWND control) const {
@@ -455,7 +470,7 @@ LRESULT MainWindow::onControlColour(HDC dc, HWND control) const {
 
 void MainWindow::onDrawItem(const DRAWITEMSTRUCT& item) const {
     const bool selected = item.CtlID == tabOf(panel_);
-    drawTab(item, selected ? TabState::kSelected : TabState::kUnselected, font_.get(), dpi_);
+    drawTab(item, selected ? TabState::kSelected : TabState::kUnselected, font_.get());
 }
 
 // --- How keys move in it ---
@@ -465,11 +480,23 @@ void MainWindow::onDrawItem(const DRAWITEMSTRUCT& item) const {
 LRESULT MainWindow::defaultButton() const {
     const HWND focused = GetFocus();
     for (const Control& control : kControls) {
-        const bool button = control.kind == ControlKind::kTab || control.kind == ControlKind::kButton;
+        const bool button = control.kind == ControlKind::kTab || control.kind == ControlKind::kButton ||
+                            control.kind == ControlKind::kFoldButton;
         if (button && controls_[control.id] == focused)
             return MAKELRESULT(control.id, DC_HASDEFID);
     }
     return panel_ == Panel::kSettings ? MAKELRESULT(kIdApply, DC_HASDEFID) : 0;
+}
+
+// Ctrl+Tab and Ctrl+Shift+Tab, wherever in the window the keyboard is.
+bool MainWindow::turnsPanel(const MSG& message) {
+    const auto held = [](int key) { return GetKeyState(key) < 0; };
+    if (message.message != WM_KEYDOWN || message.wParam != VK_TAB || !held(VK_CONTROL) || held(VK_MENU) ||
+        !(message.hwnd == window_ || IsChild(window_, message.hwnd)))
+        return false;
+    selectPanel(held(VK_SHIFT) ? panelBefore(panel_) : panelAfter(panel_));
+    SetFocus(controls_[tabOf(panel_)]);
+    return true;
 }
 
 void MainWindow::moveFocus(WPARAM wParam, LPARAM lParam) {

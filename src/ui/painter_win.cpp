@@ -8,7 +8,7 @@ namespace vextra {
 namespace {
 
 constexpr int kCornerEllipse = 14;
-constexpr int kFocusInset = 3;
+constexpr int kFocusInsetPixels = 3;  // at every scale
 constexpr int kMaxTabText = 128;
 
 // One device context with the scale that design units are drawn in.
@@ -115,7 +115,7 @@ void Painter::paint(HDC dc, SIZE clientPixels, int dpi, const WindowView& view,
         canvas.drawLabel(label);
 }
 
-void drawTab(const DRAWITEMSTRUCT& item, TabState state, HFONT font, int dpi) {
+void drawTab(const DRAWITEMSTRUCT& item, TabState state, HFONT font) {
     const bool selected = state == TabState::kSelected;
     const UniqueBrush fill(CreateSolidBrush(colorRef(selected ? colours::kSelectedTab : colours::kTab)));
     FillRect(item.hDC, &item.rcItem, fill.get());
@@ -128,8 +128,7 @@ void drawTab(const DRAWITEMSTRUCT& item, TabState state, HFONT font, int dpi) {
     DrawTextW(item.hDC, text, length, &area, DT_CENTER | DT_VCENTER | DT_SINGLELINE | DT_NOPREFIX);
     if ((item.itemState & ODS_FOCUS) == 0)
         return;
-    const int inset = pixelsFromDesign(kFocusInset, dpi);
-    InflateRect(&area, -inset, -inset);
+    InflateRect(&area, -kFocusInsetPixels, -kFocusInsetPixels);
     DrawFocusRect(item.hDC, &area);
 }
 

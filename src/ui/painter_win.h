@@ -36,6 +36,6 @@ private:
 
 // A tab, as WM_DRAWITEM asks for it.
 enum class TabState { kSelected = 1, kUnselected };
-void drawTab(const DRAWITEMSTRUCT& item, TabState state, HFONT font, int dpi);
+void drawTab(const DRAWITEMSTRUCT& item, TabState state, HFONT font);
 
 }  // namespace vextra

@@ -63,6 +63,7 @@ void SettingsPanel::fillLists() {
 }
 
 void SettingsPanel::fill(const SettingsForm& form) {
+    hideUrl();
     for (const ListField& list : kLists)
         controls_.select(list.id, form.*list.selection);
     for (const TextField& field : kFields)
@@ -85,8 +86,10 @@ SourceKind SettingsPanel::selectedSource() const {
     return selected < 0 ? SourceKind::kInternalProfile : static_cast<SourceKind>(selected);
 }
 
-void SettingsPanel::toggleUrl() {
-    urlRevealed_ = !urlRevealed_;
+void SettingsPanel::showUrl(bool revealed) {
+    if (revealed == urlRevealed_)
+        return;
+    urlRevealed_ = revealed;
     controls_.setMasking(kIdCustomUrl,
                          urlRevealed_ ? ControlSet::Masking::kPlain : ControlSet::Masking::kMasked);
     controls_.setText(kIdRevealUrl, urlRevealed_ ? kHideText : kRevealText);

@@ -11,17 +11,20 @@ public:
     explicit SettingsPanel(ControlSet& controls) : controls_(controls) {}
 
     void fillLists();
-    void fill(const SettingsForm& form);
+    void fill(const SettingsForm& form);  // masked, whatever was revealed of the last one
     SettingsForm read() const;
 
     // What the source list shows, saved or not.
     SourceKind selectedSource() const;
 
-    void toggleUrl();  // reveals or hides what the URL field holds
+    void toggleUrl() { showUrl(!urlRevealed_); }
+    void hideUrl() { showUrl(false); }  // behind bullets
     void toggleAdvanced() { advancedShown_ = !advancedShown_; }
     bool advancedShown() const { return advancedShown_; }
 
 private:
+    void showUrl(bool revealed);
+
     ControlSet& controls_;
     bool urlRevealed_ = false;
     bool advancedShown_ = false;

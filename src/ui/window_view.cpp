@@ -8,6 +8,25 @@
 namespace vextra {
 namespace {
 
+constexpr std::wstring_view kBackendKey = L"Prévia do produtor • backend: ";
+constexpr std::wstring_view kEffectiveBackendKey = L"Backend efetivo: ";
+constexpr std::wstring_view kLeaseNote =
+    L"Leases não são contagem de aplicativos. Latência ponta a ponta não medida.";
+
+std::wstring_view labelOf(const WindowState& state) {
+    return statusLabel({state.status, state.leaseCount, state.lastFrameTick, state.now});
+}
+
+std::wstring figuresLine(const SpokenFigures& figures, std::wstring_view separator) {
+    wchar_t fps[160];
+    std::swprintf(fps, std::size(fps), L"%.1f", figures.fps);
+    std::wstring line = std::wstring(fps) + L" fps observados";
+    line.append(separator) += std::to_wstring(figures.frames) + L" frames";
+    line.append(separator) += std::to_wstring(figures.reconnects) + L" reconexões";
+    line.append(separator) += std::to_wstring(figures.leases) + L" leases MF";
+    return line;
+}
+
 class Composer {
 public:
     explicit Composer(const WindowState& state)
@@ -36,10 +55,6 @@ private:
     }
     void bodyCard() { view_.cards.push_back({28, 158, w_ - 56, h_ - 202}); }
 
-    std::wstring_view currentStatusLabel() const {
-        return statusLabel({state_.status, state_.leaseCount, state_.lastFrameTick, state_.now});
-    }
-
     bool previewIsLive() const {
         return state_.active && !state_.paused && frameIsRecent(state_.lastFrameTick, state_.now);
     }
@@ -48,7 +63,7 @@ private:
         label(28, 166, w_ - 318, 27, Weight::kBold, colours::kHeading, L"Pronta para suas reuniões");
         label(28, 207, w_ - 318, 17, Weight::kBold,
               state_.status == BrokerStatus::kLive ? colours::kStatusLive : colours::kStatus,
-              currentStatusLabel());
+              labelOf(state_));
         const PreviewPlace place = placePreview(w_, h_);
         const bool live = previewIsLive();
         view_.cards.push_back({28, 252, w_ - 56, place.height + 28});
@@ -60,7 +75,7 @@ private:
         label(28, h_ - 110, w_ - 56, 17, Weight::kBold, colours::kSourceLine,
               protectedSourceLabel(state_.configuredSource));
         label(state_.active ? 214 : 28, h_ - 84, w_ - 242, 15, Weight::kNormal, colours::kBackendLine,
-              L"Prévia do produtor • backend: " + std::wstring(backendLabel(state_.effectiveBackend)));
+              std::wstring(kBackendKey) + std::wstring(backendLabel(state_.effectiveBackend)));
         label(28, h_ - 48, w_ - 56, 14, Weight::kNormal, colours::kFooter,
               L"Câmera persistente • conexão só por demanda • alvo 1280 × 720 / 16 fps");
     }
@@ -76,7 +91,7 @@ private:
             fieldLabel(247, 470, 235, 13, kDeadlineLabel);
         }
         hint(52, 539, w_ - 104, 15,
-             std::wstring(kManifestLabel) + L" • vazio usa " + std::wstring(state_.defaultManifestUrl));
+             std::wstring(kManifestLabel) + L" • " + emptyManifestHint(state_.defaultManifestUrl));
         hint(260, h_ - 93, w_ - 532, 14, L"DPAPI por usuário • backup protegido");
     }
 
@@ -84,7 +99,7 @@ private:
         const int t = directFieldWidth(w_);
         switch (state_.selectedSource) {
             case SourceKind::kSyntheticTest:
-                hint(52, 269, w_ - 104, 16, L"Padrão sintético local: diagnóstico sem conexão de rede.");
+                hint(52, 269, w_ - 104, 16, sourceHint(state_.selectedSource));
                 break;
             case SourceKind::kDirectCamera:
                 fieldLabel(52, 263, t, 15, kDirectIpLabel);
@@ -94,12 +109,10 @@ private:
                 break;
             case SourceKind::kCustomUrl:
                 fieldLabel(52, 263, w_ - 104, 15, kCustomUrlLabel);
-                hint(52, 339, w_ - 104, 15,
-                     L"Mascarada por padrão. O endereço não aparece em logs ou diagnósticos.");
+                hint(52, 339, w_ - 104, 15, sourceHint(state_.selectedSource));
                 break;
             case SourceKind::kInternalProfile:
-                hint(52, 269, w_ - 104, 16,
-                     L"Perfil interno migrado sem alterar a alpha. Endereço e credenciais protegidos.");
+                hint(52, 269, w_ - 104, 16, sourceHint(state_.selectedSource));
                 break;
         }
     }
@@ -107,18 +120,14 @@ private:
     void diagnostics() {
         bodyCard();
         label(52, 176, w_ - 104, 23, Weight::kBold, colours::kHeading, L"Diagnóstico / manutenção");
-        std::wstring line(currentStatusLabel());
-        line += L"  •  Backend efetivo: ";
-        line += backendLabel(state_.effectiveBackend);
+        const SpokenFigures figures = spokenFigures(state_);
+        std::wstring line(figures.status);
+        line += L"  •  ";
+        line += kEffectiveBackendKey;
+        line += figures.backend;
         label(52, 218, w_ - 104, 17, Weight::kBold, colours::kDiagnosticsStatus, line);
-        wchar_t figures[160];
-        std::swprintf(figures, std::size(figures),
-                      L"%.1f fps observados   |   %llu frames   |   %u reconexões   |   %d leases MF",
-                      state_.observedFps, static_cast<unsigned long long>(state_.frameCounter),
-                      state_.reconnects, state_.leaseCount);
-        label(52, 255, w_ - 104, 16, Weight::kNormal, colours::kFigures, figures);
-        label(52, 282, w_ - 104, 14, Weight::kNormal, colours::kNote,
-              L"Leases não são contagem de aplicativos. Latência ponta a ponta não medida.");
+        label(52, 255, w_ - 104, 16, Weight::kNormal, colours::kFigures, figuresLine(figures, L"   |   "));
+        label(52, 282, w_ - 104, 14, Weight::kNormal, colours::kNote, kLeaseNote);
     }
 
     const WindowState& state_;
@@ -131,6 +140,53 @@ private:
 
 WindowView composeView(const WindowState& state) {
     return Composer(state).compose();
+}
+
+SpokenCamera spokenCamera(const WindowState& state) {
+    return {labelOf(state), protectedSourceLabel(state.configuredSource),
+            backendLabel(state.effectiveBackend)};
+}
+
+std::wstring textOf(const SpokenCamera& camera) {
+    std::wstring text(camera.status);
+    for (const std::wstring_view part :
+         {std::wstring_view(L". "), camera.source, std::wstring_view(L". "), kBackendKey, camera.backend})
+        text += part;
+    return text;
+}
+
+SpokenFigures spokenFigures(const WindowState& state) {
+    return {labelOf(state),    backendLabel(state.effectiveBackend),
+            state.observedFps, state.frameCounter,
+            state.reconnects,  state.leaseCount};
+}
+
+std::wstring textOf(const SpokenFigures& figures) {
+    std::wstring text(figures.status);
+    text += L". ";
+    text += kEffectiveBackendKey;
+    text += figures.backend;
+    text += L". ";
+    text += figuresLine(figures, L", ");
+    text += L". ";
+    text += kLeaseNote;
+    return text;
+}
+
+std::wstring_view sourceHint(SourceKind selected) {
+    switch (selected) {
+        case SourceKind::kInternalProfile:
+            return L"Perfil interno migrado sem alterar a alpha. Endereço e credenciais protegidos.";
+        case SourceKind::kDirectCamera: break;  // every field has its label
+        case SourceKind::kCustomUrl:
+            return L"Mascarada por padrão. O endereço não aparece em logs ou diagnósticos.";
+        case SourceKind::kSyntheticTest: return L"Padrão sintético local: diagnóstico sem conexão de rede.";
+    }
+    return {};
+}
+
+std::wstring emptyManifestHint(std::wstring_view defaultUrl) {
+    return L"vazio usa " + std::wstring(defaultUrl);
 }
 
 }  // namespace vextra

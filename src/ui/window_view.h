@@ -106,4 +106,34 @@ struct WindowState {
 
 WindowView composeView(const WindowState& state);
 
+// The same for the ear: what is painted of the camera and of its figures, in whole sentences. The views are
+// of literals, so that a state costs nothing to keep and to compare.
+struct SpokenCamera {
+    std::wstring_view status;
+    std::wstring_view source;
+    std::wstring_view backend;
+
+    bool operator==(const SpokenCamera&) const = default;
+};
+SpokenCamera spokenCamera(const WindowState& state);
+std::wstring textOf(const SpokenCamera& camera);
+
+struct SpokenFigures {
+    std::wstring_view status;
+    std::wstring_view backend;
+    double fps = 0;
+    std::uint64_t frames = 0;
+    std::uint32_t reconnects = 0;
+    std::int32_t leases = 0;
+
+    bool operator==(const SpokenFigures&) const = default;
+};
+SpokenFigures spokenFigures(const WindowState& state);
+std::wstring textOf(const SpokenFigures& figures);
+
+// What the settings panel says below the list of sources, or behind the one field; empty: nothing.
+std::wstring_view sourceHint(SourceKind selected);
+// What leaving the manifest's field empty means.
+std::wstring emptyManifestHint(std::wstring_view defaultUrl);
+
 }  // namespace vextra

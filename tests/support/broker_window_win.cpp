@@ -1,5 +1,7 @@
 #include "broker_window_win.h"
 
+#include <gtest/gtest.h>
+
 namespace vextra::test {
 
 std::wstring windowText(HWND window) {
@@ -59,12 +61,85 @@ RECT BrokerWindow::place(ControlId id) const {
     return place;
 }
 
+POINT BrokerWindow::onScreen(ControlId id, POINT at) const {
+    RECT frame{};
+    GetWindowRect(control(id), &frame);
+    return {frame.left + at.x, frame.top + at.y};
+}
+
+// The system asks first whose the point is, and then the control whether it is a part of its face.
+std::optional<LPARAM> BrokerWindow::aim(ControlId id, POINT at) const {
+    const POINT screen = onScreen(id, at);
+    POINT inWindow = screen, inControl = screen;
+    ScreenToClient(handle(), &inWindow);
+    ScreenToClient(control(id), &inControl);
+    const bool reached =
+        visible(id) && enabled(id) &&
+        ChildWindowFromPointEx(handle(), inWindow, CWP_SKIPINVISIBLE | CWP_SKIPDISABLED) == control(id) &&
+        SendMessageW(control(id), WM_NCHITTEST, 0, MAKELPARAM(screen.x, screen.y)) == HTCLIENT;
+    if (reached)
+        return MAKELPARAM(inControl.x, inControl.y);
+    ADD_FAILURE() << "the mouse does not reach control " << id << " at " << at.x << "," << at.y
+                  << (visible(id) ? "" : ": hidden") << (enabled(id) ? "" : ": disabled");
+    return std::nullopt;
+}
+
+void BrokerWindow::click(ControlId id, POINT at) const {
+    const std::optional<LPARAM> place = aim(id, at);
+    if (!place)
+        return;
+    SendMessageW(control(id), WM_LBUTTONDOWN, MK_LBUTTON, *place);
+    SendMessageW(control(id), WM_LBUTTONUP, 0, *place);
+}
+
+POINT BrokerWindow::middle(ControlId id) const {
+    const RECT area = place(id);
+    return {(area.right - area.left) / 2, (area.bottom - area.top) / 2};
+}
+
+void BrokerWindow::press(ControlId id) const {
+    click(id, middle(id));
+}
+
+void BrokerWindow::pressOn(ControlId tab, ControlId id) const {
+    press(tab);
+    press(id);
+}
+
+void BrokerWindow::pressAndGoOn(ControlId id) const {
+    const std::optional<LPARAM> place = aim(id, middle(id));
+    if (!place)
+        return;
+    PostMessageW(control(id), WM_LBUTTONDOWN, MK_LBUTTON, *place);
+    PostMessageW(control(id), WM_LBUTTONUP, 0, *place);
+}
+
+bool BrokerWindow::clickForReal(ControlId id, POINT at) const {
+    SetForegroundWindow(handle());
+    SetWindowPos(handle(), HWND_TOPMOST, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
+    const POINT screen = onScreen(id, at);
+    if (!SetCursorPos(screen.x, screen.y) || GetAncestor(WindowFromPoint(screen), GA_ROOT) != handle())
+        return false;
+    INPUT inputs[2]{};
+    inputs[0].type = inputs[1].type = INPUT_MOUSE;
+    inputs[0].mi.dwFlags = MOUSEEVENTF_LEFTDOWN;
+    inputs[1].mi.dwFlags = MOUSEEVENTF_LEFTUP;
+    return SendInput(2, inputs, sizeof inputs[0]) == 2;
+}
+
+COLORREF BrokerWindow::pixel(POINT at) const {
+    const HDC dc = GetDC(handle());
+    const COLORREF colour = GetPixel(dc, at.x, at.y);
+    ReleaseDC(handle(), dc);
+    return colour;
+}
+
 bool BrokerWindow::waitForStatus(std::wstring_view text, std::uint32_t timeoutMs) const {
     return waitUntil([&] { return this->text(kIdStatusLine) == text; }, timeoutMs);
 }
 
 std::wstring BrokerWindow::statusLabel() const {
-    press(kIdRefreshLogs);
+    command(kIdRefreshLogs);
     const std::wstring view = text(kIdLogs);
     constexpr std::wstring_view kKey = L"Entrada: ";
     const std::size_t at = view.find(kKey);
@@ -126,6 +201,23 @@ void BrokerWindow::key(WORD virtualKey) const {
     PostMessageW(target != nullptr ? target : handle(), WM_KEYDOWN, virtualKey, 1);
     PostMessageW(target != nullptr ? target : handle(), WM_KEYUP, virtualKey,
                  static_cast<LPARAM>(0xC0000001));
+}
+
+bool BrokerWindow::keyForReal(WORD virtualKey, const std::vector<WORD>& held) {
+    std::vector<INPUT> inputs;
+    const auto add = [&](WORD each, DWORD flags) {
+        INPUT& input = inputs.emplace_back();
+        input.type = INPUT_KEYBOARD;
+        input.ki.wVk = each;
+        input.ki.dwFlags = flags;
+    };
+    for (const WORD each : held)
+        add(each, 0);
+    add(virtualKey, 0);
+    add(virtualKey, KEYEVENTF_KEYUP);
+    for (const WORD each : held)
+        add(each, KEYEVENTF_KEYUP);
+    return SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof inputs[0]) == inputs.size();
 }
 
 }  // namespace vextra::test

@@ -43,6 +43,7 @@ protected:
 };
 
 TEST_F(Responsive, FramesFlowWhileABoxIsOpen) {
+    window.press(kIdTabDiagnostics);
     window.pressAndGoOn(kIdRepair);
     const HWND box = window.waitForBox();
     ASSERT_NE(box, nullptr);

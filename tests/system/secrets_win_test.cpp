@@ -77,7 +77,8 @@ protected:
         }
     }
     void expectNoneAnywhere(const char* when) {
-        window.press(kIdRefreshLogs);
+        window.pressOn(kIdTabDiagnostics, kIdRefreshLogs);
+        window.press(kIdTabSettings);
         expectNoneShown(when);
         expectNoneWritten(when);
     }

@@ -46,13 +46,18 @@ protected:
         window.press(kIdApply);
         return window.waitForStatus(status);
     }
+    // As by a click that came before the button was disabled.
+    bool applyAnyway(std::wstring_view status) {
+        window.command(kIdApply);
+        return window.waitForStatus(status);
+    }
     void restart() {
         broker().terminate();
         broker().start(L"");
         window.press(kIdTabSettings);
     }
     std::wstring openedAddress() {
-        window.press(kIdPreview);
+        window.pressOn(kIdTabCamera, kIdPreview);
         return decoder().record().argumentAfter(L"-i");
     }
     std::vector<std::string> settingsEvents() {
@@ -158,11 +163,12 @@ TEST_F(SettingsPanel, SaysWhatIsWrongWithAnAddress) {
 TEST_F(SettingsPanel, IsBlockedWhileTheManualPreviewRuns) {
     window.choose(kIdSource, 3);
     ASSERT_TRUE(apply(kApplied));
-    window.press(kIdPreview);
+    window.pressOn(kIdTabCamera, kIdPreview);
+    window.press(kIdTabSettings);
     ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
     EXPECT_TRUE(waitUntil([&] { return !window.enabled(kIdApply); }, 2000));
     typeUrl(L"rtsp://camera.example/live");
-    EXPECT_TRUE(apply(kBlocked));
+    EXPECT_TRUE(applyAnyway(kBlocked));
     EXPECT_EQ(settingsEvents().back(), "SETTINGS_APPLY_BLOCKED_ACTIVE_OR_UNKNOWN");
     EXPECT_EQ(stored()->source, SourceKind::kSyntheticTest);
 }
@@ -171,7 +177,8 @@ TEST_F(SettingsPanel, IsBlockedByALeaseThatStartedNothing) {
     viewer().takeLease();  // no usable source: no episode begins
     ASSERT_TRUE(waitUntil([&] { return !window.enabled(kIdApply); }, 2000));
     typeUrl(L"rtsp://camera.example/live");
-    window.press(kIdApply);  // its text gives way at once to the Supervisor's, which asks for a valid source
+    window.command(
+        kIdApply);  // its text gives way at once to the Supervisor's, which asks for a valid source
     EXPECT_EQ(settingsEvents(), std::vector<std::string>{"SETTINGS_APPLY_BLOCKED_ACTIVE_OR_UNKNOWN"});
     EXPECT_FALSE(stored());
 }
@@ -182,7 +189,7 @@ TEST_F(SettingsPanel, IsBlockedWhileTheDemandIsUnknown) {
     broker().start(L"");
     EXPECT_TRUE(waitUntil([&] { return !window.enabled(kIdApply); }, 2000));
     typeUrl(L"rtsp://camera.example/live");
-    EXPECT_TRUE(apply(kBlocked));
+    EXPECT_TRUE(applyAnyway(kBlocked));
 }
 
 TEST_F(SettingsPanel, CanApplyAgainOnceTheLeaseIsGone) {
@@ -217,7 +224,8 @@ TEST_F(SettingsPanel, ReloadsWhatIsSaved) {
 TEST_F(SettingsPanel, ReloadsNothingWhileThePreviewRuns) {
     window.choose(kIdSource, 3);
     ASSERT_TRUE(apply(kApplied));
-    window.press(kIdPreview);
+    window.pressOn(kIdTabCamera, kIdPreview);
+    window.press(kIdTabSettings);
     ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
     typeUrl(L"rtsp://typed.example/");
     window.press(kIdReload);
@@ -245,6 +253,29 @@ TEST_F(SettingsPanel, RevealsTheAddressAndHidesItAgain) {
     window.press(kIdRevealUrl);
     EXPECT_TRUE(window.masked(kIdCustomUrl));
     EXPECT_EQ(window.text(kIdRevealUrl), L"Revelar URL");
+}
+
+TEST_F(SettingsPanel, HidesARevealedAddressWhenItIsReloaded) {
+    typeUrl(L"rtsp://camera.example/live");
+    ASSERT_TRUE(apply(kApplied));
+    window.press(kIdRevealUrl);
+    ASSERT_FALSE(window.masked(kIdCustomUrl));
+    window.press(kIdReload);
+    EXPECT_TRUE(window.masked(kIdCustomUrl));
+    EXPECT_EQ(window.text(kIdRevealUrl), L"Revelar URL");
+}
+
+TEST_F(SettingsPanel, HidesARevealedAddressWhenThePanelIsLeftOrTheWindowClosed) {
+    typeUrl(L"rtsp://camera.example/live");
+    window.press(kIdRevealUrl);
+    ASSERT_FALSE(window.masked(kIdCustomUrl));
+    window.press(kIdTabCamera);
+    EXPECT_TRUE(window.masked(kIdCustomUrl));
+    window.pressOn(kIdTabSettings, kIdRevealUrl);
+    ASSERT_FALSE(window.masked(kIdCustomUrl));
+    SendMessageW(window.handle(), WM_CLOSE, 0, 0);
+    ASSERT_FALSE(IsWindowVisible(window.handle()));
+    EXPECT_TRUE(window.masked(kIdCustomUrl));
 }
 
 TEST_F(SettingsPanel, KeepsItsFieldsMaskedWhateverHappensToTheWindow) {

@@ -85,6 +85,7 @@ protected:
         broker().start(L"--test-pattern");
         ASSERT_TRUE(window.waitForStatus(kAnnounced, 20'000));
         ASSERT_TRUE(waitUntil([&] { return window.enabled(kIdDownloadUpdate); }, 2000));
+        window.press(kIdTabDiagnostics);
     }
     // Presses the button for the installer and answers the question that comes.
     void pressAndAnswer(const wchar_t* question, WPARAM answer) {
@@ -167,7 +168,7 @@ TEST_F(Updates, AreNotInstalledWhileSomebodyWatches) {
     viewer().takeLease();
     ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
     EXPECT_TRUE(waitUntil([&] { return !window.enabled(kIdDownloadUpdate); }, 2000));
-    window.press(kIdDownloadUpdate);
+    window.command(kIdDownloadUpdate);  // as a click that came before the button was disabled
     EXPECT_TRUE(window.waitForStatus(
         L"Instalação adiada: encerre a captura e a prévia. Nenhuma reunião será interrompida."));
     viewer().releaseLease();
@@ -199,7 +200,7 @@ TEST_F(Updates, AreLookedForAgainOnRequest) {
     ASSERT_TRUE(broker().waitForEvent("MF_UPDATE_CHECK_COMPLETED", 20'000));
     publish();
     ASSERT_TRUE(waitUntil([&] { return window.enabled(kIdCheckUpdate); }, 2000));
-    window.press(kIdCheckUpdate);
+    window.pressOn(kIdTabDiagnostics, kIdCheckUpdate);
     EXPECT_TRUE(window.waitForStatus(kAnnounced, 20'000));
     EXPECT_EQ(broker().countEvents("MF_UPDATE_MANUAL_CHECK"), 1u);
 }
@@ -210,16 +211,16 @@ TEST_F(Updates, AreNotLookedForWhenTheSettingsForbidIt) {
     ASSERT_TRUE(broker().waitForEvent("MF_UPDATE_CHECK_COMPLETED", 20'000));
     window.check(kIdUpdateDisabled, true);
     ASSERT_TRUE(waitUntil([&] { return window.enabled(kIdApply); }, 2000));
-    window.press(kIdApply);
+    window.pressOn(kIdTabSettings, kIdApply);
     ASSERT_TRUE(broker().waitForEvent("SETTINGS_APPLIED_DPAPI"));
-    window.press(kIdCheckUpdate);
+    window.pressOn(kIdTabDiagnostics, kIdCheckUpdate);
     EXPECT_TRUE(window.waitForStatus(L"Verificação de atualização desativada nas Configurações."));
     EXPECT_EQ(broker().countEvents("MF_UPDATE_MANUAL_CHECK"), 0u);
 }
 
 TEST_F(Updates, AreNotAskedForAgainByShowingTheWindowTooSoon) {
     startAndHearOfIt();
-    window.press(kIdTrayShow);
+    window.command(kIdTrayShow);
     Sleep(500);
     EXPECT_EQ(broker().countEvents("MF_UPDATE_STARTUP_CHECK"), 1u);
 }
@@ -229,7 +230,7 @@ TEST_F(Updates, EndWithTheBrokerInTheMiddleOfADownload) {
     paceTheDownload("0.5");
     pressAndAnswer(kDownloadQuestion, IDYES);
     ASSERT_TRUE(waitUntil([&] { return downloaded().has_value(); }, 10'000));
-    window.pressAndGoOn(kIdTrayQuit);
+    window.commandAndGoOn(kIdTrayQuit);
     EXPECT_EQ(broker().waitForExit(10'000), 0u);
     EXPECT_FALSE(downloaded());
 }

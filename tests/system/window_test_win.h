@@ -47,6 +47,10 @@ protected:
         viewer().takeLease();
         ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
     }
+    void pause() {
+        ASSERT_TRUE(waitUntil([&] { return window.visible(kIdPause); }, 2000));
+        window.press(kIdPause);
+    }
     bool isShown() const { return IsWindowVisible(window.handle()) != FALSE; }
     void close() { SendMessageW(window.handle(), WM_CLOSE, 0, 0); }
 

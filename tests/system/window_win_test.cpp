@@ -132,7 +132,7 @@ TEST_F(Window, SaysOnThePauseButtonWhatItWillDo) {
     start();
     goLive();
     EXPECT_EQ(window.text(kIdPause), L"Pausar produtor");
-    window.press(kIdPause);
+    pause();
     EXPECT_TRUE(waitUntil([&] { return window.text(kIdPause) == L"Retomar produtor"; }, 2000));
     EXPECT_TRUE(window.waitForStatus(L"Produtor pausado. Saída MF permanece disponível com fallback local."));
     window.press(kIdPause);
@@ -151,7 +151,7 @@ TEST_F(Window, SaysOnTheAutomaticButtonWhatItWillDo) {
 TEST_F(Window, SwitchesAutomaticOnAgainFromAPausedProducer) {
     start();
     goLive();
-    window.press(kIdPause);
+    pause();
     ASSERT_TRUE(viewer().waitForState(BridgeState::kPaused));
     window.press(kIdAutomatic);
     EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));
@@ -196,7 +196,7 @@ TEST_F(Window, SaysThatThePictureIsOld) {
 TEST_F(Window, SaysThatItIsPaused) {
     start();
     goLive();
-    window.press(kIdPause);
+    pause();
     EXPECT_TRUE(window.waitForLabel(L"Pausada • fallback local"));
 }
 
@@ -351,6 +351,7 @@ TEST_F(Window, HasADefaultButtonWhereSettingsAreSavedAndNowhereElse) {
     start();
     EXPECT_EQ(SendMessageW(window.handle(), DM_GETDEFID, 0, 0), 0);
     window.press(kIdTabSettings);
+    ASSERT_TRUE(window.focus(kIdTransport));
     EXPECT_EQ(SendMessageW(window.handle(), DM_GETDEFID, 0, 0), MAKELRESULT(kIdApply, DC_HASDEFID));
 }
 
@@ -436,6 +437,7 @@ TEST_F(Window, ReportsTheTestSourceWhileAnAddressIsStored) {
 
 TEST_F(Window, ExplainsARepairInABox) {
     start();
+    window.press(kIdTabDiagnostics);
     window.pressAndGoOn(kIdRepair);
     const HWND box = window.waitForBox();
     ASSERT_NE(box, nullptr);
@@ -452,22 +454,23 @@ TEST_F(Window, RefusesARepairDuringACapture) {
     start();
     goLive();
     ASSERT_TRUE(window.waitForStatus(kLiveStatus));
-    window.press(kIdRepair);
+    window.pressOn(kIdTabDiagnostics, kIdRepair);
     EXPECT_TRUE(window.waitForStatus(L"Reparo bloqueado: captura ativa ou demanda desconhecida.", 900));
 }
 
 TEST_F(Window, RefusesARepairWhileTheDemandIsUnknown) {
     machine_.removeValue(L"DemandPath");
     start();
-    window.press(kIdRepair);
+    window.pressOn(kIdTabDiagnostics, kIdRepair);
     EXPECT_TRUE(window.waitForStatus(L"Reparo bloqueado: captura ativa ou demanda desconhecida."));
 }
 
 TEST_F(Window, EndsEvenWithABoxOpen) {
     start();
+    window.press(kIdTabDiagnostics);
     window.pressAndGoOn(kIdRepair);
     ASSERT_NE(window.waitForBox(), nullptr);
-    window.pressAndGoOn(kIdTrayQuit);
+    window.commandAndGoOn(kIdTrayQuit);
     EXPECT_EQ(broker().waitForExit(8000), 0u);
 }
 

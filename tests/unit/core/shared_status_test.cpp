@@ -182,5 +182,18 @@ TEST(SharedStatus, StartsIdleWithNothingToReport) {
     EXPECT_FALSE(shared.testPattern);
 }
 
+TEST(FailureReason, IsTakenOnceByWhoeverShowsIt) {
+    SharedStatus shared;
+    std::wstring known;
+    EXPECT_FALSE(renewFailureReason(shared, known));
+    replaceFailureReason(shared, L"why");
+    EXPECT_TRUE(renewFailureReason(shared, known));
+    EXPECT_EQ(known, L"why");
+    EXPECT_FALSE(renewFailureReason(shared, known));
+    replaceFailureReason(shared, L"");
+    EXPECT_TRUE(renewFailureReason(shared, known));
+    EXPECT_EQ(known, L"");
+}
+
 }  // namespace
 }  // namespace vextra

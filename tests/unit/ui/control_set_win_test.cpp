@@ -7,6 +7,7 @@
 #include <set>
 #include <string>
 
+#include "import_swap_win.h"
 #include "test_window_win.h"
 #include "ui/gdi_win.h"
 #include "ui/settings_panel_win.h"
@@ -92,7 +93,7 @@ TEST_F(ControlSetTest, MakesTabsThatTheWindowDraws) {
 
 TEST_F(ControlSetTest, MakesPushButtonsAndOneDefault) {
     for (const Control& control : kControls) {
-        if (control.kind != ControlKind::kButton)
+        if (control.kind != ControlKind::kButton && control.kind != ControlKind::kFoldButton)
             continue;
         EXPECT_EQ(windowClass(control.id), L"Button") << control.id;
         EXPECT_EQ(buttonKind(control.id), DWORD{BS_PUSHBUTTON}) << control.id;
@@ -128,7 +129,9 @@ TEST_F(ControlSetTest, MakesALogViewToReadAndScroll) {
 
 TEST_F(ControlSetTest, LetsTabStopAtEverythingButPlainTexts) {
     for (const Control& control : kControls)
-        EXPECT_EQ(hasStyle(control.id, WS_TABSTOP), control.kind != ControlKind::kStatic) << control.id;
+        EXPECT_EQ(hasStyle(control.id, WS_TABSTOP),
+                  control.kind != ControlKind::kStatic && control.kind != ControlKind::kStatusLine)
+            << control.id;
 }
 
 // Arrow keys go round in a group.
@@ -184,11 +187,17 @@ TEST_F(ControlSetTest, OpensListsToTheHeightThatIsPlaced) {
     const auto expectOpenHeight = [&](ControlId list, int height) {
         RECT area{};
         SendMessageW(controls[list], CB_GETDROPPEDCONTROLRECT, 0, reinterpret_cast<LPARAM>(&area));
-        // The answer is the whole control; Wine's is the list alone.
+        // The answer is the whole control; Wine's is the list alone. Newer lists end with their last entry.
         const int open = area.bottom - area.top;
-        EXPECT_TRUE(open == height || open + place(list).height == height) << open << " for " << list;
+        const auto entries = static_cast<int>(SendMessageW(controls[list], CB_GETCOUNT, 0, 0));
+        const auto entry = static_cast<int>(SendMessageW(controls[list], CB_GETITEMHEIGHT, 0, 0));
+        const bool endsEarly = open >= entries * entry && open < height - place(list).height;
+        EXPECT_TRUE(open == height || open + place(list).height == height || endsEarly)
+            << open << " for " << list;
     };
     SettingsPanel(controls).fillLists();
+    const UniqueFont font = fontOf(17);
+    controls.setFont(font.get(), kClosedListHeight);
     show(Panel::kSettings, SourceKind::kDirectCamera);
     expectOpenHeight(kIdSource, 180);
     expectOpenHeight(kIdStream, 160);
@@ -196,12 +205,90 @@ TEST_F(ControlSetTest, OpensListsToTheHeightThatIsPlaced) {
     expectOpenHeight(kIdDecoder, 160);
 }
 
+TEST_F(ControlSetTest, MakesClosedListsAsHighAsTheFieldsBesideThem) {
+    for (const int dpi : {96, 144, 96}) {
+        const UniqueFont font = fontOf(pixelsFromDesign(kUiFontHeight, dpi));
+        controls.setFont(font.get(), pixelsFromDesign(kClosedListHeight, dpi));
+        controls.apply(layout(Panel::kSettings, SourceKind::kDirectCamera, true, dpi), kIdTabSettings);
+        for (const ControlId list : {kIdSource, kIdStream, kIdTransport, kIdDecoder})
+            EXPECT_EQ(place(list).height, place(kIdDirectIp).height) << list << " at " << dpi;
+        // At another size in between, too, as a change of panel or of the window makes it.
+        controls.apply(layout(Panel::kCamera, SourceKind::kDirectCamera, true, dpi), kIdTabCamera);
+        controls.apply(layout(Panel::kSettings, SourceKind::kDirectCamera, true, dpi), kIdTabSettings);
+        EXPECT_EQ(place(kIdStream).height, place(kIdDirectIp).height) << "again, at " << dpi;
+    }
+}
+
+// As when the system is short of memory.
+TEST_F(ControlSetTest, LaysOutAnewWhatTheSystemHadNoRoomFor) {
+    {
+        const test::RefusedImport<HDWP WINAPI(HDWP, HWND, HWND, int, int, int, int, UINT)> full(
+            "DeferWindowPos");
+        show(Panel::kSettings);
+        ASSERT_EQ(visible(), std::set<int>{});
+    }
+    show(Panel::kSettings);
+    EXPECT_TRUE(visible().contains(kIdSource));
+}
+
+constexpr ControlId kFields[] = {kIdDirectIp, kIdDirectUser, kIdDirectPassword,
+                                 kIdLatency,  kIdDeadline,   kIdManifestUrl};
+
+TEST_F(ControlSetTest, AnswersTheMouseOverTheWholeFaceOfAField) {
+    show(Panel::kSettings, SourceKind::kDirectCamera, true);
+    for (const ControlId field : kFields) {
+        RECT face{};
+        GetWindowRect(controls[field], &face);
+        for (const LONG y : {face.top, face.top + 3, (face.top + face.bottom) / 2, face.bottom - 1}) {
+            for (const LONG x : {face.left, face.left + 20, face.right - 1}) {
+                const auto at = MAKELPARAM(x, y);
+                EXPECT_EQ(SendMessageW(controls[field], WM_NCHITTEST, 0, at), HTCLIENT)
+                    << field << " at " << x - face.left << "," << y - face.top;
+            }
+        }
+    }
+}
+
+TEST_F(ControlSetTest, GivesAFieldWithoutASizeNoNegativeInside) {
+    const UniqueFont font = fontOf(17);
+    controls.setFont(font.get(), kClosedListHeight);
+    for (const ControlId field : kFields) {
+        RECT inside{0, 0, 0, 0};
+        SendMessageW(controls[field], WM_NCCALCSIZE, FALSE, reinterpret_cast<LPARAM>(&inside));
+        EXPECT_GE(inside.right, inside.left) << field;
+        EXPECT_GE(inside.bottom, inside.top) << field;
+    }
+}
+
+TEST_F(ControlSetTest, KeepsTheStatusLinesTextAwayFromItsEdge) {
+    show(Panel::kCamera);
+    RECT inside{};
+    GetClientRect(controls[kIdStatusLine], &inside);
+    MapWindowPoints(controls[kIdStatusLine], window.handle(), reinterpret_cast<POINT*>(&inside), 2);
+    const PixelRect whole = place(kIdStatusLine);
+    EXPECT_EQ(inside.left - whole.left, 8);
+    EXPECT_EQ(inside.right, whole.left + whole.width);
+    EXPECT_EQ(inside.bottom - inside.top, whole.height);
+}
+
+TEST_F(ControlSetTest, ScrollsTheLogViewToItsEnd) {
+    show(Panel::kDiagnostics);
+    std::wstring lines;
+    for (int i = 0; i < 100; ++i)
+        lines += L"tick=1 UI_READY\r\n";
+    controls.setText(kIdLogs, lines);
+    const auto firstVisible = [&] { return SendMessageW(controls[kIdLogs], EM_GETFIRSTVISIBLELINE, 0, 0); };
+    ASSERT_EQ(firstVisible(), 0);
+    controls.scrollToEnd(kIdLogs);
+    EXPECT_GT(firstVisible(), 80);
+}
+
 // A field's text sticks to the top of its client area, which is therefore no higher than a line.
 TEST_F(ControlSetTest, CentresTheTextOfAField) {
     show(Panel::kSettings, SourceKind::kDirectCamera, true);
     for (const int size : {13, 17}) {
         const UniqueFont font = fontOf(size);
-        controls.setFont(font.get());
+        controls.setFont(font.get(), kClosedListHeight);
         const UniqueMemoryDc dc(CreateCompatibleDC(nullptr));
         const Selection selected(dc.get(), font.get());
         TEXTMETRICW line{};
@@ -220,7 +307,7 @@ TEST_F(ControlSetTest, CentresTheTextOfAField) {
 
 TEST_F(ControlSetTest, GivesEveryControlTheFont) {
     const UniqueFont font = fontOf(17);
-    controls.setFont(font.get());
+    controls.setFont(font.get(), kClosedListHeight);
     for (const Control& control : kControls)
         EXPECT_EQ(SendMessageW(controls[control.id], WM_GETFONT, 0, 0), reinterpret_cast<LRESULT>(font.get()))
             << control.id;
@@ -247,10 +334,58 @@ TEST_F(ControlSetKeyboard, LeavesTheFocusToAControlThatStays) {
 
 TEST_F(ControlSetKeyboard, PassesTheFocusOnWhenItsControlIsDisabled) {
     show(Panel::kSettings);
-    SetFocus(controls[kIdReload]);
-    controls.setEnabled(kIdReload, false);
-    EXPECT_EQ(GetFocus(), controls[kIdApply]);
-    EXPECT_FALSE(IsWindowEnabled(controls[kIdReload]));
+    SetFocus(controls[kIdApply]);
+    controls.setEnabled(kIdApply, false);
+    EXPECT_EQ(GetFocus(), controls[kIdReload]);
+    EXPECT_FALSE(IsWindowEnabled(controls[kIdApply]));
+}
+
+// The key that pressed it may come once more.
+TEST_F(ControlSetKeyboard, NeverPassesTheFocusToAButtonThatOpensSomething) {
+    show(Panel::kDiagnostics);
+    SetFocus(controls[kIdCheckUpdate]);
+    controls.setEnabled(kIdCheckUpdate, false);
+    EXPECT_EQ(GetFocus(), controls[kIdCopyReport]);
+    SetFocus(controls[kIdDownloadUpdate]);
+    controls.setEnabled(kIdDownloadUpdate, false);
+    EXPECT_EQ(GetFocus(), controls[kIdTabDiagnostics]);
+}
+
+TEST_F(ControlSetKeyboard, MovesTheFrameOfTheDefaultButtonWithTheFocus) {
+    show(Panel::kDiagnostics);
+    SetFocus(controls[kIdCheckUpdate]);
+    SendMessageW(controls[kIdCheckUpdate], BM_SETSTYLE, BS_DEFPUSHBUTTON,
+                 TRUE);  // as the dialog manager does
+    controls.setEnabled(kIdCheckUpdate, false);
+    EXPECT_EQ(buttonKind(kIdCheckUpdate), DWORD{BS_PUSHBUTTON});
+    EXPECT_EQ(buttonKind(kIdCopyReport), DWORD{BS_DEFPUSHBUTTON});
+}
+
+TEST_F(ControlSetKeyboard, PutsTheCaretWhereTheEdgeOfAFieldIsClicked) {
+    show(Panel::kSettings, SourceKind::kDirectCamera);
+    const HWND field = controls[kIdDirectUser];
+    SetWindowTextW(field, L"operador");
+    RECT client{};
+    GetClientRect(field, &client);
+    SetFocus(controls[kIdSource]);
+    for (const int y : {-6, static_cast<int>(client.bottom) + 5}) {  // above and below the line
+        SendMessageW(field, EM_SETSEL, 0, 0);
+        SendMessageW(field, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(client.right - 4, y));
+        SendMessageW(field, WM_LBUTTONUP, 0, MAKELPARAM(client.right - 4, y));
+        EXPECT_EQ(GetFocus(), field) << y;
+        EXPECT_EQ(SendMessageW(field, EM_GETSEL, 0, 0), MAKELRESULT(8, 8)) << y << ": behind the last letter";
+        SetFocus(controls[kIdSource]);
+    }
+}
+
+TEST_F(ControlSetKeyboard, TellsTheWindowWhichTabHasTheFocus) {
+    show(Panel::kCamera);
+    SetFocus(controls[kIdAutomatic]);
+    const int before = window.messages(WM_COMMAND);
+    SetFocus(controls[kIdTabSettings]);
+    EXPECT_EQ(window.messages(WM_COMMAND), before + 1);
+    SetFocus(controls[kIdAutomatic]);
+    EXPECT_EQ(window.messages(WM_COMMAND), before + 2);
 }
 
 TEST_F(ControlSetKeyboard, LeavesTheFocusWhereItIsWhenAnotherControlIsDisabled) {
@@ -320,7 +455,7 @@ TEST_F(ControlSetTest, KeepsSecretsMaskedWhateverTheLayoutAndTheFont) {
     for (const SourceKind source :
          {SourceKind::kCustomUrl, SourceKind::kDirectCamera, SourceKind::kCustomUrl}) {
         show(Panel::kSettings, source, true);
-        controls.setFont(font.get());
+        controls.setFont(font.get(), kClosedListHeight);
         show(Panel::kCamera);
         for (const ControlId field : kSecretFields)
             EXPECT_EQ(passwordCharacter(field), L'\u25CF') << field;
@@ -342,7 +477,7 @@ TEST_F(ControlSetTest, KeepsARevealedFieldPlainWhateverTheLayoutAndTheFont) {
     controls.setMasking(kIdCustomUrl, Masking::kPlain);
     show(Panel::kSettings, SourceKind::kCustomUrl);
     const UniqueFont font = fontOf(25);
-    controls.setFont(font.get());
+    controls.setFont(font.get(), kClosedListHeight);
     EXPECT_EQ(passwordCharacter(kIdCustomUrl), L'\0');
 }
 

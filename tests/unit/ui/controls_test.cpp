@@ -40,14 +40,14 @@ const std::map<int, Expected> kPublished{
     {321, {ControlKind::kButton, L"Revelar URL"}},
     {322, {ControlKind::kDefaultButton, L"Salvar / aplicar"}},
     {323, {ControlKind::kButton, L"Recarregar salvo"}},
-    {325, {ControlKind::kButton, L"Avançado: latência / prazo"}},
+    {325, {ControlKind::kFoldButton, L"Avançado: latência / prazo"}},
     {330, {ControlKind::kLogView, L""}},
     {331, {ControlKind::kButton, L"Atualizar logs"}},
     {332, {ControlKind::kButton, L"Copiar diagnóstico"}},
     {333, {ControlKind::kButton, L"Verificar atualização"}},
     {334, {ControlKind::kButton, L"Reparar instalação MF"}},
     {335, {ControlKind::kButton, L"Baixar atualização"}},
-    {340, {ControlKind::kStatic, L"Conexão sob demanda. Nenhuma reunião será interrompida."}},
+    {340, {ControlKind::kStatusLine, L"Conexão sob demanda. Nenhuma reunião será interrompida."}},
     {341, {ControlKind::kStatic, L"Verificação automática ao iniciar • canal MF beta"}},
 };
 
@@ -101,6 +101,14 @@ TEST(Controls, OfTheTrayMenuHaveThePublishedNumbers) {
     EXPECT_EQ(kIdTrayAutomatic, 201);
     EXPECT_EQ(kIdTrayQuit, 202);
     EXPECT_EQ(kIdTrayCheckUpdate, 203);
+}
+
+TEST(Tabs, AreTurnedRoundAndRound) {
+    EXPECT_EQ(panelAfter(Panel::kCamera), Panel::kSettings);
+    EXPECT_EQ(panelAfter(Panel::kSettings), Panel::kDiagnostics);
+    EXPECT_EQ(panelAfter(Panel::kDiagnostics), Panel::kCamera);
+    for (const Panel panel : {Panel::kCamera, Panel::kSettings, Panel::kDiagnostics})
+        EXPECT_EQ(panelBefore(panelAfter(panel)), panel);
 }
 
 TEST(Tabs, BelongToTheirPanels) {

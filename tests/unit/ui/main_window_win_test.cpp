@@ -1,446 +1,424 @@
-// The main window in this process, where the system's answers can be exchanged: another screen, a shell that
-// refuses, a timer that is not to be had.
+// The main window on the test's own thread, with a clock, a shared state and an annotation service of the
+// test's. What needs a Supervisor is tested from outside.
 #include "ui/main_window.h"
 
 #include <gtest/gtest.h>
 
-#include <wtsapi32.h>
+#include <commctrl.h>
+#include <oleacc.h>
 
-#include <functional>
-#include <memory>
+#include <algorithm>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "bridge/bridge_layout.h"
 #include "core/instance_win.h"
 #include "core/supervisor_thread_win.h"
-#include "import_swap_win.h"
-#include "shell_record_win.h"
+#include "recording_annotations_win.h"
 
 namespace vextra {
 namespace {
 
-// --- Answers of the system's ---
-
-RECT workArea{};
-BOOL WINAPI monitorWithThatWorkArea(HMONITOR, MONITORINFO* info) {
-    info->rcMonitor = info->rcWork = workArea;
-    info->dwFlags = MONITORINFOF_PRIMARY;
-    return TRUE;
+Tick testNow = 0;
+ULONGLONG WINAPI testClock() {
+    return testNow;
 }
 
-UINT windowDpi = 0;
-UINT WINAPI thatDpi(HWND) {
-    return windowDpi;
-}
-
-struct ImageCall {
-    int width, height;
-    UINT flags;
-};
-std::vector<ImageCall> imageCalls;
-std::vector<HICON> freedIcons;
-HANDLE WINAPI imageOfThatSize(HINSTANCE, LPCWSTR, UINT, int width, int height, UINT flags) {
-    imageCalls.push_back({width, height, flags});
-    return CopyIcon(LoadIconW(nullptr, IDI_APPLICATION));
-}
-BOOL WINAPI freedIcon(HICON icon) {
-    freedIcons.push_back(icon);
-    return TRUE;
-}
-
-int registrations = 0, unregistrations = 0, refusedRegistrations = 0;
-BOOL WINAPI countedRegistration(HWND, DWORD) {
-    ++registrations;
-    return registrations > refusedRegistrations ? TRUE : FALSE;
-}
-BOOL WINAPI countedUnregistration(HWND) {
-    ++unregistrations;
-    return TRUE;
-}
-
-struct MenuLine {
-    UINT id, state;
-    std::wstring text;
-};
-std::vector<MenuLine> openedMenu;
-BOOL WINAPI menuThatIsOnlyRead(HMENU menu, UINT, int, int, int, HWND, const RECT*) {
-    openedMenu.clear();
-    for (int i = 0; i < GetMenuItemCount(menu); ++i) {
-        wchar_t text[128]{};
-        MENUITEMINFOW item{};
-        item.cbSize = sizeof item;
-        item.fMask = MIIM_ID | MIIM_STATE | MIIM_STRING;
-        item.dwTypeData = text;
-        item.cch = static_cast<UINT>(std::size(text));
-        GetMenuItemInfoW(menu, static_cast<UINT>(i), TRUE, &item);
-        openedMenu.push_back({item.wID, item.fState, text});
-    }
-    return 0;
-}
-
-BOOL WINAPI clientAreaOfNoSize(HWND, RECT* client) {
-    *client = {};
-    return TRUE;
-}
-int drawings = 0;
-HDC WINAPI countedDrawing(HDC dc) {
-    ++drawings;
-    return test::realFunction<HDC WINAPI(HDC)>("CreateCompatibleDC")(dc);
-}
-
-bool contains(const RECT& outer, const RECT& inner) {
-    RECT both{};
-    return UnionRect(&both, &outer, &inner) && EqualRect(&both, &outer);
+std::vector<std::pair<DWORD, HWND>>* raised = nullptr;
+void WINAPI recordEvent(DWORD event, HWND window, LONG object, LONG child) {
+    if (object == OBJID_CLIENT && child == CHILDID_SELF)
+        raised->emplace_back(event, window);
 }
 
 class MainWindowTest : public testing::Test {
 protected:
     MainWindowTest() {
-        workArea = {0, 0, 2048, 1280};
-        windowDpi = 96;
-        imageCalls.clear();
-        freedIcons.clear();
-        registrations = unregistrations = refusedRegistrations = 0;
-        fillPlaceholderFrame(shared.previewFrame);
-        shared.settings.updateDisabled = true;
+        testNow = 1'000'000;
+        raised = &events;
+        shared.previewFrame.resize(kFrameBytes);
+        product.emplace(
+            GetModuleHandleW(nullptr),
+            MainWindowSetup{&shared, &log, wakeEvent.get(), &supervisor, L".", &channel, Panel::kCamera});
+        if (!product->create())
+            failSetUp("main window");
+        ShowWindow(window(), SW_SHOWNA);
     }
     ~MainWindowTest() override {
-        window.reset();
-        UnregisterClassW(kMainWindowClass, GetModuleHandleW(nullptr));
-    }
-
-    bool make() {
-        window = std::make_unique<MainWindow>(GetModuleHandleW(nullptr),
-                                              MainWindowSetup{.shared = &shared,
-                                                              .log = &logged.log(),
-                                                              .wakeEvent = wakeEvent.get(),
-                                                              .dataFolder = folder.path(),
-                                                              .channel = &channel});
-        return window->create();
-    }
-    HWND handle() const { return window->handle(); }
-    HWND control(ControlId id) const { return GetDlgItem(handle(), id); }
-    void show() { window->showWithoutActivating(); }
-
-    // Handles messages until `condition` holds, at most `limitMs` long.
-    static bool handleMessagesUntil(const std::function<bool()>& condition, Tick limitMs) {
-        const Tick end = GetTickCount64() + limitMs;
-        while (!condition()) {
-            if (GetTickCount64() >= end)
-                return false;
-            for (MSG message{}; PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE);)
-                DispatchMessageW(&message);
-            Sleep(5);
+        if (product->handle() != nullptr)
+            command(kIdTrayQuit);
+        MSG message{};  // the quit among them, which would end the next test's loops
+        while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
         }
-        return true;
-    }
-    static void handleMessagesFor(Tick ms) {
-        handleMessagesUntil([] { return false; }, ms);
-    }
-    void changeDpi(int dpi, RECT suggested) {
-        SendMessageW(handle(), WM_DPICHANGED, static_cast<WPARAM>(MAKELONG(dpi, dpi)),
-                     reinterpret_cast<LPARAM>(&suggested));
-    }
-    RECT place() const {
-        RECT rect{};
-        GetWindowRect(handle(), &rect);
-        return rect;
-    }
-    RECT placeOf(ControlId id) const {
-        RECT rect{};
-        GetWindowRect(control(id), &rect);
-        return rect;
+        UnregisterClassW(kMainWindowClass, GetModuleHandleW(nullptr));
+        raised = nullptr;
     }
 
-    TemporaryFolder folder;
-    test::LoggedCodes logged;
+    HWND window() const { return product->handle(); }
+    HWND control(ControlId id) const { return GetDlgItem(window(), id); }
+    void command(WORD id) { SendMessageW(window(), WM_COMMAND, id, 0); }
+    void tick(Tick afterMs = 200) {
+        testNow += afterMs;
+        SendMessageW(window(), WM_TIMER, 1, 0);
+    }
+    void goLive() {
+        shared.active = true;
+        shared.status = static_cast<std::uint32_t>(BrokerStatus::kLive);
+        shared.lastFrameTick = testNow;
+    }
+    std::wstring description(ControlId id) const {
+        return annotations.service.text(control(id), PROPID_ACC_DESCRIPTION);
+    }
+    long state(ControlId id) const { return annotations.service.number(control(id), PROPID_ACC_STATE); }
+    bool was(DWORD event, ControlId id) const {
+        return std::find(events.begin(), events.end(), std::pair(event, control(id))) != events.end();
+    }
+
+    const test::ImportSwap<ULONGLONG WINAPI()> clock{"GetTickCount64", &testClock};
+    const test::ImportSwap<void WINAPI(DWORD, HWND, LONG, LONG)> notifier{"NotifyWinEvent", &recordEvent};
+    test::AnnotationService annotations;
+    std::vector<std::pair<DWORD, HWND>> events;
     SharedStatus shared;
+    EventLog log{shared.frameCounter};
     const UniqueHandle wakeEvent{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+    SupervisorThread supervisor{{}};
     const UpdateChannelIdentity channel{"https://updates.example", {}};
-    const test::ShellRecord shell;
-    const test::ImportSwap<BOOL WINAPI(HMONITOR, MONITORINFO*)> monitor{"GetMonitorInfoW",
-                                                                        &monitorWithThatWorkArea};
-    const test::ImportSwap<UINT WINAPI(HWND)> scale{"GetDpiForWindow", &thatDpi};
-    const test::ImportSwap<BOOL WINAPI(HWND, DWORD)> registering{"WTSRegisterSessionNotification",
-                                                                 &countedRegistration};
-    const test::ImportSwap<BOOL WINAPI(HWND)> unregistering{"WTSUnRegisterSessionNotification",
-                                                            &countedUnregistration};
-    std::unique_ptr<MainWindow> window;
+    std::optional<MainWindow> product;
 };
 
-// --- Beginning and end ---
+// --- What a screen reader hears ---
 
-TEST_F(MainWindowTest, TakesWindowAndIconAlongWhenItGoes) {
-    ASSERT_TRUE(make());
-    const HWND was = handle();
-    window.reset();
-    EXPECT_FALSE(IsWindow(was));
-    EXPECT_EQ(shell.count(NIM_DELETE), 1u);
-    EXPECT_EQ(logged.count("TRAY_REMOVE"), 1u);
-    EXPECT_EQ(unregistrations, 1);
+TEST_F(MainWindowTest, NamesItsFieldsForAScreenReader) {
+    for (const Control& each : kControls)
+        EXPECT_EQ(annotations.service.text(control(each.id), PROPID_ACC_NAME),
+                  std::wstring(each.accessibleName))
+            << each.id;
 }
 
-TEST_F(MainWindowTest, RemovesItsIconOnceWhenItWasQuitBefore) {
-    ASSERT_TRUE(make());
-    SendMessageW(handle(), WM_COMMAND, kIdTrayQuit, 0);
-    EXPECT_EQ(handle(), nullptr);
-    window.reset();
-    EXPECT_EQ(shell.count(NIM_DELETE), 1u);
-    EXPECT_EQ(unregistrations, 1);
+TEST_F(MainWindowTest, TellsStateSourceAndBackendOnTheCamerasTab) {
+    tick();
+    EXPECT_EQ(description(kIdTabCamera),
+              L"Automático • aguardando aplicativo. Perfil interno Vextra • protegido. Prévia do produtor • "
+              L"backend: Nenhum");
+    goLive();
+    shared.effectiveBackend = 1;
+    tick();
+    EXPECT_EQ(description(kIdTabCamera),
+              L"Ao vivo • imagem recente. Perfil interno Vextra • protegido. Prévia do produtor • backend: "
+              L"FFmpeg");
 }
 
-TEST_F(MainWindowTest, IsNotMadeWithoutItsTimer) {
-    const test::RefusedImport<decltype(SetTimer)> refused("SetTimer");
-    EXPECT_FALSE(make());
-    EXPECT_EQ(shell.calls().size(), 0u) << "no icon of a window that is not there";
+TEST_F(MainWindowTest, TellsThatThePictureHasBecomeOld) {
+    goLive();
+    tick();
+    tick(3000);
+    EXPECT_EQ(description(kIdTabCamera).substr(0, 31), L"Imagem desatualizada • fallback");
 }
 
-TEST_F(MainWindowTest, AsksAgainToHearOfTheSessionUntilItDoes) {
-    refusedRegistrations = 2;
-    ASSERT_TRUE(make());
-    EXPECT_EQ(logged.count("SESSION_NOTIFY_FAILED"), 1u);
-    ASSERT_TRUE(handleMessagesUntil([] { return registrations == 3; }, 4000));
-    EXPECT_EQ(logged.count("SESSION_NOTIFY_REGISTERED"), 1u);
-    EXPECT_EQ(logged.count("SESSION_NOTIFY_FAILED"), 1u) << "once, however often it is tried";
-    handleMessagesFor(1500);
-    EXPECT_EQ(registrations, 3) << "not again once it holds";
-}
-
-TEST_F(MainWindowTest, LeavesARegistrationAloneThatNeverHeld) {
-    refusedRegistrations = 1000;
-    ASSERT_TRUE(make());
-    window.reset();
-    EXPECT_EQ(unregistrations, 0);
-}
-
-// --- The tray ---
-
-TEST_F(MainWindowTest, TriesItsIconAgainEachSecondWhileItIsAbsent) {
-    shell.refuse(NIM_ADD);
-    ASSERT_TRUE(make());
-    EXPECT_TRUE(handleMessagesUntil([&] { return shell.count(NIM_ADD) == 3; }, 4000));
-    shell.takeAll();
-    EXPECT_TRUE(handleMessagesUntil([&] { return logged.count("TRAY_ADD_OK") == 1; }, 2000));
-    EXPECT_EQ(logged.count("TRAY_ADD_FAILED"), 1u);
-}
-
-TEST_F(MainWindowTest, SaysWhenItHidesThatItStillRuns) {
-    ASSERT_TRUE(make());
-    show();
-    SendMessageW(handle(), WM_CLOSE, 0, 0);
-    EXPECT_FALSE(IsWindowVisible(handle()));
-    const test::ShellCall last = shell.calls().back();
-    EXPECT_EQ(last.operation, DWORD{NIM_MODIFY});
-    EXPECT_NE(last.record.uFlags & NIF_INFO, 0u);
-    EXPECT_STREQ(last.record.szInfoTitle, L"Vextra continua na bandeja");
-}
-
-TEST_F(MainWindowTest, RenewsTheTipByItself) {
-    ASSERT_TRUE(make());
-    const std::wstring first = shell.calls().back().record.szTip;
-    shared.active = true;
+TEST_F(MainWindowTest, TellsTheFiguresOnTheDiagnosticsTab) {
+    tick();
+    shared.frameCounter = 16;
+    shared.reconnects = 2;
     shared.leaseCount = 1;
-    shared.status = static_cast<std::uint32_t>(BrokerStatus::kPaused);
-    ASSERT_TRUE(handleMessagesUntil([&] { return shell.count(NIM_MODIFY) == 1; }, 3000));
-    EXPECT_STREQ(shell.calls().back().record.szTip,
-                 L"Vextra MF beta • Dispositivo persistente • Pausada • fallback local");
-    EXPECT_NE(shell.calls().back().record.szTip, first);
+    tick(1000);
+    EXPECT_EQ(
+        description(kIdTabDiagnostics),
+        L"Automático • aguardando aplicativo. Backend efetivo: Nenhum. 16.0 fps observados, 16 frames, 2 "
+        L"reconexões, 1 leases MF. Leases não são contagem de aplicativos. Latência ponta a ponta não "
+        L"medida.");
 }
 
-TEST_F(MainWindowTest, OffersWhatTheMenuOfItsIconShall) {
-    const test::ImportSwap<BOOL WINAPI(HMENU, UINT, int, int, int, HWND, const RECT*)> menu(
-        "TrackPopupMenu", &menuThatIsOnlyRead);
-    ASSERT_TRUE(make());
-    SendMessageW(handle(), kMessageTray, 1, WM_RBUTTONUP);
-    ASSERT_EQ(openedMenu.size(), 7u);
-    EXPECT_EQ(openedMenu[0].text, L"Entrada: Automático • aguardando aplicativo");
-    EXPECT_NE(openedMenu[0].state & MFS_GRAYED, 0u);
-    EXPECT_EQ(openedMenu[1].text, L"Saída MF persistente • automático");
-    EXPECT_NE(openedMenu[1].state & MFS_GRAYED, 0u);
-    EXPECT_EQ(openedMenu[2].text, L"");
-    const struct {
-        UINT id;
-        const wchar_t* text;
-    } kCommands[] = {{200, L"Abrir Vextra"},
-                     {201, L"Suspender automático"},
-                     {203, L"Verificar atualização MF"},
-                     {202, L"Sair do broker (câmera permanece)"}};
-    for (std::size_t i = 0; i < std::size(kCommands); ++i) {
-        EXPECT_EQ(openedMenu[3 + i].id, kCommands[i].id);
-        EXPECT_EQ(openedMenu[3 + i].text, kCommands[i].text);
-        EXPECT_EQ(openedMenu[3 + i].state & MFS_GRAYED, 0u);
+TEST_F(MainWindowTest, TellsTheFiguresOnceASecondAtMost) {
+    tick();
+    goLive();
+    tick();
+    const int before = annotations.service.calls;
+    int renewed = 0;
+    std::wstring last = description(kIdTabDiagnostics);
+    for (int i = 0; i < 20; ++i) {  // four seconds
+        shared.frameCounter += 3;
+        shared.lastFrameTick = testNow;
+        tick(200);
+        if (description(kIdTabDiagnostics) != last) {
+            last = description(kIdTabDiagnostics);
+            ++renewed;
+        }
     }
-    shared.paused = true;
-    SendMessageW(handle(), kMessageTray, 1, WM_CONTEXTMENU);
-    ASSERT_EQ(openedMenu.size(), 7u);
-    EXPECT_EQ(openedMenu[4].text, L"Ativar automático");
+    EXPECT_EQ(renewed, 4);
+    EXPECT_EQ(annotations.service.calls - before, 4 * 2) << "for readers of either kind";
 }
 
-TEST_F(MainWindowTest, HasAnIconOfItsOwnInTheTaskbarsSize) {
-    const test::ImportSwap<HANDLE WINAPI(HINSTANCE, LPCWSTR, UINT, int, int, UINT)> images("LoadImageW",
-                                                                                           &imageOfThatSize);
-    const test::ImportSwap<BOOL WINAPI(HICON)> freeing("DestroyIcon", &freedIcon);
-    windowDpi = 144;  // the taskbar's too
-    ASSERT_TRUE(make());
-    ASSERT_EQ(imageCalls.size(), 1u);
-    EXPECT_EQ(imageCalls[0].width, GetSystemMetricsForDpi(SM_CXSMICON, 144));
-    EXPECT_EQ(imageCalls[0].height, GetSystemMetricsForDpi(SM_CYSMICON, 144));
-    EXPECT_EQ(imageCalls[0].flags & LR_SHARED, 0u);
-    const HICON first = shell.calls().back().record.hIcon;
-
-    windowDpi = 192;
-    changeDpi(192, place());
-    ASSERT_EQ(imageCalls.size(), 2u);
-    EXPECT_EQ(imageCalls[1].width, GetSystemMetricsForDpi(SM_CXSMICON, 192));
-    EXPECT_EQ(shell.calls().back().operation, DWORD{NIM_MODIFY});
-    EXPECT_NE(shell.calls().back().record.hIcon, first);
-    EXPECT_EQ(freedIcons, std::vector<HICON>{first});
+TEST_F(MainWindowTest, TellsNothingWhileNothingChanges) {
+    tick();
+    tick(1000);
+    const int before = annotations.service.calls;
+    events.clear();
+    for (int i = 0; i < 50; ++i)
+        tick();
+    EXPECT_EQ(annotations.service.calls, before);
+    EXPECT_TRUE(events.empty());
 }
 
-// --- The screen ---
-
-TEST_F(MainWindowTest, IsMadeAtTheScaleOfItsOwnScreen) {
-    windowDpi = 144;
-    ASSERT_TRUE(make());
-    RECT wanted{0, 0, 1470, 1080};
-    AdjustWindowRectExForDpi(&wanted, WS_OVERLAPPEDWINDOW, FALSE, 0, 144);
-    EXPECT_EQ(place().right - place().left, wanted.right - wanted.left);
-    EXPECT_EQ(place().bottom - place().top, wanted.bottom - wanted.top);
-    EXPECT_EQ(placeOf(kIdTabSettings).right - placeOf(kIdTabSettings).left, 285);
+TEST_F(MainWindowTest, TellsNothingWhileItIsHidden) {
+    tick();
+    tick(1000);
+    ShowWindow(window(), SW_HIDE);
+    const int before = annotations.service.calls;
+    goLive();
+    for (int i = 0; i < 20; ++i) {
+        shared.frameCounter += 3;
+        tick();
+    }
+    EXPECT_EQ(annotations.service.calls, before);
+    ShowWindow(window(), SW_SHOWNA);
+    shared.lastFrameTick = testNow;
+    tick();
+    EXPECT_EQ(description(kIdTabCamera).substr(0, 7), L"Ao vivo");
 }
 
-TEST_F(MainWindowTest, FitsASmallScreenFromTheStart) {
-    workArea = {0, 0, 1280, 672};
-    ASSERT_TRUE(make());
-    EXPECT_TRUE(contains(workArea, place()));
-    EXPECT_TRUE(contains(workArea, placeOf(kIdStatusLine)));
-    EXPECT_LT(placeOf(kIdTabSettings).right - placeOf(kIdTabSettings).left, 190) << "smaller than designed";
-    LOGFONTW font{};
-    const auto used = reinterpret_cast<HGDIOBJ>(SendMessageW(control(kIdApply), WM_GETFONT, 0, 0));
-    ASSERT_NE(GetObjectW(used, sizeof font, &font), 0);
-    EXPECT_LT(font.lfHeight, 17) << "and so is its text";
+TEST_F(MainWindowTest, HasTabsOfWhichOneIsSelected) {
+    constexpr long kSelected = STATE_SYSTEM_FOCUSABLE | STATE_SYSTEM_SELECTABLE | STATE_SYSTEM_SELECTED;
+    constexpr long kOther = STATE_SYSTEM_FOCUSABLE | STATE_SYSTEM_SELECTABLE;
+    for (const ControlId tab : {kIdTabCamera, kIdTabSettings, kIdTabDiagnostics})
+        EXPECT_EQ(annotations.service.number(control(tab), PROPID_ACC_ROLE), ROLE_SYSTEM_PAGETAB) << tab;
+    EXPECT_EQ(state(kIdTabCamera), kSelected);
+    EXPECT_EQ(state(kIdTabSettings), kOther);
+    command(kIdTabSettings);
+    EXPECT_EQ(state(kIdTabCamera), kOther);
+    EXPECT_EQ(state(kIdTabSettings), kSelected);
+    EXPECT_TRUE(was(EVENT_OBJECT_SELECTION, kIdTabSettings));
 }
 
-TEST_F(MainWindowTest, CannotBeMadeLargerThanASmallScreenByItsLeastSize) {
-    workArea = {0, 0, 1280, 672};
-    ASSERT_TRUE(make());
-    SetWindowPos(handle(), nullptr, 0, 0, 100, 100, SWP_NOZORDER | SWP_NOACTIVATE);
-    EXPECT_TRUE(contains(workArea, place()));
-    EXPECT_GT(place().right - place().left, 700);
+TEST_F(MainWindowTest, SaysWhichTabHasTheFocus) {
+    SetFocus(control(kIdTabDiagnostics));
+    EXPECT_NE(state(kIdTabDiagnostics) & STATE_SYSTEM_FOCUSED, 0);
+    SetFocus(control(kIdAutomatic));
+    EXPECT_EQ(state(kIdTabDiagnostics) & STATE_SYSTEM_FOCUSED, 0);
 }
 
-TEST_F(MainWindowTest, FollowsItsWorkAreaWhileItIsOpen) {
-    ASSERT_TRUE(make());
-    show();
-    const RECT before = place();
-    workArea.bottom = 672;
-    EXPECT_TRUE(handleMessagesUntil([&] { return contains(workArea, place()); }, 1000));
-    EXPECT_LT(placeOf(kIdTabSettings).bottom - placeOf(kIdTabSettings).top, 38) << "laid out anew";
-    workArea.bottom = 1280;
-    EXPECT_TRUE(handleMessagesUntil([&] { return place().bottom - place().top >= 745; }, 1000));
-    EXPECT_EQ(placeOf(kIdTabSettings).bottom - placeOf(kIdTabSettings).top, 38);
-    EXPECT_EQ(place().left, before.left);
+TEST_F(MainWindowTest, SaysWhetherTheAdvancedFieldsAreOpen) {
+    command(kIdTabSettings);
+    EXPECT_EQ(state(kIdAdvanced), STATE_SYSTEM_FOCUSABLE | STATE_SYSTEM_COLLAPSED);
+    SetFocus(control(kIdAdvanced));
+    command(kIdAdvanced);
+    EXPECT_EQ(state(kIdAdvanced), STATE_SYSTEM_FOCUSABLE | STATE_SYSTEM_EXPANDED | STATE_SYSTEM_FOCUSED);
+    EXPECT_TRUE(was(EVENT_OBJECT_STATECHANGE, kIdAdvanced));
+    command(kIdAdvanced);
+    EXPECT_EQ(state(kIdAdvanced), STATE_SYSTEM_FOCUSABLE | STATE_SYSTEM_COLLAPSED | STATE_SYSTEM_FOCUSED);
 }
 
-TEST_F(MainWindowTest, IsNotShownWhereItsScreenWas) {
-    workArea = {2048, 0, 4096, 1280};
-    ASSERT_TRUE(make());
-    EXPECT_GE(place().left, 2048);
-    workArea = {0, 0, 1920, 1040};  // that screen was taken away
-    show();
-    EXPECT_TRUE(contains(workArea, place()));
+TEST_F(MainWindowTest, SaysWhatAnEmptyManifestFieldMeans) {
+    EXPECT_EQ(description(kIdManifestUrl).substr(0, 34), L"vazio usa https://updates.example/");
 }
 
-TEST_F(MainWindowTest, StaysMaximisedWhenItsWorkAreaChanges) {
-    ASSERT_TRUE(make());
-    show();
-    ShowWindow(handle(), SW_MAXIMIZE);
-    const RECT maximised = place();
-    workArea.bottom = 900;
-    handleMessagesFor(500);
-    EXPECT_TRUE(IsZoomed(handle()));
-    const RECT after = place();
-    EXPECT_TRUE(EqualRect(&maximised, &after)) << "its size is the system's";
-    ShowWindow(handle(), SW_RESTORE);
-    EXPECT_TRUE(handleMessagesUntil([&] { return contains(workArea, place()); }, 1000));
+TEST_F(MainWindowTest, SaysWhatItPaintsBelowTheListOfSources) {
+    EXPECT_EQ(description(kIdSource),
+              L"Perfil interno migrado sem alterar a alpha. Endereço e credenciais protegidos.");
+    SendMessageW(control(kIdSource), CB_SETCURSEL, 3, 0);
+    SendMessageW(window(), WM_COMMAND, MAKEWPARAM(kIdSource, CBN_SELCHANGE), 0);
+    EXPECT_EQ(description(kIdSource), L"Padrão sintético local: diagnóstico sem conexão de rede.");
+    SendMessageW(control(kIdSource), CB_SETCURSEL, 1, 0);
+    SendMessageW(window(), WM_COMMAND, MAKEWPARAM(kIdSource, CBN_SELCHANGE), 0);
+    EXPECT_EQ(description(kIdSource), L"");
 }
 
-TEST_F(MainWindowTest, SaysBeforeAChangeOfDpiHowLargeItWantsToBe) {
-    ASSERT_TRUE(make());
-    workArea = {0, 0, 1920, 1008};
-    SIZE size{1000, 760};
-    EXPECT_EQ(SendMessageW(handle(), WM_GETDPISCALEDSIZE, 144, reinterpret_cast<LPARAM>(&size)), TRUE);
-    EXPECT_LE(size.cy, 1008);
-    EXPECT_LT(size.cx, 1500);
-    workArea = {0, 0, 3840, 2088};
-    size = {1000, 760};
-    EXPECT_EQ(SendMessageW(handle(), WM_GETDPISCALEDSIZE, 144, reinterpret_cast<LPARAM>(&size)), FALSE)
-        << "in proportion, as the system does it";
-    EXPECT_EQ(size.cx, 1000);
+TEST_F(MainWindowTest, AnnouncesItsStatusLineWhenThatChanges) {
+    EXPECT_EQ(annotations.service.number(control(kIdStatusLine), test::kLiveSettingProperty), 1);
+    const auto announced = [&] {
+        return std::count(events.begin(), events.end(),
+                          std::pair(DWORD{EVENT_OBJECT_LIVEREGIONCHANGED}, control(kIdStatusLine)));
+    };
+    replaceStatusText(shared, L"Uma notícia.");
+    SendMessageW(window(), kMessageStatusChanged, 0, 0);
+    EXPECT_EQ(announced(), 1);
+    SendMessageW(window(), kMessageStatusChanged, 0, 0);
+    EXPECT_EQ(announced(), 1) << "the same text once more";
+    ShowWindow(window(), SW_HIDE);
+    replaceStatusText(shared, L"Outra notícia.");
+    SendMessageW(window(), kMessageStatusChanged, 0, 0);
+    EXPECT_EQ(announced(), 1) << "hidden";
 }
 
-TEST_F(MainWindowTest, FitsASmallScreenAfterAChangeOfDpi) {
-    ASSERT_TRUE(make());
-    workArea = {0, 0, 1920, 1008};
-    changeDpi(144, {100, 60, 1540, 1190});
-    EXPECT_TRUE(contains(workArea, place()));
-    EXPECT_TRUE(contains(workArea, placeOf(kIdStatusLine)));
-    const LONG width = placeOf(kIdTabSettings).right - placeOf(kIdTabSettings).left;
-    EXPECT_GT(width, 190);
-    EXPECT_LT(width, 285);
+TEST_F(MainWindowTest, TakesAllThatItToldBackWhenItEnds) {
+    tick();
+    SetFocus(control(kIdTabCamera));
+    ASSERT_NE(annotations.service.entries(), 0u);
+    command(kIdTrayQuit);
+    EXPECT_EQ(product->handle(), nullptr);
+    EXPECT_EQ(annotations.service.entries(), 0u);
 }
 
-TEST_F(MainWindowTest, StaysAsTheSystemMaximisesItAfterAChangeOfDpi) {
-    ASSERT_TRUE(make());
-    show();
-    ShowWindow(handle(), SW_MAXIMIZE);
-    workArea = {0, 0, 1900, 1000};
-    const RECT maximised{-20, -20, 1920, 1020};  // its borders lie outside
-    changeDpi(144, maximised);
-    const RECT now = place();
-    EXPECT_TRUE(IsZoomed(handle()));
-    EXPECT_TRUE(EqualRect(&now, &maximised));
+// --- Why the decoder failed ---
+
+HWND toolTipOf(HWND owner) {
+    HWND found = nullptr;
+    while ((found = FindWindowExW(nullptr, found, TOOLTIPS_CLASSW, nullptr)) != nullptr) {
+        if (GetWindow(found, GW_OWNER) == owner)
+            return found;
+    }
+    return nullptr;
 }
 
-TEST_F(MainWindowTest, TakesExactlyTheSystemsPlaceWhileItIsDragged) {
-    ASSERT_TRUE(make());
-    show();
-    workArea = {0, 0, 1920, 1008};
-    SendMessageW(handle(), WM_ENTERSIZEMOVE, 0, 0);
-    const RECT suggested{-300, 200, 1000, 1250};
-    changeDpi(144, suggested);
-    RECT now = place();
-    EXPECT_TRUE(EqualRect(&now, &suggested)) << "else it might lie on the other screen again";
-    handleMessagesFor(500);
-    now = place();
-    EXPECT_TRUE(EqualRect(&now, &suggested)) << "also when the timer comes";
-    SendMessageW(handle(), WM_EXITSIZEMOVE, 0, 0);
-    EXPECT_TRUE(contains(workArea, place())) << "once it is dropped it has to fit";
+std::wstring toolTipText(HWND owner, HWND tool) {
+    const HWND tip = toolTipOf(owner);
+    wchar_t text[256]{};
+    TTTOOLINFOW info{};
+    info.cbSize = TTTOOLINFOW_V2_SIZE;
+    info.hwnd = owner;
+    info.uId = reinterpret_cast<UINT_PTR>(tool);
+    info.lpszText = text;
+    if (tip != nullptr)
+        SendMessageW(tip, TTM_GETTEXTW, std::size(text), reinterpret_cast<LPARAM>(&info));
+    return text;
 }
 
-TEST_F(MainWindowTest, LeavesADroppedWindowWhereItsUserPutIt) {
-    ASSERT_TRUE(make());
-    show();
-    SendMessageW(handle(), WM_ENTERSIZEMOVE, 0, 0);
-    SetWindowPos(handle(), nullptr, 1500, 700, 0, 0, SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
-    SendMessageW(handle(), WM_EXITSIZEMOVE, 0, 0);
-    handleMessagesFor(500);
-    EXPECT_EQ(place().left, 1500);
-    EXPECT_EQ(place().top, 700);
+TEST_F(MainWindowTest, SaysWhyTheDecoderFailedUntilThatIsOver) {
+    tick();
+    EXPECT_EQ(toolTipOf(window()), nullptr) << "made for nothing";
+    replaceFailureReason(shared, L"Fora do contrato.");
+    tick();
+    EXPECT_EQ(toolTipText(window(), control(kIdStatusLine)), L"Fora do contrato.");
+    EXPECT_EQ(description(kIdStatusLine), L"Fora do contrato.");
+    replaceFailureReason(shared, L"Fim da fonte.");
+    tick();
+    EXPECT_EQ(toolTipText(window(), control(kIdStatusLine)), L"Fim da fonte.");
+    EXPECT_EQ(description(kIdStatusLine), L"Fim da fonte.");
+    replaceFailureReason(shared, L"");
+    tick();
+    EXPECT_EQ(SendMessageW(toolTipOf(window()), TTM_GETTOOLCOUNT, 0, 0), 0);
+    EXPECT_EQ(description(kIdStatusLine), L"");
 }
 
-// --- Painting ---
+TEST_F(MainWindowTest, LetsTheMouseRestOnItsStatusLine) {
+    const HWND line = control(kIdStatusLine);
+    RECT place{};
+    GetWindowRect(line, &place);
+    for (const int x : {1, 100})
+        EXPECT_EQ(SendMessageW(line, WM_NCHITTEST, 0, MAKELPARAM(place.left + x, place.top + 2)), HTCLIENT)
+            << x;
+}
 
-TEST_F(MainWindowTest, PaintsNothingWhereItHasNoSize) {
-    const test::ImportSwap<HDC WINAPI(HDC)> counting("CreateCompatibleDC", &countedDrawing);
-    ASSERT_TRUE(make());
-    drawings = 0;
-    SendMessageW(handle(), WM_PAINT, 0, 0);
-    ASSERT_GT(drawings, 0) << "where it has one it paints";
-    const test::ImportSwap<BOOL WINAPI(HWND, RECT*)> noSize("GetClientRect", &clientAreaOfNoSize);
-    drawings = 0;
-    SendMessageW(handle(), WM_PAINT, 0, 0);
-    EXPECT_EQ(drawings, 0);
+// --- Addresses ---
+
+TEST_F(MainWindowTest, MasksARevealedAddressWhenItIsNoLongerLookedAt) {
+    const auto revealed = [&] { return SendMessageW(control(kIdCustomUrl), EM_GETPASSWORDCHAR, 0, 0) == 0; };
+    command(kIdTabSettings);
+    command(kIdRevealUrl);
+    ASSERT_TRUE(revealed());
+    command(kIdTabSettings);
+    EXPECT_TRUE(revealed()) << "the panel is not left";
+    ShowWindow(window(), SW_HIDE);
+    EXPECT_FALSE(revealed()) << "hidden";
+    ShowWindow(window(), SW_SHOWNA);
+    command(kIdRevealUrl);
+    ASSERT_TRUE(revealed());
+    command(kIdTabDiagnostics);
+    EXPECT_FALSE(revealed()) << "left";
+}
+
+// --- How it looks ---
+
+// What the window paints when another part of the system asks for its picture.
+class Print {
+public:
+    explicit Print(HWND window) : screen_(GetDC(nullptr)), dc_(CreateCompatibleDC(screen_)) {
+        RECT client{};
+        GetClientRect(window, &client);
+        bitmap_.reset(CreateCompatibleBitmap(screen_, client.right, client.bottom));
+        ReleaseDC(nullptr, screen_);
+        selected_.emplace(dc_.get(), bitmap_.get());
+        SendMessageW(window, WM_PRINTCLIENT, reinterpret_cast<WPARAM>(dc_.get()), PRF_CLIENT);
+    }
+    COLORREF at(int x, int y) const { return GetPixel(dc_.get(), x, y); }
+
+private:
+    const HDC screen_;
+    const UniqueMemoryDc dc_;
+    UniqueBitmap bitmap_;
+    std::optional<Selection> selected_;
+};
+
+TEST_F(MainWindowTest, PrintsItselfForThemesThatAskWhatLiesBehindAButton) {
+    const Print print(window());
+    EXPECT_EQ(print.at(5, 5), RGB(255, 255, 255)) << "header";
+    EXPECT_EQ(print.at(5, 120), RGB(247, 248, 250)) << "background";
+}
+
+constexpr COLORREF kPlaceholder = RGB(18, 25, 36);
+constexpr COLORREF kCamera = RGB(200, 30, 90);
+
+class PreviewOfTheWindow : public MainWindowTest {
+protected:
+    PreviewOfTheWindow() {
+        for (std::size_t i = 0; i < kFrameBytes; i += 4) {
+            shared.previewFrame[i] = std::byte{90};
+            shared.previewFrame[i + 1] = std::byte{30};
+            shared.previewFrame[i + 2] = std::byte{200};
+        }
+    }
+    // A point of the preview that neither the bar nor the words of the placeholder reach.
+    COLORREF preview() const { return Print(window()).at(490, 290); }
+};
+
+TEST_F(PreviewOfTheWindow, IsTheCamerasPictureWhileThatIsLive) {
+    EXPECT_EQ(preview(), kPlaceholder);
+    goLive();
+    EXPECT_EQ(preview(), kCamera);
+}
+
+// The last picture of a camera that somebody switched off must not stay on the screen.
+TEST_F(PreviewOfTheWindow, IsThePlaceholderAgainAfterEveryLiveEpisode) {
+    for (int episode = 0; episode < 2; ++episode) {
+        goLive();
+        ASSERT_EQ(preview(), kCamera) << episode;
+        shared.paused = true;
+        EXPECT_EQ(preview(), kPlaceholder) << "paused, episode " << episode;
+        shared.paused = false;
+        ASSERT_EQ(preview(), kCamera) << episode;
+        testNow += 2001;
+        EXPECT_EQ(preview(), kPlaceholder) << "stalled, episode " << episode;
+        shared.lastFrameTick = testNow;
+        ASSERT_EQ(preview(), kCamera) << episode;
+        shared.active = false;
+        EXPECT_EQ(preview(), kPlaceholder) << "nobody watches, episode " << episode;
+    }
+}
+
+int bitmapsMade = 0;
+HBITMAP WINAPI countBitmap(HDC, int, int) {
+    ++bitmapsMade;
+    return nullptr;
+}
+
+TEST_F(MainWindowTest, PaintsNothingWhereItHasNoRoom) {
+    const test::ImportSwap<HBITMAP WINAPI(HDC, int, int)> bitmaps{"CreateCompatibleBitmap", &countBitmap};
+    bitmapsMade = 0;
+    SendMessageW(window(), WM_PAINT, 0, 0);
+    ASSERT_EQ(bitmapsMade, 1);
+    const test::ImportSwap<BOOL WINAPI(HWND, RECT*)> client{"GetClientRect", [](HWND, RECT* area) -> BOOL {
+                                                                *area = {};
+                                                                return TRUE;
+                                                            }};
+    SendMessageW(window(), WM_PAINT, 0, 0);
+    EXPECT_EQ(bitmapsMade, 1);
+}
+
+TEST_F(MainWindowTest, GivesItsControlsAFontOfTheNewSizeAfterAChangeOfDpi) {
+    const auto heights = [&] {
+        std::vector<LONG> all;
+        for (const Control& each : kControls) {
+            LOGFONTW font{};
+            const auto handle = reinterpret_cast<HFONT>(SendMessageW(control(each.id), WM_GETFONT, 0, 0));
+            EXPECT_NE(GetObjectW(handle, sizeof font, &font), 0) << each.id;
+            all.push_back(font.lfHeight);
+        }
+        return all;
+    };
+    EXPECT_EQ(heights(), std::vector<LONG>(kControls.size(), 17));
+    const RECT suggested{0, 0, 1500, 1200};
+    SendMessageW(window(), WM_DPICHANGED, MAKEWPARAM(144, 144), reinterpret_cast<LPARAM>(&suggested));
+    EXPECT_EQ(heights(), std::vector<LONG>(kControls.size(), 26));
 }
 
 }  // namespace

@@ -268,7 +268,7 @@ protected:
         item.hDC = picture.dc();
         item.rcItem = {0, 0, picture.size().cx, picture.size().cy};
         item.itemState = itemState;
-        drawTab(item, state, font.get(), GetParam());
+        drawTab(item, state, font.get());
     }
     Picture blank() const { return Picture(MulDiv(150, GetParam(), 96), MulDiv(38, GetParam(), 96)); }
 
@@ -314,7 +314,7 @@ TEST_P(TabAt, WithTheFocusHasARectangleWithinItsEdge) {
     Picture tab = blank();
     draw(tab, TabState::kUnselected, ODS_FOCUS);
     const RECT ink = tab.inkOn({245, 246, 249});
-    const int inset = MulDiv(3, GetParam(), 96);
+    constexpr int inset = 3;  // at every scale
     // Every other pixel of the rectangle is drawn.
     EXPECT_NEAR(ink.left, inset, 1);
     EXPECT_NEAR(ink.top, inset, 1);

@@ -145,5 +145,15 @@ TEST_F(SettingsPanelTest, TogglesTheAdvancedFields) {
     EXPECT_FALSE(panel.advancedShown());
 }
 
+TEST_F(SettingsPanelTest, MasksWhatWasRevealedOfTheLastRecord) {
+    panel.fill(everyField());
+    panel.toggleUrl();
+    ASSERT_EQ(mask(), L'\0');
+    panel.fill(everyField());
+    EXPECT_EQ(mask(), L'\u25CF');
+    panel.toggleUrl();
+    EXPECT_EQ(mask(), L'\0') << "one press reveals again";
+}
+
 }  // namespace
 }  // namespace vextra

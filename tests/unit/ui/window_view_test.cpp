@@ -492,6 +492,55 @@ TEST(DiagnosticsView, ShowsAnUnknownNumberOfLeasesAsItIs) {
               L"0.0 fps observados   |   0 frames   |   0 reconexões   |   -1 leases MF");
 }
 
+// --- For the ear ---
+
+TEST(Spoken, SaysStateSourceAndBackend) {
+    WindowState state = watching();
+    state.configuredSource = SourceKind::kDirectCamera;
+    state.effectiveBackend = 1;
+    const std::wstring live = textOf(spokenCamera(state));
+    EXPECT_EQ(
+        live,
+        L"Ao vivo • imagem recente. Câmera direta • IPv4 protegido. Prévia do produtor • backend: FFmpeg");
+    state.now += 2001;
+    EXPECT_EQ(textOf(spokenCamera(state)),
+              L"Imagem desatualizada • fallback. Câmera direta • IPv4 protegido. Prévia do produtor • "
+              L"backend: FFmpeg");
+}
+
+TEST(Spoken, SaysTheFigures) {
+    WindowState state = watching();
+    state.effectiveBackend = 2;
+    state.observedFps = 15.96;
+    state.frameCounter = 320;
+    state.reconnects = 3;
+    EXPECT_EQ(textOf(spokenFigures(state)),
+              L"Ao vivo • imagem recente. Backend efetivo: GStreamer. 16.0 fps observados, 320 frames, 3 "
+              L"reconexões, 1 "
+              L"leases MF. Leases não são contagem de aplicativos. Latência ponta a ponta não medida.");
+}
+
+TEST(Spoken, DiffersWhereverTheTextWould) {
+    const WindowState state = watching();
+    const auto differs = [&](auto change) {
+        WindowState other = state;
+        change(other);
+        const bool camera = spokenCamera(other) != spokenCamera(state);
+        const bool figures = spokenFigures(other) != spokenFigures(state);
+        EXPECT_EQ(camera, textOf(spokenCamera(other)) != textOf(spokenCamera(state)));
+        EXPECT_EQ(figures, textOf(spokenFigures(other)) != textOf(spokenFigures(state)));
+        return camera || figures;
+    };
+    EXPECT_TRUE(differs([](WindowState& other) { other.status = BrokerStatus::kPaused; }));
+    EXPECT_TRUE(differs([](WindowState& other) { other.configuredSource = SourceKind::kCustomUrl; }));
+    EXPECT_TRUE(differs([](WindowState& other) { other.effectiveBackend = 2; }));
+    EXPECT_TRUE(differs([](WindowState& other) { other.observedFps = 15; }));
+    EXPECT_TRUE(differs([](WindowState& other) { other.frameCounter = 1; }));
+    EXPECT_TRUE(differs([](WindowState& other) { other.reconnects = 1; }));
+    EXPECT_TRUE(differs([](WindowState& other) { other.leaseCount = 2; }));
+    EXPECT_FALSE(differs([](WindowState& other) { other.now += 1; }));
+}
+
 TEST(DiagnosticsView, IsOneCardWithoutAPreview) {
     expectCard(stateOf(Panel::kDiagnostics, 1200, 900), 28, 158, 1144, 698);
     EXPECT_FALSE(composeView(stateOf(Panel::kDiagnostics)).preview);
