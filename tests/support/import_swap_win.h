@@ -14,7 +14,7 @@ namespace vextra::test {
 // The function itself, for replacements that pass the call on: by its plain name they would reach themselves.
 template <typename Function>
 Function* realFunction(const char* name) {
-    for (const wchar_t* library : {L"kernel32.dll", L"crypt32.dll", L"advapi32.dll"}) {
+    for (const wchar_t* library : {L"kernel32.dll", L"user32.dll", L"crypt32.dll", L"advapi32.dll"}) {
         if (void* const address = reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(library), name)))
             return reinterpret_cast<Function*>(address);
     }
