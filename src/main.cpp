@@ -128,7 +128,7 @@ ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders
                     kBoxTitle, MB_OK);
         return ExitCode::kRefused;
     }
-    const UniqueFile lock = takeInstanceLock(folders.data);
+    const InstanceLock lock = takeInstanceLock(folders.data);
     if (!lock) {
         showRunningBroker();
         return ExitCode::kAlreadyRunning;

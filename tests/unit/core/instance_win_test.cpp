@@ -14,59 +14,74 @@
 namespace vextra {
 namespace {
 
-class InstanceLock : public testing::Test {
+class InstanceLockFile : public testing::Test {
 protected:
     TemporaryFolder folder;
     const std::wstring path = folder / L"app.lock";
 };
 
-TEST_F(InstanceLock, HoldsTheProcessIdAndNothingElse) {
-    const UniqueFile lock = takeInstanceLock(folder.path());
+TEST_F(InstanceLockFile, HoldsTheProcessIdAndNothingElse) {
+    const InstanceLock lock = takeInstanceLock(folder.path());
     ASSERT_TRUE(lock);
     const DWORD id = GetCurrentProcessId();
     EXPECT_EQ(readFile(path), std::string(reinterpret_cast<const char*>(&id), 4));
 }
 
-TEST_F(InstanceLock, CutsOffWhatAnEarlierBrokerLeft) {
+TEST_F(InstanceLockFile, CutsOffWhatAnEarlierBrokerLeft) {
     writeFile(path, "much longer than four bytes");
-    const UniqueFile lock = takeInstanceLock(folder.path());
+    const InstanceLock lock = takeInstanceLock(folder.path());
     EXPECT_EQ(readFile(path).size(), 4u);
 }
 
-TEST_F(InstanceLock, IsTakenOnce) {
-    const UniqueFile first = takeInstanceLock(folder.path());
+TEST_F(InstanceLockFile, IsTakenOnce) {
+    const InstanceLock first = takeInstanceLock(folder.path());
     EXPECT_TRUE(first);
     EXPECT_FALSE(takeInstanceLock(folder.path()));
     EXPECT_EQ(readInstanceLock(folder.path()), GetCurrentProcessId());
 }
 
-TEST_F(InstanceLock, IsFreeAgainWhenItsHolderEnds) {
-    { const UniqueFile first = takeInstanceLock(folder.path()); }
+TEST_F(InstanceLockFile, IsFreeAgainWhenItsHolderEnds) {
+    { const InstanceLock first = takeInstanceLock(folder.path()); }
     EXPECT_TRUE(takeInstanceLock(folder.path()));
 }
 
-TEST_F(InstanceLock, MayBeReadButNotWrittenNorDeletedByOthers) {
-    const UniqueFile lock = takeInstanceLock(folder.path());
+TEST_F(InstanceLockFile, NamesNobodyOnceItIsLetGo) {
+    { const InstanceLock lock = takeInstanceLock(folder.path()); }
+    EXPECT_EQ(readFile(path), "");
+    EXPECT_EQ(readInstanceLock(folder.path()), 0u);
+}
+
+// The old id would be taken for that of the broker that runs.
+TEST_F(InstanceLockFile, NamesNobodyWhenTheIdCannotBeWritten) {
+    writeFile(path, std::string_view("\x04\x03\x02\x01", 4));
+    const test::RefusedImport<decltype(WriteFile)> refused("WriteFile");
+    const InstanceLock lock = takeInstanceLock(folder.path());
+    EXPECT_TRUE(lock);
+    EXPECT_EQ(readInstanceLock(folder.path()), 0u);
+}
+
+TEST_F(InstanceLockFile, MayBeReadButNotWrittenNorDeletedByOthers) {
+    const InstanceLock lock = takeInstanceLock(folder.path());
     EXPECT_TRUE(openFile(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING));
     EXPECT_FALSE(openFile(path, GENERIC_WRITE, kShareAll, OPEN_EXISTING));
     EXPECT_FALSE(DeleteFileW(path.c_str()));
 }
 
-TEST_F(InstanceLock, CannotBeTakenWithoutItsFolder) {
+TEST_F(InstanceLockFile, CannotBeTakenWithoutItsFolder) {
     EXPECT_FALSE(takeInstanceLock(folder / L"missing"));
 }
 
-TEST_F(InstanceLock, IsReadWhileItIsHeld) {
-    const UniqueFile lock = takeInstanceLock(folder.path());
+TEST_F(InstanceLockFile, IsReadWhileItIsHeld) {
+    const InstanceLock lock = takeInstanceLock(folder.path());
     EXPECT_EQ(readInstanceLock(folder.path()), GetCurrentProcessId());
 }
 
-TEST_F(InstanceLock, IsReadFromItsFirstFourBytes) {
+TEST_F(InstanceLockFile, IsReadFromItsFirstFourBytes) {
     writeFile(path, std::string_view("\x04\x03\x02\x01xyz", 7));
     EXPECT_EQ(readInstanceLock(folder.path()), 0x01020304u);
 }
 
-TEST_F(InstanceLock, NamesNobodyWhenItIsMissingOrTooShort) {
+TEST_F(InstanceLockFile, NamesNobodyWhenItIsMissingOrTooShort) {
     EXPECT_EQ(readInstanceLock(folder.path()), 0u);
     EXPECT_FALSE(fileExists(path));
     writeFile(path, "");
