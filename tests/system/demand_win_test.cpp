@@ -165,6 +165,17 @@ TEST_F(Demand, AnEpisodeIsLoggedFromItsBeginToItsEnd) {
     EXPECT_GE(broker().countEvents("PRODUCER_FRAME_LIVE"), 1u);
 }
 
+// The folder of pictures that there is none of would be the root of the drive.
+TEST_F(Demand, FramesLeaveNoTraceWithoutAnEvidenceFolder) {
+    constexpr wchar_t kDump[] = L"\\producer-1.bgra";
+    ASSERT_FALSE(fs::exists(kDump)) << "left by something else";
+    goLive();
+    ASSERT_TRUE(viewer().waitForFrameAfter(1));
+    EXPECT_EQ(readFile(broker().dataFolder() + L"\\diagnostic.log").find("producer_frame="),
+              std::string::npos);
+    EXPECT_FALSE(fs::exists(kDump));
+}
+
 TEST_F(Demand, IdleNothingIsLogged) {
     startWithTestPattern();
     ASSERT_TRUE(broker().waitForEvent("MF_UPDATE_CHECK_COMPLETED", 20'000));
