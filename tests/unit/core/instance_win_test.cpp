@@ -10,6 +10,7 @@
 #include "broker_fixture_win.h"
 #include "core/supervisor_thread_win.h"
 #include "import_swap_win.h"
+#include "own_machine_win.h"
 
 namespace vextra {
 namespace {
@@ -92,6 +93,11 @@ TEST_F(InstanceLockFile, NamesNobodyWhenItIsMissingOrTooShort) {
 
 // --- The stop signal ---
 
+class StopSignal : public testing::Test {
+protected:
+    StopSignal() { test::refuseWhereABrokerRuns(); }
+};
+
 std::wstring signalName() {
     return L"Local\\VextraMfBetaStop_" + currentUserSidString();
 }
@@ -100,7 +106,7 @@ bool isSet(const UniqueHandle& event) {
     return WaitForSingleObject(event.get(), 0) == WAIT_OBJECT_0;
 }
 
-TEST(StopSignal, CarriesTheUsersSidInItsName) {
+TEST_F(StopSignal, CarriesTheUsersSidInItsName) {
     const UniqueHandle signal = createStopSignal();
     ASSERT_TRUE(signal);
     const UniqueHandle byName(OpenEventW(EVENT_MODIFY_STATE, FALSE, signalName().c_str()));
@@ -109,12 +115,12 @@ TEST(StopSignal, CarriesTheUsersSidInItsName) {
     EXPECT_TRUE(isSet(signal));
 }
 
-TEST(StopSignal, IsClearAtFirst) {
+TEST_F(StopSignal, IsClearAtFirst) {
     const UniqueHandle signal = createStopSignal();
     EXPECT_FALSE(isSet(signal));
 }
 
-TEST(StopSignal, IsClearedByWhoeverTakesIt) {
+TEST_F(StopSignal, IsClearedByWhoeverTakesIt) {
     const UniqueHandle signal = createStopSignal();
     SetEvent(signal.get());
     EXPECT_TRUE(isSet(signal));
@@ -122,7 +128,7 @@ TEST(StopSignal, IsClearedByWhoeverTakesIt) {
 }
 
 // Without its list of who may set it, any program could end the broker.
-TEST(StopSignal, IsNotMadeForNobodyNorWithoutItsAccessList) {
+TEST_F(StopSignal, IsNotMadeForNobodyNorWithoutItsAccessList) {
     {
         const test::RefusedImport<decltype(OpenProcessToken)> refused("OpenProcessToken");
         EXPECT_FALSE(createStopSignal());
@@ -132,11 +138,11 @@ TEST(StopSignal, IsNotMadeForNobodyNorWithoutItsAccessList) {
     EXPECT_FALSE(createStopSignal());
 }
 
-TEST(StopSignal, IsNotThereWithoutABroker) {
+TEST_F(StopSignal, IsNotThereWithoutABroker) {
     EXPECT_FALSE(openStopSignal());
 }
 
-TEST(StopSignal, IsOpenedOnlyToBeSet) {
+TEST_F(StopSignal, IsOpenedOnlyToBeSet) {
     const UniqueHandle signal = createStopSignal();
     const UniqueHandle asker = openStopSignal();
     ASSERT_TRUE(asker);
@@ -164,7 +170,7 @@ AccessList accessListOf(const UniqueHandle& object) {
     return result;
 }
 
-TEST(StopSignal, IsForTheSystemAdministratorsAndTheUserOnly) {
+TEST_F(StopSignal, IsForTheSystemAdministratorsAndTheUserOnly) {
     const UniqueHandle signal = createStopSignal();
     const AccessList access = accessListOf(signal);
     ASSERT_NE(access.list, nullptr);
@@ -184,14 +190,30 @@ TEST(StopSignal, IsForTheSystemAdministratorsAndTheUserOnly) {
     EXPECT_EQ(access.list->AceCount, 3);
 }
 
-TEST(StopSignal, InheritsNoOtherEntries) {
+TEST_F(StopSignal, InheritsNoOtherEntries) {
     if (runsUnderWine())
         GTEST_SKIP() << "Wine does not keep the mark of a protected access list";
     const UniqueHandle signal = createStopSignal();
     EXPECT_NE(accessListOf(signal).control & SE_DACL_PROTECTED, 0);
 }
 
+// --- The tests' own guard ---
+
+TEST(TestMachine, IsSomebodysWhenItWasProvisionedByNoTest) {
+    const ScratchMachineHive registry;
+    EXPECT_FALSE(test::isProvisionedBySomebody());
+    registry.set(kOwnerSidValue, currentUserSidString());
+    EXPECT_TRUE(test::isProvisionedBySomebody());
+    registry.set(test::kTestsMark, L"yes");
+    EXPECT_FALSE(test::isProvisionedBySomebody());
+}
+
 // --- The running broker's window ---
+
+class RunningBroker : public testing::Test {
+protected:
+    RunningBroker() { test::refuseWhereABrokerRuns(); }
+};
 
 int showMessages = 0;
 
@@ -201,7 +223,7 @@ LRESULT CALLBACK countShowMessages(HWND window, UINT message, WPARAM wParam, LPA
     return DefWindowProcW(window, message, wParam, lParam);
 }
 
-TEST(RunningBroker, IsAskedToShowItsWindow) {
+TEST_F(RunningBroker, IsAskedToShowItsWindow) {
     WNDCLASSW windowClass{};
     windowClass.lpfnWndProc = &countShowMessages;
     windowClass.hInstance = GetModuleHandleW(nullptr);

@@ -231,7 +231,7 @@ std::vector<HANDLE> handlesTo(const std::wstring& path) {
         return std::tuple(known.dwVolumeSerialNumber, known.nFileIndexHigh, known.nFileIndexLow);
     };
     const UniqueFile own = openFile(path, 0, kShareAll, OPEN_EXISTING);
-    constexpr std::uintptr_t kHighestHandle = 0x4000;  // far more than this program opens
+    constexpr std::uintptr_t kHighestHandle = 0x1000;  // far more than this program opens
     std::vector<HANDLE> found;
     for (std::uintptr_t number = 4; number < kHighestHandle; number += 4) {
         const auto handle = reinterpret_cast<HANDLE>(number);
