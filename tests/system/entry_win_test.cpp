@@ -383,6 +383,18 @@ TEST_F(Entry, ShuttingDownIsRefusedDuringALeaseWithoutASignal) {
     EXPECT_FALSE(broker().waitForExit(1500).has_value());
 }
 
+TEST_F(Entry, AStopSignalThatCameDuringALeaseIsNotHeededAfterwards) {
+    broker().start(L"--test-pattern");
+    viewer().takeLease();
+    ASSERT_TRUE(broker().waitForEvent("DEMAND_BEGIN_DEVICE_UNCHANGED"));
+    const UniqueHandle signal = openStopSignal();
+    ASSERT_TRUE(signal);
+    ASSERT_TRUE(SetEvent(signal.get()));
+    Sleep(200);  // some passes, one of which takes it
+    viewer().releaseLease();
+    EXPECT_FALSE(broker().waitForExit(1500).has_value());
+}
+
 TEST_F(Entry, ShuttingDownRefusesABrokerFromAnotherFolder) {
     setInstallDir(machine_.root() + L"\\elsewhere");
     broker().start(L"--test-pattern");
