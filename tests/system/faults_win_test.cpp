@@ -251,7 +251,7 @@ TEST_F(Faults, ABrokerKilledInsideAnUpdateIsRepairedByTheNext) {
 // The whole of demand.bin as slots: the sixteen that count, and what lies behind them.
 std::span<LeaseSlot> wholeFile(DemandFile& file) {
     static_assert(sizeof(DemandFile) % sizeof(LeaseSlot) == 0);
-    return {file.slots, sizeof(DemandFile) / sizeof(LeaseSlot)};
+    return {reinterpret_cast<LeaseSlot*>(&file), sizeof(DemandFile) / sizeof(LeaseSlot)};
 }
 
 // As the diagnostics view has it now.
