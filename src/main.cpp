@@ -133,7 +133,7 @@ ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders
                     kBoxTitle, MB_OK);
         return ExitCode::kRefused;
     }
-    UniqueFile lock = takeInstanceLock(folders.data);
+    InstanceLock lock = takeInstanceLock(folders.data);
     if (!lock) {
         showRunningBroker();
         return ExitCode::kAlreadyRunning;

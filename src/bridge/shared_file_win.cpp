@@ -1,5 +1,7 @@
 #include "bridge/shared_file_win.h"
 
+#include <utility>
+
 #include "bridge/bridge_location.h"
 
 namespace vextra {
@@ -32,6 +34,14 @@ SharedFile SharedFile::open(const std::wstring& path, std::uint32_t sizeBytes, F
     if (!opened.view_)
         return {};
     return opened;
+}
+
+// In the order in which they would end: member by member, the file would be closed under its mapping.
+SharedFile& SharedFile::operator=(SharedFile&& other) noexcept {
+    view_ = std::move(other.view_);
+    mapping_ = std::move(other.mapping_);
+    file_ = std::move(other.file_);
+    return *this;
 }
 
 }  // namespace vextra

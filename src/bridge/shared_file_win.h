@@ -17,13 +17,19 @@ public:
     // folder on the way to it is plain. Nothing is created, resized or repaired. An empty path is a refusal.
     static SharedFile open(const std::wstring& path, std::uint32_t sizeBytes, FileAccess access);
 
+    SharedFile() = default;
+    SharedFile(SharedFile&&) = default;
+    SharedFile& operator=(SharedFile&& other) noexcept;
+    ~SharedFile() = default;
+
     explicit operator bool() const { return static_cast<bool>(view_); }
     void* data() const { return view_.get(); }
 
 private:
+    // What is mapped goes before what it is a view of: members end in reverse order.
     UniqueFile file_;
     UniqueHandle mapping_;
-    UniqueView view_;  // last member: unmapped before the mapping and the file are closed
+    UniqueView view_;
 };
 
 // The verdict on a file that was opened without following links.

@@ -1,30 +1,13 @@
 #include "config/legacy_import.h"
 
-#include <cwchar>
-#include <limits>
 #include <optional>
+
+#include "base/whole_number.h"
 
 namespace vextra {
 namespace {
 
 constexpr std::uint32_t kMsPerSecond = 1000;
-
-// The whole value as the C library reads it: leading white space and a sign pass, and a negative number
-// wraps.
-std::optional<std::uint32_t> parseUnsigned(const SecretText& text) {
-    wchar_t* end = nullptr;
-    const unsigned long value = std::wcstoul(text.c_str(), &end, 10);
-    if (end != text.c_str() + text.size())
-        return std::nullopt;
-    // On Windows an unsigned long has 32 bits and stops at the largest; elsewhere it is made to.
-    constexpr std::uint32_t kLargest = std::numeric_limits<std::uint32_t>::max();
-    if constexpr (sizeof value > sizeof kLargest) {
-        const bool negative = text.view().find(L'-') != std::wstring_view::npos;
-        if ((negative ? 0 - value : value) > kLargest)
-            return kLargest;
-    }
-    return static_cast<std::uint32_t>(value);
-}
 
 // The variables, taken one after the other until one is not understood.
 class LegacyImport {
@@ -52,10 +35,10 @@ public:
         const SecretText value = take(name);
         if (value.empty())
             return;
-        const std::optional<std::uint32_t> parsed = parseUnsigned(value);
+        const std::optional<std::uint32_t> parsed = parseWholeNumber(value.c_str(), value.size());
         understood_ = parsed.has_value();
         if (parsed)
-            field = *parsed * unit;  // in 32 bits, as ever
+            field = *parsed * unit;  // wraps at 2^32, as earlier releases did
     }
     void flag(const wchar_t* name, bool& field) {
         if (const SecretText value = take(name); !value.empty())

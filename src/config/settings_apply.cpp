@@ -1,23 +1,21 @@
 #include "config/settings_apply.h"
 
-#include <cwchar>
 #include <string>
 #include <utility>
+
+#include "base/whole_number.h"
 
 namespace vextra {
 namespace {
 
 // Wider than either field's own range: what lies between is refused by validateSettings, with its message.
-constexpr unsigned long kMaxTypedNumber = 30'000;
+constexpr std::uint32_t kMaxTypedNumber = 30'000;
 
 bool readNumber(const SecretText& text, std::uint32_t& number) {
-    if (text.empty())
+    const auto value = parseWholeNumber(text.c_str(), text.size());
+    if (!value || *value > kMaxTypedNumber)
         return false;
-    wchar_t* end = nullptr;
-    const unsigned long value = std::wcstoul(text.c_str(), &end, 10);
-    if (end != text.c_str() + text.size() || value > kMaxTypedNumber)
-        return false;
-    number = static_cast<std::uint32_t>(value);
+    number = *value;
     return true;
 }
 

@@ -11,10 +11,11 @@ namespace vextra {
 
 // False when the record was not saved; what was saved before can then still be loaded. A save that was cut
 // off (a crash, a power failure) leaves settings.dpapi.new behind, and no save succeeds until somebody
-// removes it.
+// removes it. One that this process could not delete, since another held it open, goes with its next save.
 bool saveSettings(const std::wstring& folder, const BrokerSettings& settings);
 
-// False, and `settings` as it was, when neither file gives a record. Nothing is written.
+// False, and `settings` as it was, when neither file gives a record. Nothing is written. `fromBackup`: it is
+// the record before the last; to the user it is as good as the other, so nobody is told.
 bool loadSettings(const std::wstring& folder, BrokerSettings& settings, bool& fromBackup);
 
 // True also for a settings.dpapi that cannot be loaded.

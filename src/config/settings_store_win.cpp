@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "base/handle_win.h"
+#include "base/ticks.h"
 #include "base/token_win.h"
 #include "config/save_faults.h"
 #include "config/settings_record.h"
@@ -115,6 +116,27 @@ bool moveIntoPlace(const StorePaths& paths) {
     return MoveFileExW(paths.fresh.c_str(), paths.current.c_str(), MOVEFILE_WRITE_THROUGH) != FALSE;
 }
 
+// A .new of this process's that another program held open when it was to be deleted; empty when there is
+// none. Main thread, as all of the store.
+std::wstring leftBehind;
+
+constexpr Tick kHeldWaitMs = 100;
+constexpr DWORD kHeldStepMs = 10;
+
+// What made the exchange fail, a virus scanner or a backup that reads the new file, makes its deletion fail
+// too, as a rule for some milliseconds. A file that stayed would be in the way of every later save.
+void discardFresh(const std::wstring& path) {
+    const Tick end = GetTickCount64() + kHeldWaitMs;
+    while (!DeleteFileW(path.c_str()) && exists(path)) {
+        if (GetTickCount64() >= end) {
+            leftBehind = path;
+            return;
+        }
+        Sleep(kHeldStepMs);
+    }
+    leftBehind.clear();
+}
+
 std::optional<SecretBytes> readWhole(const std::wstring& path) {
     const UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                       FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
@@ -160,6 +182,8 @@ bool saveSettings(const std::wstring& folder, const BrokerSettings& settings) {
         return false;
 
     const StorePaths paths(folder);
+    if (leftBehind == paths.fresh)
+        discardFresh(paths.fresh);
     betweenSaveSteps();
     UniqueFile file = createFresh(paths.fresh);
     if (!file)
@@ -173,7 +197,7 @@ bool saveSettings(const std::wstring& folder, const BrokerSettings& settings) {
     const bool saved = written && moveIntoPlace(paths);
     betweenSaveSteps();
     if (!saved) {
-        DeleteFileW(paths.fresh.c_str());
+        discardFresh(paths.fresh);
         betweenSaveSteps();
     }
     return saved;

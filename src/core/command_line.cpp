@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cwchar>
+
+#include "base/whole_number.h"
 
 namespace vextra {
 namespace {
@@ -35,10 +36,9 @@ constexpr std::array<FlagOption, 8> kFlagOptions{{
     {L"--force", &CommandLine::forceAutomatic},
 }};
 
-// As wcstoul reads it: leading digits count, anything else is 0; the one number that is limited, not refused.
-std::uint32_t testSecondsFrom(const wchar_t* text) {
-    return static_cast<std::uint32_t>(
-        std::min<unsigned long>(std::wcstoul(text, nullptr, 10), kMaxTestSeconds));
+// The one number that is limited where it is too large; what is no number leaves the run without an end.
+std::uint32_t testSecondsFrom(std::wstring_view text) {
+    return std::min(parseWholeNumber(text.data(), text.size()).value_or(0), kMaxTestSeconds);
 }
 
 }  // namespace

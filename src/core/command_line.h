@@ -31,7 +31,7 @@ struct CommandLine {
     bool version = false;
     bool help = false;
     bool forceAutomatic = false;    // --force clears `paused`, which starts clear
-    std::uint32_t testSeconds = 0;  // 0: off
+    std::uint32_t testSeconds = 0;  // 0: off, as is whatever is no number
     std::wstring evidenceFolder;    // empty: off
 };
 

@@ -18,14 +18,22 @@ std::wstring stopSignalName(const std::wstring& userSid) {
 
 }  // namespace
 
-UniqueFile takeInstanceLock(const std::wstring& dataFolder) {
-    UniqueFile file(CreateFileW(lockPath(dataFolder).c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
-                                nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+void InstanceLockTraits::close(Value file) {
+    SetFilePointer(file, 0, nullptr, FILE_BEGIN);
+    SetEndOfFile(file);
+    FileHandleTraits::close(file);
+}
+
+InstanceLock takeInstanceLock(const std::wstring& dataFolder) {
+    InstanceLock file(CreateFileW(lockPath(dataFolder).c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
+                                  nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file)
         return {};
     const DWORD processId = GetCurrentProcessId();
     static_assert(sizeof processId == 4);
     DWORD written = 0;
+    // On a disk that takes nothing the file is empty, for it ends where the writing did: the broker runs, and
+    // no maintenance command finds it.
     WriteFile(file.get(), &processId, sizeof processId, &written, nullptr);
     SetEndOfFile(file.get());
     FlushFileBuffers(file.get());

@@ -10,9 +10,17 @@ namespace vextra {
 
 inline constexpr wchar_t kMainWindowClass[] = L"VextraMfBetaF7E23FCF";
 
+// The lock file, which names its holder. Let go in order it names nobody: the id may soon be that of another
+// program, which --shutdown-broker would take for a broker that is not the installed one. A broker that
+// crashed leaves its id behind.
+struct InstanceLockTraits : FileHandleTraits {
+    static void close(Value file);
+};
+using InstanceLock = Unique<InstanceLockTraits>;
+
 // Takes <dataFolder>\app.lock and writes this process's id into it. The lock holds as long as the result
 // lives; invalid when another broker holds it.
-UniqueFile takeInstanceLock(const std::wstring& dataFolder);
+InstanceLock takeInstanceLock(const std::wstring& dataFolder);
 
 // The process id in app.lock; 0 when there is none to be read.
 std::uint32_t readInstanceLock(const std::wstring& dataFolder);

@@ -57,9 +57,10 @@ ExitCode shutdownBroker(const std::wstring& dataFolder) {
         return ExitCode::kSuccess;
     if (!isInstalledBroker(process.get(), processId))
         return ExitCode::kRefused;
-    const UniqueHandle signal = openStopSignal();
-    if (!signal || !SetEvent(signal.get()))
-        return ExitCode::kBusy;  // a broker runs and could not be asked: it has not stopped
+    // Without a signal to set, the broker is at its very start or, which is why it is waited for all the
+    // same, at its very end.
+    if (const UniqueHandle signal = openStopSignal())
+        SetEvent(signal.get());
     return WaitForSingleObject(process.get(), kBrokerEndWaitMs) == WAIT_OBJECT_0 ? ExitCode::kSuccess
                                                                                  : ExitCode::kBusy;
 }

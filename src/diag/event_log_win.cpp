@@ -2,20 +2,24 @@
 
 #include <share.h>
 
+#include <algorithm>
+#include <cstdint>
+
 #include "base/text_win.h"
 #include "diag/event_log.h"
 
 namespace vextra {
 namespace {
 
-constexpr long kTailBytes = 12'000;
+constexpr std::int64_t kTailBytes = 12'000;
 
 }  // namespace
 
 void EventLog::open(const std::wstring& path, OpenMode mode) {
     const std::lock_guard guard(logLock_);
     path_ = path;
-    stream_.reset(_wfsopen(path.c_str(), mode == OpenMode::kReplace ? L"wb" : L"ab", _SH_DENYNO));
+    // N: no process that this one starts inherits the handle.
+    stream_.reset(_wfsopen(path.c_str(), mode == OpenMode::kReplace ? L"wbN" : L"abN", _SH_DENYNO));
 }
 
 void EventLog::close() {
@@ -42,11 +46,12 @@ void EventLog::writeLine(const LogLine& line) {
 }
 
 std::wstring EventLog::tailForDisplay() const {
-    const std::unique_ptr<std::FILE, CloseFile> file(_wfsopen(path_.c_str(), L"rb", _SH_DENYNO));
-    if (!file || std::fseek(file.get(), 0, SEEK_END) != 0)
+    const std::unique_ptr<std::FILE, CloseFile> file(_wfsopen(path_.c_str(), L"rbN", _SH_DENYNO));
+    // In 64 bits: the log has no limit, and a refusal that lasts for hours makes it grow past 2 GiB.
+    if (!file || _fseeki64(file.get(), 0, SEEK_END) != 0)
         return {};
-    const long size = std::ftell(file.get());
-    if (size <= 0 || std::fseek(file.get(), size > kTailBytes ? size - kTailBytes : 0, SEEK_SET) != 0)
+    const std::int64_t size = _ftelli64(file.get());
+    if (size <= 0 || _fseeki64(file.get(), std::max(size - kTailBytes, std::int64_t{0}), SEEK_SET) != 0)
         return {};
     std::string bytes(kTailBytes, '\0');
     bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file.get()));

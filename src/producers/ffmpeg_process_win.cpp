@@ -134,9 +134,11 @@ bool FfmpegProcess::launch(const std::wstring& executable, const FfmpegInput& in
     constexpr DWORD kFlags =
         CREATE_NO_WINDOW | EXTENDED_STARTUPINFO_PRESENT | BELOW_NORMAL_PRIORITY_CLASS | CREATE_SUSPENDED;
     static_assert(kFlags == 0x08084004);
+    // With its backslash, for "C:" alone would be wherever this process happens to be on that drive.
+    const std::wstring workingFolder = installRoot_ + L"\\";
     PROCESS_INFORMATION child{};
     if (!CreateProcessW(executable.c_str(), commandLine.data(), nullptr, nullptr, TRUE, kFlags, nullptr,
-                        installRoot_.c_str(), &startup.StartupInfo, &child))
+                        workingFolder.c_str(), &startup.StartupInfo, &child))
         return launchFailed();
     process_.reset(child.hProcess);
     processId_ = child.dwProcessId;

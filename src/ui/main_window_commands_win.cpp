@@ -159,9 +159,12 @@ CameraUse MainWindow::cameraUse() const {
 }
 
 void MainWindow::applySettingsFromPanel() {
-    const ApplyResult result =
-        applySettings(settingsPanel_.read(), settingsInEffect(), cameraUse(),
-                      [this](const BrokerSettings& settings) { return saveSettings(dataFolder_, settings); });
+    const CameraUse use = cameraUse();  // first: whatever is read afterwards is read of an idle camera
+    const SettingsForm form = settingsPanel_.read();
+    const BrokerSettings inEffect = settingsInEffect();
+    const ApplyResult result = applySettings(form, inEffect, use, [this](const BrokerSettings& settings) {
+        return saveSettings(dataFolder_, settings);
+    });
     const auto logNumber = [&](EventCode code, auto number) {
         log_.write(code, static_cast<std::int32_t>(number));
     };

@@ -60,6 +60,7 @@ class Bench:
         self.exact_count()
         self.cpu()
         self.idle()
+        self.refusals()
         self.first_live()
         self.episodes()
         self.gstreamer()
@@ -243,6 +244,29 @@ class Bench:
         self.row("idle: CPU a second", f"{idle['cpuMs']:.1f} ms (bare {reference['cpuMs']:.1f} ms)")
         self.row("idle: private memory", f"{private_mib:.1f} MiB (bare {reference_mib:.1f} MiB)",
                  f"below {IDLE_PRIVATE_MIB} MiB", private_mib < IDLE_PRIVATE_MIB)
+
+    def refusals(self):
+        """The price of a refused demand begin, which is repeated without a wait: a lease, and no bridge."""
+        seconds = 5 if self.quick else 20
+        say(f"a refused demand: {seconds} s of a lease without latest.frame")
+        aside = self.bridge.frame_path.with_suffix(".aside")
+        with Broker(self.session, self.root) as broker:
+            self.bridge.frame_path.rename(aside)
+            try:
+                with self.bridge.lease():
+                    wait_for(lambda: "BRIDGE_OPEN_FAILED" in broker.log.read_text(), "the first refusal")
+                    before, log_bytes = cpu_ms(broker.pid), broker.log.stat().st_size
+                    start = time.monotonic()
+                    time.sleep(seconds)
+                    logged = broker.log.stat().st_size - log_bytes
+                    cpu, lasted = cpu_ms(broker.pid) - before, time.monotonic() - start
+            finally:
+                aside.rename(self.bridge.frame_path)
+            refusals = broker.log.read_bytes()[log_bytes:log_bytes + logged].count(b"BRIDGE_OPEN_FAILED")
+        self.details["refusals"] = {"seconds": lasted, "cpuMs": cpu, "loggedBytes": logged, "count": refusals}
+        self.row("a refused demand: refusals a second", f"{refusals / lasted:.0f}")
+        self.row("a refused demand: CPU a second", f"{cpu / lasted:.0f} ms")
+        self.row("a refused demand: bytes logged a second", f"{logged / lasted:.0f}")
 
     def first_live(self):
         rounds = 3 if self.quick else 7

@@ -19,6 +19,13 @@ constexpr std::uint64_t kLeaseId = 0x5445'5354'4C45'4153;
 [[maybe_unused]] constexpr std::uint32_t kQuitMs = 5000;
 constexpr auto kHeartbeat = std::chrono::milliseconds(250);
 
+void callNtdll(const char* name, HANDLE process) {
+    using Function = LONG WINAPI(HANDLE);
+    const auto function = reinterpret_cast<Function*>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), name)));
+    EXPECT_EQ(function(process), 0) << name;
+}
+
 }  // namespace
 
 std::wstring builtFile(std::wstring_view name) {
@@ -151,6 +158,14 @@ std::size_t BrokerRun::countEvents(const std::string& code) const {
 
 bool BrokerRun::waitForEvent(const std::string& code, std::uint32_t timeoutMs) const {
     return waitUntil([&] { return countEvents(code) > 0; }, timeoutMs);
+}
+
+Suspension::Suspension(HANDLE process) : process_(process) {
+    callNtdll("NtSuspendProcess", process_);
+}
+
+Suspension::~Suspension() {
+    callNtdll("NtResumeProcess", process_);
 }
 
 // --- The media source ---

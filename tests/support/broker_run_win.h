@@ -73,6 +73,18 @@ private:
     DWORD processId_ = 0;
 };
 
+// The whole process stands still until this ends, as if it hung.
+class Suspension {
+public:
+    explicit Suspension(HANDLE process);
+    ~Suspension();
+    Suspension(const Suspension&) = delete;
+    Suspension& operator=(const Suspension&) = delete;
+
+private:
+    const HANDLE process_;
+};
+
 // The leasing half of the camera's media source.
 class LeaseHolder {
 public:

@@ -168,7 +168,8 @@ class Bridge:
 
     def __init__(self, session):
         (folder,) = session.prefix.glob("drive_c/ProgramData/Vextra/CameraVirtualMFBeta/S-1-5-21-*")
-        self._frame = self._map(folder / "latest.frame", mmap.PROT_READ)
+        self.frame_path = folder / "latest.frame"
+        self._frame = self._map(self.frame_path, mmap.PROT_READ)
         self._demand = self._map(folder / "demand.bin", mmap.PROT_READ | mmap.PROT_WRITE).cast("Q")
 
     @staticmethod

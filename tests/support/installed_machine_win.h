@@ -1,15 +1,20 @@
 // A machine on which the installer has been for this user, as other processes see it: the broker's key in the
 // real HKEY_LOCAL_MACHINE, a program data folder of the test's own, and both shared files. Undone when it
-// ends. One at a time on a machine; a broker that is really installed there would lose its key.
+// ends. One at a time on a machine, and never where a broker is really installed or runs.
 #pragma once
 
 #include "broker_fixture_win.h"
+#include "own_machine_win.h"
 
 namespace vextra::test {
 
 class InstalledMachine {
 public:
-    InstalledMachine() { repair(); }
+    InstalledMachine() {
+        refuseSomebodysMachine();
+        setString(kTestsMark, L"yes");
+        repair();
+    }
     InstalledMachine(const InstalledMachine&) = delete;
     InstalledMachine& operator=(const InstalledMachine&) = delete;
     ~InstalledMachine() { RegDeleteTreeW(HKEY_LOCAL_MACHINE, kBrokerRegistryKey); }

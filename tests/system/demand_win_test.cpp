@@ -10,7 +10,6 @@
 #include "base/fnv1a.h"
 #include "bridge/bridge_location.h"
 #include "config/settings_store.h"
-#include "core/instance_win.h"
 #include "core/supervisor_thread_win.h"
 #include "demand_test_win.h"
 #include "stub_gstreamer/stub_runtime_win.h"
@@ -154,6 +153,17 @@ TEST_F(Demand, AnEpisodeIsLoggedFromItsBeginToItsEnd) {
     EXPECT_GE(broker().countEvents("PRODUCER_FRAME_LIVE"), 1u);
 }
 
+// The folder of pictures that there is none of would be the root of the drive.
+TEST_F(Demand, FramesLeaveNoTraceWithoutAnEvidenceFolder) {
+    constexpr wchar_t kDump[] = L"\\producer-1.bgra";
+    ASSERT_FALSE(fs::exists(kDump)) << "left by something else";
+    goLive();
+    ASSERT_TRUE(viewer().waitForFrameAfter(1));
+    EXPECT_EQ(readFile(broker().dataFolder() + L"\\diagnostic.log").find("producer_frame="),
+              std::string::npos);
+    EXPECT_FALSE(fs::exists(kDump));
+}
+
 TEST_F(Demand, IdleNothingIsLogged) {
     startWithTestPattern();
     ASSERT_TRUE(broker().waitForEvent("MF_UPDATE_CHECK_COMPLETED", 20'000));
@@ -262,15 +272,6 @@ TEST_F(HangingRuntime, KeepsNobodyFromQuitting) {
     EXPECT_EQ(broker().countEvents("APP_EXIT_CLEAN"), 0u);
     broker().start(L"--background");
     EXPECT_TRUE(broker().waitForEvent("UI_READY"));
-}
-
-TEST_F(Demand, AStopSignalDuringALeaseIsForgottenWithTheLease) {
-    goLive();
-    ASSERT_TRUE(SetEvent(openStopSignal().get()));
-    Sleep(100);  // twenty passes
-    viewer().releaseLease();
-    ASSERT_TRUE(viewer().waitForState(BridgeState::kStopped));
-    EXPECT_FALSE(broker().waitForExit(500).has_value());
 }
 
 TEST_F(Demand, AStopRequestThatFindsDemandIsIgnored) {

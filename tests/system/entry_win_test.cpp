@@ -4,7 +4,9 @@
 #include <objbase.h>
 #include <shlobj.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <regex>
 #include <sstream>
 #include <thread>
@@ -141,12 +143,22 @@ TEST_F(Entry, ARunWritesItsEventsInOrder) {
     ASSERT_TRUE(broker().waitForEvent("AUTOMATIC_IDLE_READY"));
     broker().command(202);
     ASSERT_EQ(broker().waitForExit(5000), 0u);
-    const std::vector<std::string> events = broker().events();
-    ASSERT_GE(events.size(), 6u);
-    EXPECT_EQ(events.front(), "APP_START_LIMITED_0.2.0-beta.5");
-    EXPECT_EQ(events.back(), "APP_EXIT_CLEAN");
-    for (const char* code : {"MF_STARTUP", "UI_READY", "STOP_COMPLETE", "MF_SHUTDOWN"})
-        EXPECT_EQ(broker().countEvents(code), 1u) << code;
+    // Two threads write, each in its own order; between the first and the last event they are not ordered.
+    using Codes = std::vector<std::string>;
+    const Codes ofTheWindow{"APP_START_LIMITED_0.2.0-beta.5", "UI_READY", "AUTOMATIC_IDLE_READY",
+                            "TRAY_REMOVE", "APP_EXIT_CLEAN"};
+    const Codes ofTheSupervisor{"APP_START_LIMITED_0.2.0-beta.5", "MF_STARTUP", "STOP_COMPLETE",
+                                "MF_SHUTDOWN", "APP_EXIT_CLEAN"};
+    const Codes events = broker().events();
+    for (const Codes& expected : {ofTheWindow, ofTheSupervisor}) {
+        Codes found;
+        std::ranges::copy_if(events, std::back_inserter(found), [&](const std::string& event) {
+            return std::ranges::find(expected, event) != expected.end();
+        });
+        EXPECT_EQ(found, expected);
+    }
+    EXPECT_EQ(events.front(), ofTheWindow.front());
+    EXPECT_EQ(events.back(), ofTheWindow.back());
 }
 
 TEST_F(Entry, EveryEventLineHasTheOneForm) {
@@ -205,9 +217,11 @@ TEST_F(Entry, BackgroundHoldsWithAUsablePrivateProfile) {
 TEST_F(Entry, AnEvidenceFolderTakesTheLog) {
     const std::wstring evidence = machine_.root() + L"\\evidence";
     fs::create_directories(evidence);
+    fs::create_directories(broker().dataFolder());
+    writeFile(broker().dataFolder() + L"\\diagnostic.log", "of the run before\n");
     broker().runToEnd(L"--test-pattern --test-seconds 1 --evidence-dir \"" + evidence + L"\"");
     EXPECT_TRUE(readFile(evidence + L"\\app.log").starts_with("tick="));
-    EXPECT_FALSE(fs::exists(broker().dataFolder() + L"\\diagnostic.log"));
+    EXPECT_EQ(output(L"diagnostic.log"), "of the run before\n");
 }
 
 // Paths that begin with nothing would lie in the root of some drive.
@@ -216,11 +230,15 @@ TEST_F(Entry, TheSystemNamesTheDataFolderWhereTheVariableIsMissing) {
     ASSERT_EQ(SHGetKnownFolderPath(FOLDERID_LocalAppData, 0, nullptr, &known), S_OK);
     const fs::path folder = fs::path(known) / L"Vextra" / L"CameraVirtualMFBeta";
     CoTaskMemFree(known);
+    if (!runsUnderWine() && fs::exists(folder.parent_path()))
+        GTEST_SKIP() << "this user has data of a broker";
     std::error_code ignored;
     fs::remove(folder / L"version.txt", ignored);
     const ScopedVariable none(L"LOCALAPPDATA", nullptr);
     EXPECT_EQ(broker().runToEnd(L"--version"), 0u);
     EXPECT_TRUE(fs::remove(folder / L"version.txt", ignored));
+    fs::remove(folder, ignored);  // unless there is more in it
+    fs::remove(folder.parent_path(), ignored);
 }
 
 TEST_F(Entry, AStopSignalThatCannotBeMadeEndsWith3) {
@@ -264,6 +282,15 @@ TEST_F(Entry, TheLockFileHoldsTheProcessId) {
     broker().start(L"--test-pattern");
     EXPECT_EQ(readInstanceLock(broker().dataFolder()), broker().processId());
     EXPECT_EQ(fs::file_size(broker().dataFolder() + L"\\app.lock"), 4u);
+}
+
+// Its id may be another program's by the time that somebody asks for the broker.
+TEST_F(Entry, ABrokerThatEndedIsNamedByNobody) {
+    broker().start(L"--test-pattern");
+    broker().command(202);
+    ASSERT_EQ(broker().waitForExit(5000), 0u);
+    EXPECT_EQ(readInstanceLock(broker().dataFolder()), 0u);
+    EXPECT_EQ(broker().runToEnd(L"--shutdown-broker"), 0u);
 }
 
 TEST_F(Entry, ABrokerThatWasKilledLeavesNothingInTheWay) {
@@ -343,7 +370,27 @@ TEST_F(Entry, ShuttingDownIsRefusedDuringALeaseWithoutASignal) {
     setInstallDir(broker().installRoot());
     broker().start(L"--test-pattern");
     viewer().takeLease();
-    EXPECT_EQ(broker().runToEnd(L"--shutdown-broker"), 9u);
+    {
+        // A running broker would take the signal, and lose it, before anybody could look.
+        const Suspension still(broker().process());
+        EXPECT_EQ(broker().runToEnd(L"--shutdown-broker"), 9u);
+        const std::wstring name = L"Local\\VextraMfBetaStop_" + currentUserSidString();
+        const UniqueHandle signal(OpenEventW(SYNCHRONIZE, FALSE, name.c_str()));
+        ASSERT_TRUE(signal);
+        EXPECT_EQ(WaitForSingleObject(signal.get(), 0), static_cast<DWORD>(WAIT_TIMEOUT));
+    }
+    viewer().releaseLease();
+    EXPECT_FALSE(broker().waitForExit(1500).has_value());
+}
+
+TEST_F(Entry, AStopSignalThatCameDuringALeaseIsNotHeededAfterwards) {
+    broker().start(L"--test-pattern");
+    viewer().takeLease();
+    ASSERT_TRUE(broker().waitForEvent("DEMAND_BEGIN_DEVICE_UNCHANGED"));
+    const UniqueHandle signal = openStopSignal();
+    ASSERT_TRUE(signal);
+    ASSERT_TRUE(SetEvent(signal.get()));
+    Sleep(200);  // some passes, one of which takes it
     viewer().releaseLease();
     EXPECT_FALSE(broker().waitForExit(1500).has_value());
 }

@@ -8,9 +8,11 @@
 #include <atomic>
 #include <filesystem>
 #include <random>
+#include <span>
 
 #include "bridge/bridge_location.h"
 #include "broker_test_win.h"
+#include "broker_window_win.h"
 
 namespace vextra::test {
 namespace {
@@ -246,31 +248,63 @@ TEST_F(Faults, ABrokerKilledInsideAnUpdateIsRepairedByTheNext) {
 
 // --- Neighbours ---
 
+// The whole of demand.bin as slots: the sixteen that count, and what lies behind them.
+std::span<LeaseSlot> wholeFile(DemandFile& file) {
+    static_assert(sizeof(DemandFile) % sizeof(LeaseSlot) == 0);
+    return {reinterpret_cast<LeaseSlot*>(&file), sizeof(DemandFile) / sizeof(LeaseSlot)};
+}
+
+// As the diagnostics view has it now.
+int leasesShown(const BrokerWindow& window) {
+    window.press(kIdRefreshLogs);
+    const std::wstring view = window.text(kIdLogs);
+    constexpr std::wstring_view kKey = L"Demanda MF (leases, não aplicativos): ";
+    const std::size_t at = view.find(kKey);
+    return at == std::wstring::npos ? -99 : std::stoi(view.substr(at + kKey.size()));
+}
+
 TEST_F(Faults, SlotsHammeredByAnotherProcessNeverCountMoreThanSixteen) {
     decoder().behave("frames=endless\nframesPerSecond=16");
-    std::atomic<bool> stop{false};
-    std::thread hammer([&] {
+    std::jthread hammer([slots = wholeFile(viewer().demand())](const std::stop_token& stop) {
         std::mt19937_64 random(1);
-        while (!stop) {
-            LeaseSlot& slot = viewer().demand().slots[random() % kLeaseSlots];
+        while (!stop.stop_requested()) {
+            LeaseSlot& slot = slots[random() % slots.size()];
             std::atomic_ref<std::uint64_t>(slot.leaseId).store(random() % 3);
             std::atomic_ref<Tick>(slot.heartbeatTickMs)
                 .store(random() % 2 == 0 ? random() : GetTickCount64());
         }
     });
-    broker().start(L"--test-pattern --background");
+    broker().start(L"--test-pattern");
     EXPECT_TRUE(viewer().waitForState(BridgeState::kLive, 10'000));
-    Sleep(2000);
-    EXPECT_TRUE(broker().runs());
-    stop = true;
+    const BrokerWindow window(broker());
+    window.press(kIdTabDiagnostics);
+    int most = 0;
+    const Tick end = GetTickCount64() + 2000;
+    while (GetTickCount64() < end) {
+        const int count = leasesShown(window);
+        ASSERT_GE(count, 0);
+        ASSERT_LE(count, 16);
+        most = std::max(most, count);
+        Sleep(5);
+    }
+    EXPECT_GT(most, 0);
+    hammer.request_stop();
     hammer.join();
-    for (LeaseSlot& slot : viewer().demand().slots)
+    for (LeaseSlot& slot : wholeFile(viewer().demand()))
         slot = {};
     EXPECT_TRUE(viewer().waitForState(BridgeState::kStopped, 5000));
 }
 
 TEST_F(Faults, BytesBehindTheSlotsAreNobodysLease) {
-    std::memset(viewer().demand().reserved, 0xFF, sizeof viewer().demand().reserved);
+    const std::jthread holders(
+        [behind = wholeFile(viewer().demand()).subspan(kLeaseSlots)](const std::stop_token& stop) {
+            while (!stop.stop_requested()) {
+                for (LeaseSlot& slot : behind)
+                    slot = {7, GetTickCount64()};
+                Sleep(100);
+            }
+        });
+    ASSERT_TRUE(waitUntil([this] { return viewer().demand().reserved[0] != std::byte{}; }, 1000));
     EXPECT_EQ(broker().runToEnd(L"--maintenance-check"), 0u);
 }
 

@@ -261,6 +261,14 @@ TEST_F(Settings, OfTheProfileAreMigratedBeforeTheImport) {
     EXPECT_EQ(stored()->latencyMs, 10u);
 }
 
+TEST_F(Settings, OfTheProfileAreMigratedAlsoBeforeAnImportThatFails) {
+    writeProfile("rtsp://profile/x");
+    const ScopedVariable source(kSource, L"Direct");
+    EXPECT_EQ(import(), 5u);
+    ASSERT_TRUE(stored());
+    EXPECT_EQ(stored()->profileUrl.view(), L"rtsp://profile/x");
+}
+
 // --- The migration ---
 
 class ProfileMigration : public Settings {

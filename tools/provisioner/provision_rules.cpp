@@ -17,7 +17,8 @@ const wchar_t kProvisionUsage[] =
     L"  vextra-provision --remove [--owner-sid SID]   desfaz\n"
     L"\n"
     L"  --owner-sid SID          o usuário da câmera; padrão: o usuário atual\n"
-    L"                           (--status e --remove: o usuário registrado)\n"
+    L"                           (--status e --remove: o usuário registrado). Só contas locais ou de\n"
+    L"                           domínio, S-1-5-21-...; as do Microsoft Entra ID, S-1-12-1-..., não servem\n"
     L"  --install-dir PASTA      a pasta que contém bin\\; padrão: a deste programa\n"
     L"  --open-demand-to-owner   SÓ PARA TESTES: o usuário também pode pedir vídeo ao broker\n"
     L"\n"
@@ -129,6 +130,10 @@ bool isOwnerSidText(std::wstring_view sid) {
     return numbers.find(L"--") == std::wstring_view::npos &&
            std::all_of(numbers.begin(), numbers.end(),
                        [](wchar_t unit) { return isDigit(unit) || unit == L'-'; });
+}
+
+bool isEntraIdSid(std::wstring_view sid) {
+    return sid.starts_with(L"S-1-12-1-");
 }
 
 bool isPlainAbsoluteFolder(std::wstring_view folder) {

@@ -33,6 +33,10 @@ extern const wchar_t kProvisionUsage[];
 // asks.
 bool isOwnerSidText(std::wstring_view sid);
 
+// An account of Microsoft Entra ID, which the broker does not take for an owner either: it is refused in
+// words of its own, for its user has done nothing wrong.
+bool isEntraIdSid(std::wstring_view sid);
+
 // "C:\..." as Windows itself would write it, for the broker compares texts: no "/", no "." or ".." parts,
 // nothing empty, no backslash at the end.
 bool isPlainAbsoluteFolder(std::wstring_view folder);

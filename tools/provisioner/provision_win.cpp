@@ -238,7 +238,12 @@ std::wstring programData() {
 // The bridge's path for this owner, when owner and program data folder will do; report.trouble otherwise.
 std::wstring bridgePathFor(const std::wstring& ownerSid, ProvisionReport& report) {
     const std::wstring base = programData();
-    if (!isOwnerSidText(ownerSid) || !isSystemSpelling(ownerSid))
+    if (isEntraIdSid(ownerSid))
+        report.trouble =
+            L"O SID \"" + ownerSid +
+            L"\" é de uma conta do Microsoft Entra ID (S-1-12-1-...), e a câmera não funciona com "
+            L"ela. Use uma conta local do Windows ou de um domínio (S-1-5-21-...).";
+    else if (!isOwnerSidText(ownerSid) || !isSystemSpelling(ownerSid))
         report.trouble = L"O SID \"" + ownerSid + L"\" não é de um usuário (S-1-5-21-...).";
     else if (!isPlainAbsoluteFolder(base))
         report.trouble = L"A variável ProgramData não contém um caminho absoluto: \"" + base + L"\".";

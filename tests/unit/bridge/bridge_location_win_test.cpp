@@ -132,11 +132,13 @@ TEST_F(BridgeLocation, IgnoresTheLetterCaseOfTheRegisteredPathsAndKeepsItsOwn) {
 
 TEST_F(BridgeLocation, RefusesARegisteredPathThatDiffersInAnythingElse) {
     const std::wstring path = machine.bridgePath();
+    std::wstring softHyphen = path;  // which comparisons by language do not see
+    softHyphen.insert(path.size() - 3, 1, L'\x00AD');
     std::wstring forwardSlashes = path;
     for (wchar_t& unit : forwardSlashes)
         unit = unit == L'\\' ? L'/' : unit;
     for (const std::wstring& registered :
-         {path + L' ', L' ' + path, forwardSlashes, path + L'x', path.substr(0, path.size() - 1),
+         {path + L' ', L' ' + path, forwardSlashes, softHyphen, path + L'x', path.substr(0, path.size() - 1),
           std::wstring(), L"\"" + path + L"\"", L"\\\\?\\" + path,
           machine.bridgeFolder() + L"\\.\\latest.frame", machine.bridgeFolder() + L"\\other.frame"}) {
         machine.registry.set(kBridgePathValue, registered);

@@ -103,11 +103,38 @@ TEST_F(DemandOnDisk, IsReadByAnyUser) {
     EXPECT_EQ(channel.activeLeases(), 0);
 }
 
-// The file would let itself be written: the refusal is the channel's own.
+TEST_F(DemandOnDisk, IsReadElevated) {
+    if (!isElevatedOrUnknown())
+        GTEST_SKIP() << "runs unelevated: start the tests elevated for this one";
+    mediaSource()->slots[0] = {1, GetTickCount64()};
+    EXPECT_EQ(channel.activeLeases(), 1);
+}
+
+int looksForTheFile = 0;
+
+HANDLE WINAPI countOpen(LPCWSTR path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+                        DWORD disposition, DWORD flags, HANDLE like) {
+    ++looksForTheFile;
+    return test::realFunction<decltype(CreateFileW)>("CreateFileW")(path, access, share, security,
+                                                                    disposition, flags, like);
+}
+LSTATUS WINAPI countRegistryRead(HKEY key, LPCWSTR subkey, LPCWSTR value, DWORD flags, LPDWORD type,
+                                 PVOID data, LPDWORD bytes) {
+    ++looksForTheFile;
+    return test::realFunction<decltype(RegGetValueW)>("RegGetValueW")(key, subkey, value, flags, type, data,
+                                                                      bytes);
+}
+
+// The file would let itself be written: the refusal is the channel's own, and comes before any look at it.
 TEST_F(DemandOnDisk, IsNeverOpenedForWritingByAnInteractiveUser) {
     ASSERT_TRUE(openFile(machine.demandPath(), GENERIC_READ | GENERIC_WRITE, kShareAll, OPEN_EXISTING));
+    const test::ImportSwap<decltype(CreateFileW)> opens("CreateFileW", countOpen);
+    const test::ImportSwap<decltype(RegGetValueW)> reads("RegGetValueW", countRegistryRead);
+    looksForTheFile = 0;
     EXPECT_FALSE(channel.open(FileAccess::kReadWrite));
-    EXPECT_FALSE(isHeldOpen(machine.demandPath()));
+    EXPECT_EQ(looksForTheFile, 0);
+    EXPECT_EQ(channel.activeLeases(), 0);
+    EXPECT_GT(looksForTheFile, 0) << "nothing was counted at all";
 }
 
 TEST_F(DemandOnDisk, IsStillCountedAfterARefusedOpenForWriting) {

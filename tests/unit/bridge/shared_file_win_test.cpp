@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <memory>
+#include <set>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "broker_fixture_win.h"
 #include "import_swap_win.h"
@@ -151,6 +155,82 @@ TEST_F(SharedFileOnDisk, IsLetGoWhenAnotherIsMovedOver) {
     SharedFile file = open(FileAccess::kReadWrite);
     file = SharedFile();
     EXPECT_FALSE(isHeldOpen(path));
+}
+
+// --- What the system is asked, and what it answers of links ---
+
+// Links to files are followed silently where the tests run, and folders cannot be opened at all: the system
+// is made to say that the file is one.
+template <DWORD kAttribute>
+BOOL WINAPI withAttribute(HANDLE file, BY_HANDLE_FILE_INFORMATION* information) {
+    const BOOL known = test::realFunction<decltype(GetFileInformationByHandle)>("GetFileInformationByHandle")(
+        file, information);
+    information->dwFileAttributes |= kAttribute;
+    return known;
+}
+
+TEST_F(SharedFileOnDisk, MayNotBeWhatTheSystemCallsALink) {
+    makeFile(path, kSizeBytes);
+    const test::ImportSwap<decltype(GetFileInformationByHandle)> linked(
+        "GetFileInformationByHandle", withAttribute<FILE_ATTRIBUTE_REPARSE_POINT>);
+    EXPECT_FALSE(opensAnyWay());
+}
+
+TEST_F(SharedFileOnDisk, MayNotBeWhatTheSystemCallsAFolder) {
+    makeFile(path, kSizeBytes);
+    const test::ImportSwap<decltype(GetFileInformationByHandle)> called(
+        "GetFileInformationByHandle", withAttribute<FILE_ATTRIBUTE_DIRECTORY>);
+    EXPECT_FALSE(opensAnyWay());
+}
+
+// What was opened and closed, in order.
+std::vector<std::string> calls;
+std::set<HANDLE> openedFiles;
+
+HANDLE WINAPI noteCreate(LPCWSTR path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+                         DWORD disposition, DWORD flags, HANDLE like) {
+    calls.push_back("access=" + std::to_string(access >> 30) + " share=" + std::to_string(share) +
+                    " security=" + std::to_string(security != nullptr) +
+                    " disposition=" + std::to_string(disposition) + " flags=" + std::to_string(flags));
+    const HANDLE file = test::realFunction<decltype(CreateFileW)>("CreateFileW")(
+        path, access, share, security, disposition, flags, like);
+    openedFiles.insert(file);
+    return file;
+}
+BOOL WINAPI noteUnmap(LPCVOID view) {
+    calls.emplace_back("unmap");
+    return test::realFunction<decltype(UnmapViewOfFile)>("UnmapViewOfFile")(view);
+}
+BOOL WINAPI noteClose(HANDLE handle) {
+    calls.emplace_back(openedFiles.erase(handle) != 0 ? "close file" : "close mapping");
+    return test::realFunction<decltype(CloseHandle)>("CloseHandle")(handle);
+}
+
+// 2,097,152 is FILE_FLAG_OPEN_REPARSE_POINT: a link is opened itself, and what it points at never is.
+TEST_F(SharedFileOnDisk, IsOpenedAsItStandsAndSharedForReadingAndWriting) {
+    makeFile(path, kSizeBytes);
+    calls.clear();
+    const test::ImportSwap<decltype(CreateFileW)> watch("CreateFileW", noteCreate);
+    EXPECT_TRUE(opens());
+    EXPECT_EQ(calls, (std::vector<std::string>{"access=2 share=3 security=0 disposition=3 flags=2097152",
+                                               "access=3 share=3 security=0 disposition=3 flags=2097152"}));
+}
+
+TEST_F(SharedFileOnDisk, IsUnmappedBeforeItIsClosed) {
+    makeFile(path, kSizeBytes);
+    openedFiles.clear();
+    const test::ImportSwap<decltype(CreateFileW)> opens("CreateFileW", noteCreate);
+    const std::vector<std::string> inOrder{"unmap", "close mapping", "close file"};
+    SharedFile replaced = open(FileAccess::kReadWrite);
+    auto ended = std::make_unique<SharedFile>(open(FileAccess::kReadWrite));
+    const test::ImportSwap<decltype(UnmapViewOfFile)> unmaps("UnmapViewOfFile", noteUnmap);
+    const test::ImportSwap<decltype(CloseHandle)> closes("CloseHandle", noteClose);
+    calls.clear();
+    replaced = {};
+    EXPECT_EQ(calls, inOrder);
+    calls.clear();
+    ended.reset();
+    EXPECT_EQ(calls, inOrder);
 }
 
 TEST(PlainFile, IsNeitherALinkNorAFolder) {

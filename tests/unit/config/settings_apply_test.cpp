@@ -243,6 +243,13 @@ TEST(NumberFields, MayBeginWithBlanksAPlusOrZeros) {
     }
 }
 
+// Nobody types it; what matters is that it is the same number wherever these rules are judged.
+TEST(NumberFields, WrapANegativeNumberAtTwoToTheThirtySecond) {
+    const Attempt attempt = withLatency(L"-4294967246");
+    EXPECT_EQ(attempt.outcome, ApplyOutcome::kApplied);
+    EXPECT_EQ(attempt.record.latencyMs, 50u);
+}
+
 // --- The lists ---
 
 TEST(Lists, AreReadAsTheyCount) {

@@ -278,6 +278,63 @@ TEST_F(FailingSave, AtAnExchangeThatFails) {
     expectNothingLost(saved);
 }
 
+// A program that reads the new file, as a virus scanner does: no exchange while it has it open, and no
+// deletion.
+UniqueFile scanner;
+
+BOOL WINAPI replaceUnderAScanner(LPCWSTR, LPCWSTR replacement, LPCWSTR, DWORD, LPVOID, LPVOID) {
+    scanner = openFile(replacement, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING);
+    SetLastError(ERROR_SHARING_VIOLATION);
+    return FALSE;
+}
+
+class ScannedSave : public FailingSave {
+protected:
+    ~ScannedSave() override { scanner.reset(); }
+    bool saveUnderAScanner() {
+        const ImportSwap<decltype(ReplaceFileW)> scanned("ReplaceFileW", replaceUnderAScanner);
+        return save(L"lost");
+    }
+};
+
+TEST_F(ScannedSave, LeavesNothingInTheWayOfTheNextOne) {
+    EXPECT_FALSE(saveUnderAScanner());
+    ASSERT_TRUE(fileExists(fresh)) << "the scanner did not hold the file";
+    scanner.reset();
+    EXPECT_TRUE(save(L"later"));
+    EXPECT_EQ(load(), L"later");
+}
+
+TEST_F(ScannedSave, FailsAgainWhileTheFileIsHeldAndNoLonger) {
+    EXPECT_FALSE(saveUnderAScanner());
+    EXPECT_FALSE(save(L"still held"));
+    EXPECT_EQ(load(), L"newer");
+    scanner.reset();
+    EXPECT_TRUE(save(L"later"));
+    EXPECT_EQ(load(), L"later");
+}
+
+TEST_F(ScannedSave, LeavesNothingWhenTheScannerIsSoonDone) {
+    const ImportSwap<decltype(DeleteFileW)> soonDone("DeleteFileW", [](LPCWSTR path) -> BOOL {
+        if (realFunction<decltype(DeleteFileW)>("DeleteFileW")(path))
+            return TRUE;
+        scanner.reset();
+        return FALSE;
+    });
+    EXPECT_FALSE(saveUnderAScanner());
+    EXPECT_FALSE(fileExists(fresh));
+}
+
+// It was put there by somebody else after ours had gone; so had it been a crash's, it stays.
+TEST_F(ScannedSave, TakesNoOtherFileForItsOwn) {
+    EXPECT_FALSE(saveUnderAScanner());
+    scanner.reset();
+    ASSERT_TRUE(save(L"later"));
+    writeFile(fresh, "left over");
+    EXPECT_FALSE(save(L"newest"));
+    EXPECT_EQ(readFile(fresh), "left over");
+}
+
 TEST_F(FailingSave, AtAFirstMoveThatFails) {
     ASSERT_TRUE(DeleteFileW(current.c_str()));
     std::optional<ImportSwap<decltype(MoveFileExW)>> failing(

@@ -3,8 +3,7 @@
 
 #include <sddl.h>
 
-#include <algorithm>
-#include <cstring>
+#include <set>
 
 #include "settings_store_fixture_win.h"
 
@@ -98,19 +97,34 @@ TEST_F(SettingsStore, TellsTheTruthWhenAFolderIsInThePlaceOfTheFile) {
     EXPECT_FALSE(fileExists(fresh));
 }
 
-TEST_F(SettingsStore, GivesTheFileToTheSystemAndTheUserOnly) {
-    ASSERT_TRUE(save(L"h"));
+// Entries of an access list, as text.
+std::multiset<std::wstring> accessOf(const std::wstring& path) {
     BYTE bytes[4096];
     DWORD needed = 0;
-    ASSERT_TRUE(GetFileSecurityW(current.c_str(), DACL_SECURITY_INFORMATION, bytes, sizeof bytes, &needed));
     wchar_t* text = nullptr;
-    ASSERT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorW(
-        bytes, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr));
+    if (!GetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, bytes, sizeof bytes, &needed) ||
+        !ConvertSecurityDescriptorToStringSecurityDescriptorW(bytes, SDDL_REVISION_1,
+                                                              DACL_SECURITY_INFORMATION, &text, nullptr))
+        failSetUp("access list");
     const UniqueLocalMemory owner(text);
-    const std::wstring list(text);
-    EXPECT_NE(list.find(L"(A;;FA;;;SY)"), std::wstring::npos);
-    EXPECT_NE(list.find(L"(A;;FA;;;" + currentUserSidString() + L")"), std::wstring::npos);
-    EXPECT_EQ(std::count(list.begin(), list.end(), L'('), 2);
+    std::multiset<std::wstring> entries;
+    std::wstring_view rest(text);
+    for (std::size_t at = rest.find(L'('); at != rest.npos; at = rest.find(L'(')) {
+        rest.remove_prefix(at);
+        entries.emplace(rest.substr(0, rest.find(L')') + 1));
+        rest.remove_prefix(1);
+    }
+    return entries;
+}
+
+// An exchange keeps the list of what it replaces, so the first file's is every later one's.
+TEST_F(SettingsStore, GivesItsFilesToTheSystemAndTheUserOnly) {
+    const std::multiset<std::wstring> both{L"(A;;FA;;;SY)", L"(A;;FA;;;" + currentUserSidString() + L")"};
+    ASSERT_TRUE(save(L"first"));
+    EXPECT_EQ(accessOf(current), both);
+    ASSERT_TRUE(save(L"second"));
+    EXPECT_EQ(accessOf(current), both) << "after an exchange";
+    EXPECT_EQ(accessOf(backup), both);
 }
 
 // --- Loading ---

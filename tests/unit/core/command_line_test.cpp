@@ -108,12 +108,13 @@ TEST(TestSeconds, AreANumberUpTo300) {
                   {L"900", 300},
                   {L"4294967297", 300},
                   {L"007", 7},
-                  {L"5s", 5},
+                  {L"5s", 0},
                   {L" 12", 12},
                   {L"", 0},
                   {L"abc", 0},
                   {L"0x10", 0},
-                  {L"99999999999999999999", 300}};
+                  {L"99999999999999999999", 300},
+                  {L"-1", 300}};  // as the system reads it, and that is more than 300
     for (const auto& [text, seconds] : kCases)
         EXPECT_EQ(parse({L"--test-seconds", text}).testSeconds, seconds) << std::wstring(text);
 }

@@ -10,63 +10,79 @@
 #include "broker_fixture_win.h"
 #include "core/supervisor_thread_win.h"
 #include "import_swap_win.h"
+#include "own_machine_win.h"
 
 namespace vextra {
 namespace {
 
-class InstanceLock : public testing::Test {
+class InstanceLockFile : public testing::Test {
 protected:
     TemporaryFolder folder;
     const std::wstring path = folder / L"app.lock";
 };
 
-TEST_F(InstanceLock, HoldsTheProcessIdAndNothingElse) {
-    const UniqueFile lock = takeInstanceLock(folder.path());
+TEST_F(InstanceLockFile, HoldsTheProcessIdAndNothingElse) {
+    const InstanceLock lock = takeInstanceLock(folder.path());
     ASSERT_TRUE(lock);
     const DWORD id = GetCurrentProcessId();
     EXPECT_EQ(readFile(path), std::string(reinterpret_cast<const char*>(&id), 4));
 }
 
-TEST_F(InstanceLock, CutsOffWhatAnEarlierBrokerLeft) {
+TEST_F(InstanceLockFile, CutsOffWhatAnEarlierBrokerLeft) {
     writeFile(path, "much longer than four bytes");
-    const UniqueFile lock = takeInstanceLock(folder.path());
+    const InstanceLock lock = takeInstanceLock(folder.path());
     EXPECT_EQ(readFile(path).size(), 4u);
 }
 
-TEST_F(InstanceLock, IsTakenOnce) {
-    const UniqueFile first = takeInstanceLock(folder.path());
+TEST_F(InstanceLockFile, IsTakenOnce) {
+    const InstanceLock first = takeInstanceLock(folder.path());
     EXPECT_TRUE(first);
     EXPECT_FALSE(takeInstanceLock(folder.path()));
     EXPECT_EQ(readInstanceLock(folder.path()), GetCurrentProcessId());
 }
 
-TEST_F(InstanceLock, IsFreeAgainWhenItsHolderEnds) {
-    { const UniqueFile first = takeInstanceLock(folder.path()); }
+TEST_F(InstanceLockFile, IsFreeAgainWhenItsHolderEnds) {
+    { const InstanceLock first = takeInstanceLock(folder.path()); }
     EXPECT_TRUE(takeInstanceLock(folder.path()));
 }
 
-TEST_F(InstanceLock, MayBeReadButNotWrittenNorDeletedByOthers) {
-    const UniqueFile lock = takeInstanceLock(folder.path());
+TEST_F(InstanceLockFile, NamesNobodyOnceItIsLetGo) {
+    { const InstanceLock lock = takeInstanceLock(folder.path()); }
+    EXPECT_EQ(readFile(path), "");
+    EXPECT_EQ(readInstanceLock(folder.path()), 0u);
+}
+
+// The old id would be taken for that of the broker that runs.
+TEST_F(InstanceLockFile, NamesNobodyWhenTheIdCannotBeWritten) {
+    writeFile(path, std::string_view("\x04\x03\x02\x01", 4));
+    const test::RefusedImport<decltype(WriteFile)> refused("WriteFile");
+    const InstanceLock lock = takeInstanceLock(folder.path());
+    EXPECT_TRUE(lock);
+    EXPECT_EQ(readInstanceLock(folder.path()), 0u);
+}
+
+TEST_F(InstanceLockFile, MayBeReadButNotWrittenNorDeletedByOthers) {
+    const InstanceLock lock = takeInstanceLock(folder.path());
     EXPECT_TRUE(openFile(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, OPEN_EXISTING));
     EXPECT_FALSE(openFile(path, GENERIC_WRITE, kShareAll, OPEN_EXISTING));
     EXPECT_FALSE(DeleteFileW(path.c_str()));
 }
 
-TEST_F(InstanceLock, CannotBeTakenWithoutItsFolder) {
+TEST_F(InstanceLockFile, CannotBeTakenWithoutItsFolder) {
     EXPECT_FALSE(takeInstanceLock(folder / L"missing"));
 }
 
-TEST_F(InstanceLock, IsReadWhileItIsHeld) {
-    const UniqueFile lock = takeInstanceLock(folder.path());
+TEST_F(InstanceLockFile, IsReadWhileItIsHeld) {
+    const InstanceLock lock = takeInstanceLock(folder.path());
     EXPECT_EQ(readInstanceLock(folder.path()), GetCurrentProcessId());
 }
 
-TEST_F(InstanceLock, IsReadFromItsFirstFourBytes) {
+TEST_F(InstanceLockFile, IsReadFromItsFirstFourBytes) {
     writeFile(path, std::string_view("\x04\x03\x02\x01xyz", 7));
     EXPECT_EQ(readInstanceLock(folder.path()), 0x01020304u);
 }
 
-TEST_F(InstanceLock, NamesNobodyWhenItIsMissingOrTooShort) {
+TEST_F(InstanceLockFile, NamesNobodyWhenItIsMissingOrTooShort) {
     EXPECT_EQ(readInstanceLock(folder.path()), 0u);
     EXPECT_FALSE(fileExists(path));
     writeFile(path, "");
@@ -77,6 +93,11 @@ TEST_F(InstanceLock, NamesNobodyWhenItIsMissingOrTooShort) {
 
 // --- The stop signal ---
 
+class StopSignal : public testing::Test {
+protected:
+    StopSignal() { test::refuseWhereABrokerRuns(); }
+};
+
 std::wstring signalName() {
     return L"Local\\VextraMfBetaStop_" + currentUserSidString();
 }
@@ -85,7 +106,7 @@ bool isSet(const UniqueHandle& event) {
     return WaitForSingleObject(event.get(), 0) == WAIT_OBJECT_0;
 }
 
-TEST(StopSignal, CarriesTheUsersSidInItsName) {
+TEST_F(StopSignal, CarriesTheUsersSidInItsName) {
     const UniqueHandle signal = createStopSignal();
     ASSERT_TRUE(signal);
     const UniqueHandle byName(OpenEventW(EVENT_MODIFY_STATE, FALSE, signalName().c_str()));
@@ -94,12 +115,12 @@ TEST(StopSignal, CarriesTheUsersSidInItsName) {
     EXPECT_TRUE(isSet(signal));
 }
 
-TEST(StopSignal, IsClearAtFirst) {
+TEST_F(StopSignal, IsClearAtFirst) {
     const UniqueHandle signal = createStopSignal();
     EXPECT_FALSE(isSet(signal));
 }
 
-TEST(StopSignal, IsClearedByWhoeverTakesIt) {
+TEST_F(StopSignal, IsClearedByWhoeverTakesIt) {
     const UniqueHandle signal = createStopSignal();
     SetEvent(signal.get());
     EXPECT_TRUE(isSet(signal));
@@ -107,7 +128,7 @@ TEST(StopSignal, IsClearedByWhoeverTakesIt) {
 }
 
 // Without its list of who may set it, any program could end the broker.
-TEST(StopSignal, IsNotMadeForNobodyNorWithoutItsAccessList) {
+TEST_F(StopSignal, IsNotMadeForNobodyNorWithoutItsAccessList) {
     {
         const test::RefusedImport<decltype(OpenProcessToken)> refused("OpenProcessToken");
         EXPECT_FALSE(createStopSignal());
@@ -117,11 +138,11 @@ TEST(StopSignal, IsNotMadeForNobodyNorWithoutItsAccessList) {
     EXPECT_FALSE(createStopSignal());
 }
 
-TEST(StopSignal, IsNotThereWithoutABroker) {
+TEST_F(StopSignal, IsNotThereWithoutABroker) {
     EXPECT_FALSE(openStopSignal());
 }
 
-TEST(StopSignal, IsOpenedOnlyToBeSet) {
+TEST_F(StopSignal, IsOpenedOnlyToBeSet) {
     const UniqueHandle signal = createStopSignal();
     const UniqueHandle asker = openStopSignal();
     ASSERT_TRUE(asker);
@@ -149,7 +170,7 @@ AccessList accessListOf(const UniqueHandle& object) {
     return result;
 }
 
-TEST(StopSignal, IsForTheSystemAdministratorsAndTheUserOnly) {
+TEST_F(StopSignal, IsForTheSystemAdministratorsAndTheUserOnly) {
     const UniqueHandle signal = createStopSignal();
     const AccessList access = accessListOf(signal);
     ASSERT_NE(access.list, nullptr);
@@ -169,11 +190,22 @@ TEST(StopSignal, IsForTheSystemAdministratorsAndTheUserOnly) {
     EXPECT_EQ(access.list->AceCount, 3);
 }
 
-TEST(StopSignal, InheritsNoOtherEntries) {
+TEST_F(StopSignal, InheritsNoOtherEntries) {
     if (runsUnderWine())
         GTEST_SKIP() << "Wine does not keep the mark of a protected access list";
     const UniqueHandle signal = createStopSignal();
     EXPECT_NE(accessListOf(signal).control & SE_DACL_PROTECTED, 0);
+}
+
+// --- The tests' own guard ---
+
+TEST(TestMachine, IsSomebodysWhenItWasProvisionedByNoTest) {
+    const ScratchMachineHive registry;
+    EXPECT_FALSE(test::isProvisionedBySomebody());
+    registry.set(kOwnerSidValue, currentUserSidString());
+    EXPECT_TRUE(test::isProvisionedBySomebody());
+    registry.set(test::kTestsMark, L"yes");
+    EXPECT_FALSE(test::isProvisionedBySomebody());
 }
 
 // --- The running broker's window ---
@@ -200,6 +232,7 @@ LRESULT CALLBACK countShowMessages(HWND window, UINT message, WPARAM wParam, LPA
 class RunningBroker : public testing::Test {
 protected:
     RunningBroker() {
+        test::refuseWhereABrokerRuns();
         WNDCLASSW windowClass{};
         windowClass.lpfnWndProc = &countShowMessages;
         windowClass.hInstance = GetModuleHandleW(nullptr);

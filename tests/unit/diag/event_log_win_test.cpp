@@ -1,9 +1,13 @@
 #include <gtest/gtest.h>
+#include <windows.h>
+
+#include <winioctl.h>
 
 #include <algorithm>
 #include <regex>
 #include <sstream>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "broker_fixture_win.h"
@@ -173,6 +177,25 @@ TEST_F(EventLogOnDisk, ShowsTheLast12000BytesOfALongLog) {
     EXPECT_EQ(tail(), std::wstring(bytes.end() - 12'000, bytes.end()));
 }
 
+// A refusal that is repeated without a wait makes the log grow by hundreds of KiB a second.
+TEST_F(EventLogOnDisk, ShowsTheEndOfALogBeyond2GiB) {
+    constexpr std::int64_t kSize = (std::int64_t{1} << 31) + 100;
+    std::string end;
+    for (int i = 0; end.size() < 12'000; ++i)
+        end += std::to_string(i) + '\n';
+    end.resize(12'000);
+    {
+        const UniqueFile file = openFile(path, GENERIC_WRITE, 0, CREATE_NEW);
+        DWORD bytes = 0;  // of a system that keeps no sparse files; then the disk has to hold it
+        DeviceIoControl(file.get(), FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &bytes, nullptr);
+        LARGE_INTEGER at{};
+        at.QuadPart = kSize - static_cast<std::int64_t>(end.size());
+        ASSERT_TRUE(SetFilePointerEx(file.get(), at, nullptr, FILE_BEGIN));
+        ASSERT_TRUE(WriteFile(file.get(), end.data(), static_cast<DWORD>(end.size()), &bytes, nullptr));
+    }
+    EXPECT_EQ(tail(), std::wstring(end.begin(), end.end()));
+}
+
 TEST_F(EventLogOnDisk, ShowsALogOfExactly12000BytesWhole) {
     writeFile(path, "<" + std::string(11'998, 'x') + ">");
     EXPECT_EQ(tail(), L"<" + std::wstring(11'998, L'x') + L">");
@@ -198,6 +221,37 @@ TEST_F(EventLogOnDisk, ShowsWhatItHasJustWritten) {
     EXPECT_NE(log.tailForDisplay().find(L" UI_READY "), std::wstring::npos);
     log.write(EventCode::kDpiChanged);
     EXPECT_NE(log.tailForDisplay().find(L" DPI_CHANGED "), std::wstring::npos);
+}
+
+// The handles of this process to a file, whoever opened them.
+std::vector<HANDLE> handlesTo(const std::wstring& path) {
+    const auto identity = [](HANDLE file) {
+        BY_HANDLE_FILE_INFORMATION known{};
+        GetFileInformationByHandle(file, &known);
+        return std::tuple(known.dwVolumeSerialNumber, known.nFileIndexHigh, known.nFileIndexLow);
+    };
+    const UniqueFile own = openFile(path, 0, kShareAll, OPEN_EXISTING);
+    constexpr std::uintptr_t kHighestHandle = 0x1000;  // far more than this program opens
+    std::vector<HANDLE> found;
+    for (std::uintptr_t number = 4; number < kHighestHandle; number += 4) {
+        const auto handle = reinterpret_cast<HANDLE>(number);
+        if (handle != own.get() && GetFileType(handle) == FILE_TYPE_DISK &&
+            identity(handle) == identity(own.get()))
+            found.push_back(handle);
+    }
+    return found;
+}
+
+// A process that a plug-in of a decoder starts would hold the log open, and its folder with it.
+TEST_F(EventLogOnDisk, IsInheritedByNoProcess) {
+    for (const auto mode : {EventLog::OpenMode::kReplace, EventLog::OpenMode::kAppend}) {
+        log.open(path, mode);
+        const std::vector<HANDLE> handles = handlesTo(path);
+        ASSERT_EQ(handles.size(), 1u);
+        DWORD flags = HANDLE_FLAG_INHERIT;
+        ASSERT_TRUE(GetHandleInformation(handles.front(), &flags));
+        EXPECT_EQ(flags & HANDLE_FLAG_INHERIT, 0u);
+    }
 }
 
 TEST_F(EventLogOnDisk, IsLetGoWhenClosed) {

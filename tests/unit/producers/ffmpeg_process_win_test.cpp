@@ -319,6 +319,23 @@ TEST_F(FfmpegRefusedTest, StartFailsWithoutAJobThatEndsTheChild) {
     expectLaunchFailed();
 }
 
+std::wstring workingFolder;
+BOOL WINAPI noteWorkingFolder(LPCWSTR, LPWSTR, SECURITY_ATTRIBUTES*, SECURITY_ATTRIBUTES*, BOOL, DWORD,
+                              LPVOID, LPCWSTR folder, STARTUPINFOW*, PROCESS_INFORMATION*) {
+    workingFolder = folder;
+    return FALSE;
+}
+
+// "C:" by itself is the current folder of that drive, whatever that is.
+TEST_F(FfmpegRefusedTest, TheWorkingFolderInTheRootOfADriveIsThatRoot) {
+    const ImportSwap<decltype(GetFileAttributesW)> installed("GetFileAttributesW",
+                                                             [](LPCWSTR) -> DWORD { return 0; });
+    const ImportSwap<decltype(noteWorkingFolder)> swap("CreateProcessW", noteWorkingFolder);
+    FfmpegProcess decoder(L"C:", reports_.sink());
+    EXPECT_FALSE(decoder.start(kSynthetic));
+    EXPECT_EQ(workingFolder, L"C:\\");
+}
+
 std::optional<FollowedProcess> refusedChild;
 BOOL WINAPI noteAndRefuse(HANDLE, HANDLE process) {
     refusedChild.emplace(GetProcessId(process));

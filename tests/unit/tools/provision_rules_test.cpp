@@ -63,6 +63,16 @@ TEST(OwnerSid, MayNotReachIntoPathsOrAccessLists) {
     EXPECT_FALSE(isOwnerSidText(L""));
 }
 
+TEST(OwnerSid, OfEntraIdIsNoOwnersAndKnownForWhatItIs) {
+    constexpr std::wstring_view kEntra = L"S-1-12-1-1234567890-1234567890-1234567890-1234567890";
+    EXPECT_FALSE(isOwnerSidText(kEntra));
+    EXPECT_TRUE(isEntraIdSid(kEntra));
+    EXPECT_FALSE(isEntraIdSid(kOwner));
+    EXPECT_FALSE(parse({L"--owner-sid", kEntra.data()}));
+    EXPECT_NE(std::wstring_view(kProvisionUsage).find(L"Entra ID, S-1-12-1-..., não servem"),
+              std::wstring_view::npos);
+}
+
 TEST(InstallFolder, IsWrittenAsWindowsWouldWriteIt) {
     for (const wchar_t* good : {L"C:\\a", L"z:\\Program Files\\Vextra", L"C:\\Câmera\\.x\\y..z"})
         EXPECT_TRUE(isPlainAbsoluteFolder(good));

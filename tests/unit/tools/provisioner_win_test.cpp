@@ -109,6 +109,7 @@ protected:
         ASSERT_TRUE(lock_);
         ASSERT_EQ(WaitForSingleObject(lock_.get(), 30'000), WAIT_OBJECT_0);
         ASSERT_FALSE(keyExists(kBrokerRegistryKey)) << "this machine is provisioned; not a place for tests";
+        ours_ = true;
         base_ = fs::path(L"C:\\vextra-provision-test-" + std::to_wstring(GetCurrentProcessId()));
         fs::create_directory(base_);
         wchar_t former[1024];
@@ -116,6 +117,8 @@ protected:
         SetEnvironmentVariableW(L"ProgramData", base_.c_str());
     }
     void TearDown() override {
+        if (!ours_)  // what is there is somebody's
+            return;
         RegDeleteTreeW(HKEY_LOCAL_MACHINE, kBrokerRegistryKey);
         RegDeleteKeyExW(HKEY_LOCAL_MACHINE, kVendorKey.c_str(), KEY_WOW64_64KEY, 0);
         SetEnvironmentVariableW(L"ProgramData", formerProgramData_.c_str());
@@ -137,8 +140,16 @@ protected:
 
 private:
     UniqueHandle lock_;
+    bool ours_ = false;
     std::wstring formerProgramData_;
 };
+
+TEST_F(Provisioner, SaysThatAnEntraIdAccountIsNotServed) {
+    const ProvisionReport report = provision({L"S-1-12-1-1-2-3-4", kInstallDir});
+    EXPECT_NE(report.trouble.find(L"Entra ID"), std::wstring::npos) << fs::path(report.trouble);
+    EXPECT_TRUE(fs::is_empty(base_));
+    EXPECT_FALSE(keyExists(kBrokerRegistryKey));
+}
 
 TEST_F(Provisioner, MakesWhatTheBrokerAccepts) {
     const ProvisionReport report = run();

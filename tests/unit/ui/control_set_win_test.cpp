@@ -6,6 +6,7 @@
 
 #include <set>
 #include <string>
+#include <vector>
 
 #include "import_swap_win.h"
 #include "test_window_win.h"
@@ -125,6 +126,31 @@ TEST_F(ControlSetTest, MakesNumberFieldsForDigitsOnly) {
 TEST_F(ControlSetTest, MakesALogViewToReadAndScroll) {
     EXPECT_EQ(windowClass(kIdLogs), L"Edit");
     EXPECT_TRUE(hasStyle(kIdLogs, ES_MULTILINE | ES_READONLY | WS_VSCROLL));
+}
+
+struct LineEnds {
+    int control;
+    WPARAM which;
+    LPARAM wanted;
+    bool operator==(const LineEnds&) const = default;
+};
+std::vector<LineEnds> lineEnds;
+
+LRESULT WINAPI noteLineEnds(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+    constexpr UINT kSetExtendedStyle = 0x150A;  // EM_SETEXTENDEDSTYLE, which the headers here lack
+    if (message == kSetExtendedStyle)
+        lineEnds.push_back({GetDlgCtrlID(window), wParam, lParam});
+    return test::realFunction<decltype(SendMessageW)>("SendMessageW")(window, message, wParam, lParam);
+}
+
+// An event ends in a line feed alone, which Windows shows as the end of a line only where it is asked to.
+TEST_F(ControlSetTest, MakesALogViewWhoseLinesEndInALineFeed) {
+    const test::ImportSwap<decltype(SendMessageW)> watch("SendMessageW", noteLineEnds);
+    lineEnds.clear();
+    const test::TestWindow another;
+    ControlSet set;
+    ASSERT_TRUE(set.create(another.handle(), test::TestWindow::module()));
+    EXPECT_EQ(lineEnds, (std::vector<LineEnds>{{330, 3, 3}}));
 }
 
 TEST_F(ControlSetTest, LetsTabStopAtEverythingButPlainTexts) {
