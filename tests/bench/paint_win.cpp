@@ -191,7 +191,9 @@ int wmain(int argc, wchar_t** argv) {
     shared.lastFrameTick = GetTickCount64() + 86'400'000;
 
     const UpdateChannelIdentity channel{"https://bench.invalid", {}};
-    MainWindow product(instance, {&shared, &log, wakeEvent.get(), L".", &channel, Panel::kCamera});
+    SupervisorThread supervisor({});
+    MainWindow product(instance,
+                       {&shared, &log, wakeEvent.get(), &supervisor, L".", &channel, Panel::kCamera});
     if (!product.create())
         return 1;
     WNDCLASSEXW bareClass{};
