@@ -201,6 +201,10 @@ ExitCode run(HINSTANCE instance) {
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_SYSTEM32 | LOAD_LIBRARY_SEARCH_USER_DIRS);
     SetDllDirectoryW(L"");
 
+    // For a damaged library or a drive without a medium Windows would put up a box, and the thread that met
+    // it, often the Supervisor's, would stand still until somebody clicks.
+    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
+
     // A crash has to look like one: abort() would end the process with 3, which is one of our own codes.
     std::set_terminate([] { RaiseFailFastException(nullptr, nullptr, 0); });
 

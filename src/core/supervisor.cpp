@@ -5,10 +5,12 @@
 #include "base/hresult.h"
 #include "config/source_url.h"
 #include "producers/backend_choice.h"
+#include "producers/gst_contract.h"
 
 namespace vextra {
 namespace {
 
+constexpr bool kRuntimeAvailable = true;
 constexpr wchar_t kTextIdle[] = L"Automático: aguardando aplicativo. Dispositivo persistente; FFmpeg parado.";
 
 }  // namespace
@@ -250,6 +252,7 @@ void Supervisor::publishFrame() {
     memory_.firstFrameSeen = true;
     setStatus(BrokerStatus::kLive);
     shared_.lastError = 0;
+    replaceFailureReason(shared_, {});
     if (++memory_.framesInGeneration >= kHealthyFrames)
         memory_.failures = 0;
     if (number % kReportEveryFrames == 1) {
@@ -281,6 +284,9 @@ void Supervisor::recover() {
         memory_.forceFfmpeg = true;
         doors_.log(EventCode::kAutoGstreamerFallback, 0);
     }
+    // A pipeline that failed has said why. One that only never shows anything most often lacks the codec.
+    if (gstreamerRan && !memory_.firstFrameSeen && failureReasonNow(shared_).empty())
+        replaceFailureReason(shared_, gstAvailabilityText(kRuntimeAvailable));
     stopProducerInstance();
     publishHeader(BridgeState::kUnavailable);
     ++shared_.reconnects;

@@ -30,7 +30,8 @@ void runSupervisor(const SupervisorThreadSetup& setup, HWND window) {
     const auto log = [&](EventCode code, std::int32_t value) { setup.log->write(code, value); };
     BridgeWriter bridge;
     DemandChannel demand;
-    Producer producer(setup.installRoot, {showStatus, log}, shared.effectiveBackend, [&] {
+    const auto explainFailure = [&](std::wstring_view reason) { replaceFailureReason(shared, reason); };
+    Producer producer(setup.installRoot, {showStatus, log, explainFailure}, shared.effectiveBackend, [&] {
         return GstRuntime::instance({setup.installRoot, setup.dataFolder}).api();
     });
 

@@ -12,14 +12,16 @@
 
 namespace vextra {
 
-// Where producers report: one status line for the user, events for the log.
+// Where producers report: one status line for the user, events for the log, and why GStreamer failed, which
+// stands beside the status line and never holds an address.
 struct ProducerReports {
     std::function<void(std::wstring_view text)> showStatus;
     std::function<void(EventCode code, std::int32_t value)> log;
+    std::function<void(std::wstring_view reason)> explainFailure;
 };
 
 // One child at a time, in a job that ends it when the broker ends, however the broker ends. Used by one
-// thread only (the Supervisor's).
+// thread only (the Supervisor's), which for the moment of a start also sets the process's error mode.
 class FfmpegProcess {
 public:
     // `installRoot` holds deps\ffmpeg.exe and becomes the child's working directory.

@@ -65,6 +65,21 @@ std::optional<Pipe> createChildPipe(SECURITY_ATTRIBUTES& inheritable, DWORD buff
     return pipe;
 }
 
+// A decoder that crashes has to end, not to wait behind a box of error reporting. A child takes over its
+// parent's mode as it is when it is created, and there is one mode for all threads of a process: so it is set
+// for that long only, since it also keeps our own crashes from being reported. Should another thread crash in
+// between, that one report is lost, and nothing else; no other thread sets the mode.
+class ErrorModeForDecoder {
+public:
+    ErrorModeForDecoder() : before_(GetErrorMode()) { SetErrorMode(before_ | SEM_NOGPFAULTERRORBOX); }
+    ~ErrorModeForDecoder() { SetErrorMode(before_); }
+    ErrorModeForDecoder(const ErrorModeForDecoder&) = delete;
+    ErrorModeForDecoder& operator=(const ErrorModeForDecoder&) = delete;
+
+private:
+    const UINT before_;
+};
+
 bool killOnClose(HANDLE job) {
     JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
     limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
@@ -108,13 +123,14 @@ bool FfmpegProcess::launch(const std::wstring& executable, const FfmpegInput& in
         return false;
     outputRead_ = std::move(output->read);
     errorRead_ = std::move(error->read);
-    const UniqueFile nothing(CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                         &inheritable, OPEN_EXISTING, 0, nullptr));
-
     const auto launchFailed = [&] {
         reports_.log(EventCode::kFfmpegLaunchFailed, lastResult());
         return false;
     };
+    const UniqueFile nothing(CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                         &inheritable, OPEN_EXISTING, 0, nullptr));
+    if (!nothing)
+        return launchFailed();
     std::array<HANDLE, 3> childHandles{nothing.get(), output->write.get(), error->write.get()};
     HandleListAttribute attributes;
     if (!attributes.create(childHandles))
@@ -137,20 +153,25 @@ bool FfmpegProcess::launch(const std::wstring& executable, const FfmpegInput& in
     // With its backslash, for "C:" alone would be wherever this process happens to be on that drive.
     const std::wstring workingFolder = installRoot_ + L"\\";
     PROCESS_INFORMATION child{};
-    if (!CreateProcessW(executable.c_str(), commandLine.data(), nullptr, nullptr, TRUE, kFlags, nullptr,
-                        workingFolder.c_str(), &startup.StartupInfo, &child))
-        return launchFailed();
+    {
+        const ErrorModeForDecoder mode;
+        if (!CreateProcessW(executable.c_str(), commandLine.data(), nullptr, nullptr, TRUE, kFlags, nullptr,
+                            workingFolder.c_str(), &startup.StartupInfo, &child))
+            return launchFailed();
+    }
     process_.reset(child.hProcess);
     processId_ = child.dwProcessId;
     const UniqueHandle thread(child.hThread);
 
-    // Suspended until it is in the job: it can never run, nor outlive the broker, outside it.
+    // Suspended until it is in the job: it can never run outside it. A broker that is killed right here
+    // leaves it behind, suspended and outside.
     if (!AssignProcessToJobObject(job_.get(), process_.get())) {
         reports_.log(EventCode::kFfmpegJobAssignFailed, lastResult());
         TerminateProcess(process_.get(), 0);
         return false;
     }
-    ResumeThread(thread.get());
+    if (ResumeThread(thread.get()) == static_cast<DWORD>(-1))
+        return launchFailed();
     reports_.log(EventCode::kFfmpegStart, 0);
     return true;
 }

@@ -4,17 +4,19 @@
 #include <cstring>
 #include <limits>
 
+#include "base/ascii.h"
 #include "bridge/bridge_layout.h"
+#include "config/source_url.h"
 
 namespace vextra {
 namespace {
 
-// Exactly these spellings: other schemes would make the source element open files or devices.
+// Only these: other schemes would make the source element open files or devices.
 constexpr std::wstring_view kSchemes[] = {L"rtsp://", L"rtsps://", L"http://", L"https://"};
 
 bool isNetworkAddress(std::wstring_view url) {
     return std::ranges::any_of(kSchemes, [&](std::wstring_view scheme) {
-        return url.size() > scheme.size() && url.starts_with(scheme);
+        return url.size() > scheme.size() && equalsIgnoringAsciiCase(url.substr(0, scheme.size()), scheme);
     });
 }
 
@@ -39,6 +41,13 @@ std::wstring_view gstStartRefusal(const GstInput& input, bool runtimeAvailable) 
     if (!isNetworkAddress(input.url))
         return L"Origem inválida: informe uma URL HTTP, HTTPS, RTSP ou RTSPS.";
     return {};
+}
+
+SecretUtf8 gstSourceUri(std::wstring_view url) {
+    SecretUtf8 uri = toUtf8Strict(url);
+    const std::size_t schemeEnd = std::min(uri.view().find(':'), uri.size());
+    std::transform(uri.data(), uri.data() + schemeEnd, uri.data(), asciiLowered<char>);
+    return uri;
 }
 
 bool gstCapsInContract(const GstFrameCaps& caps) {

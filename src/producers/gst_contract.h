@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "base/secret.h"
 #include "producers/gst_abi.h"
 
 namespace vextra {
@@ -35,6 +36,10 @@ struct GstInput {
 std::wstring_view gstStartRefusal(const GstInput& input, bool runtimeAvailable);
 
 std::wstring_view gstAvailabilityText(bool runtimeAvailable);
+
+// The address as the source element takes it: UTF-8, and the scheme in small letters, for GStreamer compares
+// it as it stands. Empty when it is no text.
+SecretUtf8 gstSourceUri(std::wstring_view url);
 
 // Fields of a sample's caps; a null text or a 0 is one that the caps do not have.
 struct GstFrameCaps {

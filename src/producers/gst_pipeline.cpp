@@ -1,7 +1,5 @@
 #include "producers/gst_pipeline.h"
 
-#include "config/source_url.h"
-
 namespace vextra {
 namespace {
 
@@ -50,8 +48,8 @@ bool GstPipeline::startGstreamer(const GstApi* api, const GstInput& input) {
 }
 
 bool GstPipeline::build(const GstInput& input) {
-    const SecretUtf8 url = toUtf8Strict(input.url);
-    if (url.empty())  // half a surrogate pair: no address of anything
+    const SecretUtf8 uri = gstSourceUri(input.url);
+    if (uri.empty())  // half a surrogate pair: no address of anything
         return refuse(L"Origem inválida: informe uma URL HTTP, HTTPS, RTSP ou RTSPS.");
 
     GError* error = nullptr;
@@ -75,7 +73,7 @@ bool GstPipeline::build(const GstInput& input) {
         if (!caps ||
             api_->g_signal_connect_data(source_.get(), "source-setup", &onSourceSetup, this, nullptr, 0) == 0)
             return refuse(L"Não foi possível configurar a origem GStreamer.");
-        api_->g_object_set(source_.get(), "caps", caps.get(), "uri", url.c_str(), nullptr);
+        api_->g_object_set(source_.get(), "caps", caps.get(), "uri", uri.c_str(), nullptr);
     }
     source_.reset();
 

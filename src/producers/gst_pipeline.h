@@ -72,7 +72,8 @@ public:
 
     // The source failed or ended, or its frames are not what was asked for: stop, then start anew.
     bool gstreamerFailed() const;
-    std::wstring_view reason() const;  // for the user; never holds an address; empty: nothing went wrong
+    std::wstring_view reason()
+        const;  // for the user, a literal: no address can be in it; empty: nothing is wrong
 
 private:
     static void onSourceSetup(GstElement* bin, GstElement* source, void* pipeline);

@@ -1,7 +1,9 @@
 #include "producers/gst_places.h"
 
+#include <algorithm>
 #include <span>
 
+#include "base/ascii.h"
 #include "base/fnv1a.h"
 
 namespace vextra {
@@ -9,21 +11,56 @@ namespace {
 
 constexpr std::wstring_view kBin = L"\\bin";
 
-// Neither relative nor on another machine: whoever can write to such a place could plant libraries there.
+// Not relative, nor named by a server: such an entry means another folder for each working directory, or one
+// that strangers fill. What lies behind a drive's letter is not looked at: it may be mapped to a server.
 bool isAbsoluteDrivePath(std::wstring_view entry) {
     return entry.size() >= 3 && entry[1] == L':' && (entry[2] == L'\\' || entry[2] == L'/');
+}
+
+// In the one spelling that every function of the loader takes: with backslashes, none twice but in front of a
+// server's name, none at the end.
+std::wstring inLoadersSpelling(std::wstring_view folder) {
+    std::wstring spelled;
+    for (const wchar_t given : folder) {
+        const wchar_t unit = given == L'/' ? L'\\' : given;
+        if (unit != L'\\' || spelled.size() < 2 || spelled.back() != L'\\')
+            spelled.push_back(unit);
+    }
+    while (spelled.ends_with(L'\\'))
+        spelled.pop_back();
+    return spelled;
 }
 
 // Without the variable, the folders named with it would lie at the root of some drive.
 void addRoot(std::wstring_view base, std::wstring_view suffix, std::vector<std::wstring>& folders) {
     if (!base.empty())
-        folders.push_back(std::wstring(base).append(suffix).append(kBin));
+        folders.push_back(inLoadersSpelling(base).append(suffix).append(kBin));
 }
 
-// Elements by family and codec; cards beyond the first have a number in the name.
-constexpr std::wstring_view kCardFamilies[] = {L"d3d11", L"d3d12", L"nv", L"qsv", L"msdk", L"va", L"amf"};
-constexpr std::wstring_view kCardCodecs[] = {L"h264", L"h265", L"vp8", L"vp9", L"av1", L"mpeg2", L"jpeg"};
-constexpr std::wstring_view kCardSuffixes[] = {L"dec", L"sldec", L"device1dec", L"device2dec"};
+void addEntryOfPath(std::wstring_view entry, std::vector<std::wstring>& folders) {
+    if (!isAbsoluteDrivePath(entry))
+        return;
+    std::wstring folder = inLoadersSpelling(entry);
+    if (folder.ends_with(L':'))  // by itself the drive's current folder
+        folder.push_back(L'\\');
+    folders.push_back(std::move(folder));
+}
+
+// The decoders of the plugins d3d11, d3d12, nvcodec, qsv and vulkan, as their names begin.
+constexpr std::wstring_view kCardDecoders[] = {
+    L"d3d11h264", L"d3d11h265", L"d3d11vp8", L"d3d11vp9",   L"d3d11av1",    L"d3d11mpeg2",   L"d3d12h264",
+    L"d3d12h265", L"d3d12vp8",  L"d3d12vp9", L"d3d12av1",   L"d3d12mpeg2",  L"nvh264",       L"nvh265",
+    L"nvvp8",     L"nvvp9",     L"nvav1",    L"nvjpeg",     L"nvmpegvideo", L"nvmpeg2video", L"nvmpeg4video",
+    L"nvh264sl",  L"nvh265sl",  L"nvvp8sl",  L"nvvp9sl",    L"nvav1sl",     L"qsvh264",      L"qsvh265",
+    L"qsvvp9",    L"qsvav1",    L"qsvjpeg",  L"vulkanh264", L"vulkanh265",  L"vulkanvp9",    L"vulkanav1"};
+// How such names end: that of the first card's decoder, and those of further cards'.
+constexpr std::wstring_view kCardEndings[] = {L"dec",        L"device1dec", L"device2dec", L"device3dec",
+                                              L"device4dec", L"device5dec", L"device6dec", L"device7dec"};
+// The decoders of the plugins va and msdk on the first card.
+constexpr std::wstring_view kFirstCardsDecoders[] = {
+    L"vah264dec",  L"vah265dec",  L"vavp8dec",     L"vavp9dec",     L"vaav1dec",
+    L"vampeg2dec", L"vajpegdec",  L"msdkh264dec",  L"msdkh265dec",  L"msdkvp8dec",
+    L"msdkvp9dec", L"msdkav1dec", L"msdkmpeg2dec", L"msdkmjpegdec", L"msdkvc1dec"};
 
 }  // namespace
 
@@ -38,8 +75,7 @@ std::vector<std::wstring> gstCandidateFolders(const GstSearch& search) {
     addRoot(L"C:\\gstreamer\\1.0\\mingw_x86_64", L"", folders);
     for (std::wstring_view rest = search.path; !rest.empty();) {
         const std::wstring_view entry = rest.substr(0, rest.find(L';'));
-        if (isAbsoluteDrivePath(entry))
-            folders.emplace_back(entry);
+        addEntryOfPath(entry, folders);
         rest.remove_prefix(entry.size() == rest.size() ? entry.size() : entry.size() + 1);
     }
     return folders;
@@ -52,7 +88,9 @@ std::wstring gstPluginFolder(std::wstring_view binFolder) {
 
 std::wstring gstRegistryFile(std::wstring_view dataFolder, std::wstring_view binFolder) {
     constexpr wchar_t kDigits[] = L"0123456789abcdef";
-    std::uint64_t hash = fnv1a64(std::as_bytes(std::span(binFolder)));
+    std::wstring folder(binFolder);
+    std::ranges::transform(folder, folder.begin(), asciiLowered<wchar_t>);
+    std::uint64_t hash = fnv1a64(std::as_bytes(std::span(folder)));
     std::wstring name;
     for (int digit = 0; digit < 16; ++digit, hash >>= 4)
         name.push_back(kDigits[hash & 15]);
@@ -61,17 +99,18 @@ std::wstring gstRegistryFile(std::wstring_view dataFolder, std::wstring_view bin
 
 std::wstring gstFeatureRanks(std::wstring_view usersValue) {
     std::wstring ranks;
-    for (const std::wstring_view family : kCardFamilies) {
-        for (const std::wstring_view codec : kCardCodecs) {
-            for (const std::wstring_view suffix : kCardSuffixes) {
-                ranks.append(ranks.empty() ? L"" : L",");
-                ranks.append(family).append(codec).append(suffix).append(L":NONE");
-            }
-        }
+    const auto leaveOut = [&](std::wstring_view beginning, std::wstring_view ending) {
+        ranks.append(beginning).append(ending).append(L":NONE,");
+    };
+    for (const std::wstring_view beginning : kCardDecoders) {
+        for (const std::wstring_view ending : kCardEndings)
+            leaveOut(beginning, ending);
     }
-    if (!usersValue.empty())
-        ranks.append(L",").append(usersValue);
-    return ranks;
+    for (const std::wstring_view name : kFirstCardsDecoders)
+        leaveOut(name, L"");
+    if (usersValue.empty())
+        ranks.pop_back();
+    return ranks.append(usersValue);
 }
 
 }  // namespace vextra

@@ -17,15 +17,16 @@ struct GstSearch {
     std::wstring path = {};
 };
 
-// The folders that may hold the libraries, in the order in which they are tried.
+// The folders that may hold the libraries, in the order in which they are tried. Each with backslashes only,
+// and none at its end but in a drive's root.
 std::vector<std::wstring> gstCandidateFolders(const GstSearch& search);
 
-// The plugins of the libraries in `binFolder`, which ends in no separator.
+// The plugins of the libraries in `binFolder`, one of those folders.
 std::wstring gstPluginFolder(std::wstring_view binFolder);
 
-// Where GStreamer keeps its list of that runtime's plugins. Each has its own: with a list that is current no
-// plugin is loaded to be looked at, and a runtime that is found wanting can be unloaded again before the next
-// is tried.
+// Where GStreamer keeps its list of that runtime's plugins, the same for every case of its letters. Each has
+// its own: with a list that is current no plugin is loaded to be looked at, and a runtime that is found
+// wanting can be unloaded again before the next is tried.
 std::wstring gstRegistryFile(std::wstring_view dataFolder, std::wstring_view binFolder);
 
 // A runtime before this one counts as absent: its layouts were never compared with gst_abi.h.

@@ -79,6 +79,10 @@ const GstRuntime& GstRuntime::instance(const GstRuntimePlaces& places) {
 GstRuntime::GstRuntime(const GstRuntimePlaces& places) {
     const LoadingVariable ranks(L"GST_PLUGIN_FEATURE_RANK",
                                 gstFeatureRanks(variable(L"GST_PLUGIN_FEATURE_RANK").value_or(L"")));
+    // From 1.24 on a process of its own looks at the plugins, outside the job that ends our decoders: with
+    // the broker killed it would go on, and the Supervisor may wait a minute for each plugin that hangs in
+    // it.
+    const LoadingVariable noHelperProcess(L"GST_REGISTRY_FORK", L"no");
     const std::vector<std::wstring> folders = gstCandidateFolders(searchOfThisMachine(places.installRoot));
     available_ = std::ranges::any_of(folders, [&](const std::wstring& folder) {
         const LoadingRegistry registry(places.dataFolder, folder);

@@ -21,13 +21,14 @@ using GstreamerDoor = std::function<const GstApi*()>;
 // One instance, used by the Supervisor's thread only: start, any number of reads, stop.
 class Producer {
 public:
-    // `effectiveBackend` is written at every start and belongs to the shared status. `gstreamer` is not asked
-    // before a source is to be decoded by it.
+    // `effectiveBackend` belongs to the shared status and is written when a decoder is started: GStreamer
+    // once it plays, FFmpeg before it is tried. A start of GStreamer that fails leaves it as it is.
+    // `gstreamer` is not asked before a source is to be decoded by it.
     Producer(std::wstring installRoot, ProducerReports reports, std::atomic<std::uint32_t>& effectiveBackend,
              GstreamerDoor gstreamer);
 
     // Stops what runs and starts the decoder that `settings` ask for. True when one runs. `url` is not used
-    // by the synthetic test.
+    // by the synthetic test; one that is no text (half a surrogate pair) starts nothing.
     bool start(bool syntheticTest, std::wstring_view url, const BrokerSettings& settings);
 
     // More than 0: bytes put at the start of `buffer`. 0: nothing is ready. -1: the stream has ended or

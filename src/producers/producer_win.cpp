@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "bridge/bridge_layout.h"
+#include "config/source_url.h"
 #include "producers/producer.h"
 
 namespace vextra {
@@ -24,6 +25,7 @@ bool Producer::start(bool syntheticTest, std::wstring_view url, const BrokerSett
     const GstApi* const gstreamer = wanted ? gstreamer_() : nullptr;
     switch (planBackend(syntheticTest, settings.decoder, gstreamer != nullptr)) {
         case BackendPlan::kRefuseNoGstreamer:
+            reports_.explainFailure(gstAvailabilityText(gstreamer != nullptr));
             reports_.showStatus(L"GStreamer indisponível: runtime x64 e plugins não instalados.");
             return false;
         case BackendPlan::kGstreamerOnly:
@@ -42,8 +44,10 @@ bool Producer::start(bool syntheticTest, std::wstring_view url, const BrokerSett
 
 bool Producer::startGstreamer(const GstApi* gstreamer, std::wstring_view url,
                               const BrokerSettings& settings) {
-    if (!pipeline_.startGstreamer(gstreamer, {url, settings.rtspUdp ? L"udp" : L"tcp", settings.latencyMs}))
+    if (!pipeline_.startGstreamer(gstreamer, {url, settings.rtspUdp ? L"udp" : L"tcp", settings.latencyMs})) {
+        reports_.explainFailure(pipeline_.reason());
         return false;
+    }
     gstreamerActive_ = true;
     effectiveBackend_ = static_cast<std::uint32_t>(EffectiveBackend::kGstreamer);
     reports_.log(EventCode::kGstreamerStart, 0);
@@ -52,6 +56,9 @@ bool Producer::startGstreamer(const GstApi* gstreamer, std::wstring_view url,
 
 bool Producer::startFfmpeg(bool syntheticTest, std::wstring_view url, const BrokerSettings& settings) {
     effectiveBackend_ = static_cast<std::uint32_t>(EffectiveBackend::kFfmpeg);
+    // What is no text would reach the decoder as another address, or with another password.
+    if (!syntheticTest && toUtf8Strict(url).empty())
+        return false;
     const RtspTransport transport = settings.rtspUdp ? RtspTransport::kUdp : RtspTransport::kTcp;
     return ffmpeg_.start({syntheticTest, url, transport});
 }
@@ -62,7 +69,10 @@ std::int32_t Producer::read(std::byte* buffer, std::uint32_t capacityBytes) {
     const bool fits = capacityBytes >= kFrameBytes;
     if (pipeline_.pullGstreamerFrame(fits ? buffer : nullptr))
         return fits ? std::int32_t{kFrameBytes} : -1;
-    return pipeline_.gstreamerFailed() ? -1 : 0;
+    if (!pipeline_.gstreamerFailed())
+        return 0;
+    reports_.explainFailure(pipeline_.reason());
+    return -1;
 }
 
 void Producer::stop() {

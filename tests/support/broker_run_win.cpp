@@ -75,9 +75,10 @@ UniqueHandle BrokerRun::launch(const std::wstring& options, DWORD* processId) {
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION started{};
+    // The test's own error mode, the launcher's, would hide that the broker sets none.
     const bool running = startProcess([&] {
-        return CreateProcessW(executable_.c_str(), commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr,
-                              nullptr, &startup, &started);
+        return CreateProcessW(executable_.c_str(), commandLine.data(), nullptr, nullptr, FALSE,
+                              CREATE_DEFAULT_ERROR_MODE, nullptr, nullptr, &startup, &started);
     });
     if (!running) {
         ADD_FAILURE() << "the broker could not be started: " << GetLastError();

@@ -53,7 +53,8 @@ struct Reports {
     }
     ProducerReports sink() {
         return {[this](std::wstring_view text) { statusTexts.emplace_back(text); },
-                [this](EventCode code, std::int32_t value) { events.emplace_back(code, value); }};
+                [this](EventCode code, std::int32_t value) { events.emplace_back(code, value); },
+                [](std::wstring_view) { FAIL() << "GStreamer has nothing to do with it"; }};
     }
 };
 

@@ -9,10 +9,8 @@
 
 #include "base/fnv1a.h"
 #include "bridge/bridge_location.h"
-#include "config/settings_store.h"
 #include "core/supervisor_thread_win.h"
 #include "demand_test_win.h"
-#include "stub_gstreamer/stub_runtime_win.h"
 #include "ui/controls.h"
 
 namespace vextra::test {
@@ -234,45 +232,7 @@ TEST_F(Demand, SuspendedAutomaticIgnoresLeasesUntilItIsSwitchedOn) {
     EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));
 }
 
-// --- Its end ---
-
-// A runtime that never comes back from its first call: the Supervisor hangs in it.
-class HangingRuntime : public DemandTest {
-protected:
-    HangingRuntime() {
-        makeStubRuntime(runtime_ / L"bin", LibraryNames::kMsvc);
-        BrokerSettings settings;
-        settings.source = SourceKind::kCustomUrl;
-        settings.customUrl.assign(L"rtsp://127.0.0.1:9/");
-        settings.decoder = DecoderBackend::kGstreamer;
-        fs::create_directories(broker().dataFolder());
-        saved_ = saveSettings(broker().dataFolder(), settings);
-    }
-    void hang() {
-        ASSERT_TRUE(saved_);
-        broker().start(L"--background");
-        viewer().takeLease();
-        ASSERT_TRUE(broker().waitForEvent("DEMAND_BEGIN_DEVICE_UNCHANGED"));
-        Sleep(300);  // the call comes in the same pass
-        ASSERT_EQ(state(), static_cast<std::uint32_t>(BridgeState::kFallback));
-    }
-
-private:
-    const TemporaryFolder runtime_;
-    const ScopedVariable root_{L"GSTREAMER_1_0_ROOT_MSVC_X86_64", runtime_.path().c_str()};
-    bool saved_ = false;
-};
-
-TEST_F(HangingRuntime, KeepsNobodyFromQuitting) {
-    hang();
-    const Tick asked = GetTickCount64();
-    broker().command(kIdTrayQuit);
-    EXPECT_EQ(broker().waitForExit(6000), 0u);
-    EXPECT_GT(GetTickCount64() - asked, Tick{3000});  // or nothing hung
-    EXPECT_EQ(broker().countEvents("APP_EXIT_CLEAN"), 0u);
-    broker().start(L"--background");
-    EXPECT_TRUE(broker().waitForEvent("UI_READY"));
-}
+// --- The stop signal, a crash ---
 
 TEST_F(Demand, AStopRequestThatFindsDemandIsIgnored) {
     goLive();

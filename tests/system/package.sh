@@ -57,6 +57,7 @@ licenses/ffmpeg/recipe/debian_sources.sh
 licenses/ffmpeg/recipe/ffmpeg/build.sh
 licenses/ffmpeg/recipe/ffmpeg/configure.options
 licenses/ffmpeg/recipe/ffmpeg/rw-timeout-for-rtsp.patch
+licenses/ffmpeg/recipe/ffmpeg/scheme-in-capitals.patch
 licenses/gcc/GPL-3
 licenses/gcc/copyright
 licenses/mingw-w64/copyright

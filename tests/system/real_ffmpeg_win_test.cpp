@@ -2,7 +2,8 @@
 //
 //   VEXTRA_FFMPEG        the ffmpeg.exe to ship, as a path of Windows or of the host
 //   VEXTRA_CAMERA_RTSP   the addresses that tools/camera/local_camera.py prints:
-//   VEXTRA_CAMERA_HTTP   rtsp://127.0.0.1:PORT/ and so on
+//   VEXTRA_CAMERA_RTSPS  rtsp://127.0.0.1:PORT/ and so on
+//   VEXTRA_CAMERA_HTTP
 //   VEXTRA_CAMERA_HTTPS
 //
 // A test is skipped only when the variable that it needs is not set.
@@ -56,7 +57,8 @@ protected:
         install_.emplace(L"Câmera Virtual", windowsPath(*program));
         ASSERT_FALSE(HasFailure());
         decoder_.emplace(install_->root(),
-                         ProducerReports{[](std::wstring_view) {}, [](EventCode, std::int32_t) {}});
+                         ProducerReports{[](std::wstring_view) {}, [](EventCode, std::int32_t) {},
+                                         [](std::wstring_view) {}});
     }
 
     FrameCollector start(const FfmpegInput& input) {
@@ -218,6 +220,12 @@ protected:
         camera_ = *address;
     }
 
+    void expectFrames(const std::wstring& url) {
+        FrameCollector frames = start({.syntheticTest = false, .url = url});
+        frames.collect(4, kFirstFrameLimit);
+        EXPECT_EQ(frames.wholeFrames(), 4u);
+    }
+
     std::wstring camera_;  // ends in a slash
 
 private:
@@ -227,6 +235,10 @@ private:
 class RtspCameraTest : public CameraTest {
 protected:
     RtspCameraTest() : CameraTest(L"VEXTRA_CAMERA_RTSP") {}
+};
+class RtspsCameraTest : public CameraTest {
+protected:
+    RtspsCameraTest() : CameraTest(L"VEXTRA_CAMERA_RTSPS") {}
 };
 class HttpCameraTest : public CameraTest {
 protected:
@@ -288,6 +300,42 @@ TEST_F(RtspCameraTest, ColoursAndOrientationAreTheCameras) {
         expectPixel((2 * i + 1) * kFrameWidthPx / 14, kBarsRow, kBars[i]);
     expectPixel(kFrameWidthPx / 2, kStripeRow, {"the stripe", {255, 255, 255, 255}});
 }
+
+TEST_F(RtspsCameraTest, RunsAtSixteenFramesPerSecond) {
+    const std::wstring url = camera_ + L"stream1";
+    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kRtspSettleTime);
+}
+
+// ---- schemes in capitals, as the settings take them ----
+
+std::wstring withSchemeInCapitals(std::wstring url) {
+    for (std::size_t i = 0; i < url.size() && url[i] != L':'; ++i)
+        url[i] = static_cast<wchar_t>(url[i] - L'a' + L'A');
+    return url;
+}
+
+TEST_F(RtspCameraTest, PlaysWithItsSchemeInCapitals) {
+    expectFrames(withSchemeInCapitals(camera_) + L"stream2");
+}
+
+TEST_F(RtspsCameraTest, PlaysWithItsSchemeInCapitals) {
+    expectFrames(withSchemeInCapitals(camera_) + L"stream2");
+}
+
+TEST_F(HttpCameraTest, PlaysWithItsSchemeInCapitals) {
+    expectFrames(withSchemeInCapitals(camera_) + L"clip.mp4");
+}
+
+// Its pieces' addresses are made from the playlist's.
+TEST_F(HttpCameraTest, PlaysAPlaylistWithItsSchemeInCapitals) {
+    expectFrames(withSchemeInCapitals(camera_) + L"hls/index.m3u8");
+}
+
+TEST_F(HttpsCameraTest, PlaysWithItsSchemeInCapitals) {
+    expectFrames(withSchemeInCapitals(camera_) + L"clip.mp4");
+}
+
+// ---- over HTTP ----
 
 TEST_F(HttpCameraTest, TransportStreamRunsAtSixteenFramesPerSecond) {
     const std::wstring url = camera_ + L"live.ts";

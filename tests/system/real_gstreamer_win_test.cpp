@@ -3,6 +3,7 @@
 //
 //   VEXTRA_GSTREAMER_ROOT   a runtime's root folder, as a path of Windows or of the host
 //   VEXTRA_CAMERA_RTSP      the addresses that tools/camera/local_camera.py prints
+//   VEXTRA_CAMERA_RTSPS
 //   VEXTRA_CAMERA_HTTP
 //   VEXTRA_CAMERA_HTTPS
 //
@@ -43,7 +44,8 @@ protected:
         const std::optional<std::wstring> root = variable(L"VEXTRA_GSTREAMER_ROOT");
         if (!root)
             GTEST_SKIP() << "VEXTRA_GSTREAMER_ROOT names no GStreamer runtime: ./dev gstreamer builds one";
-        SetEnvironmentVariableW(L"GSTREAMER_1_0_ROOT_X86_64", windowsPath(*root).c_str());
+        // As installers write it.
+        SetEnvironmentVariableW(L"GSTREAMER_1_0_ROOT_X86_64", (windowsPath(*root) + L"\\").c_str());
         useRealDecoder();
         fs::create_directories(broker().dataFolder());
     }
@@ -184,6 +186,7 @@ TEST_P(GstreamerSource, RunsLiveAtSixteenFramesPerSecond) {
 }
 
 constexpr wchar_t kRtsp[] = L"VEXTRA_CAMERA_RTSP";
+constexpr wchar_t kRtsps[] = L"VEXTRA_CAMERA_RTSPS";
 constexpr wchar_t kHttp[] = L"VEXTRA_CAMERA_HTTP";
 constexpr wchar_t kHttps[] = L"VEXTRA_CAMERA_HTTPS";
 // libsoup has no TLS in our runtime; without its element the one of libcurl is taken.
@@ -199,6 +202,25 @@ constexpr Source kSources[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Real, GstreamerSource, ::testing::ValuesIn(kSources),
                          [](const auto& source) { return std::string(source.param.name); });
+
+TEST_F(GstreamerBroker, PlaysAnAddressWhoseSchemeHasCapitals) {
+    std::wstring url = cameraUrl(kRtsp, L"stream2");
+    SKIP_WITHOUT_CAMERA(url, kRtsp);
+    url.replace(0, 4, L"RtSP");
+    startLive(settingsFor(url, DecoderBackend::kGstreamer));
+    expectOnlyGstreamer();
+}
+
+// With GIO's module for TLS in the runtime; without it the pipeline says so on its bus, at once.
+TEST_F(GstreamerBroker, PlaysRtspsWhereTheRuntimeCanAndLeavesItToFfmpegWhereNot) {
+    const std::wstring url = cameraUrl(kRtsps, L"stream2");
+    SKIP_WITHOUT_CAMERA(url, kRtsps);
+    startLive(settingsFor(url, DecoderBackend::kAutomatic));
+    EXPECT_EQ(broker().countEvents(kGstreamerStart), 1u);
+    const bool takenOver = broker().countEvents(kFallback) == 1;
+    std::printf("played by %s\n", takenOver ? "FFmpeg" : "GStreamer");
+    EXPECT_EQ(broker().countEvents(kFfmpegStart), takenOver ? 1u : 0u);
+}
 
 // --- The picture ---
 

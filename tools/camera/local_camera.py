@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""A network camera on loopback: RTSP, HTTP and HTTPS, with faults on command.
+"""A network camera on loopback: RTSP, RTSPS, HTTP and HTTPS, with faults on command.
 
 It stands in for a real camera in ./dev run, in the tests and in the benchmarks. Nothing is encoded
 until a client asks for it, clients of one address share one encoder, and the last one to leave stops it.
@@ -13,6 +13,7 @@ import http.server
 import json
 import os
 import queue
+import select
 import shutil
 import signal
 import socket
@@ -174,6 +175,40 @@ class RtspCamera:
         while self.media and time.monotonic() < deadline:
             GLib.MainContext.default().iteration(False)
             time.sleep(0.01)
+
+
+class TlsDoor:
+    """RTSPS: what comes encrypted goes on to the RTSP server in the clear, and back. Its threads are its own;
+    a connection lives as long as the one behind it."""
+
+    def __init__(self, port, tls):
+        self.port, self.tls = port, tls
+        self.listener = socket.create_server((HOST, 0))
+        self.url = f"rtsps://{HOST}:{self.listener.getsockname()[1]}/"
+        threading.Thread(target=self.accept, daemon=True).start()
+
+    def accept(self):
+        with contextlib.suppress(OSError):  # closed
+            while True:
+                client, _address = self.listener.accept()
+                threading.Thread(target=self.serve, args=(client,), daemon=True).start()
+
+    def serve(self, client):
+        with contextlib.suppress(OSError), client, \
+                self.tls.wrap_socket(client, server_side=True) as encrypted, \
+                socket.create_connection((HOST, self.port)) as plain:
+            while True:
+                ready = [encrypted] if encrypted.pending() else select.select([encrypted, plain], [], [])[0]
+                for source in ready:
+                    data = source.recv(CHUNK_BYTES)
+                    if not data:
+                        return
+                    (plain if source is encrypted else encrypted).sendall(data)
+
+    def close(self):
+        with contextlib.suppress(OSError):
+            self.listener.shutdown(socket.SHUT_RDWR)  # wakes accept, which a mere close does not
+        self.listener.close()
 
 
 # HTTP and HTTPS ---------------------------------------------------------------------------------------
@@ -407,8 +442,11 @@ class Camera:
         self.commands = queue.SimpleQueue()
         self.content = Content(options, folder)
         self.rtsp = RtspCamera(options)
-        self.web = [WebServer(self.content), WebServer(self.content, make_tls(folder))]
-        self.urls = {"rtsp": self.rtsp.url, "http": self.web[0].url, "https": self.web[1].url}
+        tls = make_tls(folder)
+        self.rtsps = TlsDoor(self.rtsp.server.get_bound_port(), tls)
+        self.web = [WebServer(self.content), WebServer(self.content, tls)]
+        self.urls = {"rtsp": self.rtsp.url, "rtsps": self.rtsps.url, "http": self.web[0].url,
+                     "https": self.web[1].url}
 
     def post(self, command):
         """May be called from any thread and from a signal handler."""
@@ -459,6 +497,7 @@ class Camera:
 
     def close(self):
         self.thaw()
+        self.rtsps.close()
         self.drop()
         self.rtsp.close()
         for server in self.web:
@@ -482,7 +521,8 @@ def parse_options():
     parser = argparse.ArgumentParser(
         prog="local_camera.py", formatter_class=argparse.RawDescriptionHelpFormatter,
         description="A network camera on loopback. Prints its addresses as a line of JSON when ready.",
-        epilog="RTSP:  /stream1 1280x720 H.264, /stream2 640x360 H.264, /audio H.264 and PCMA,\n"
+        epilog="RTSP, and RTSPS over TCP:\n"
+               "       /stream1 1280x720 H.264, /stream2 640x360 H.264, /audio H.264 and PCMA,\n"
                "       /mjpeg 640x360, /h265 320x180, /bars and /bars-mjpeg a still picture of\n"
                "       known colours\n"
                "HTTP and HTTPS:  /live.ts, /bars.ts, /live.mjpeg, /clip.mp4, /hls/index.m3u8,\n"

@@ -197,6 +197,20 @@ def test_rtsp_mounts(camera, _folder):
         check("Not found" in viewer.error(PATIENCE_SECONDS), "a wrong path was served")
 
 
+def test_rtsps(camera, _folder):
+    """By hand: the system's GStreamer need not have TLS."""
+    host, port = camera.urls["rtsps"][len("rtsps://"):].strip("/").split(":")
+    with socket.create_connection((host, int(port)), PATIENCE_SECONDS) as plain, \
+            UNVERIFIED.wrap_socket(plain, server_hostname="localhost") as encrypted:
+        for number, request in enumerate((f"OPTIONS {camera.urls['rtsps']}stream2",
+                                          f"DESCRIBE {camera.urls['rtsps']}stream2",
+                                          f"DESCRIBE {camera.urls['rtsps']}404"), 1):
+            encrypted.sendall(f"{request} RTSP/1.0\r\nCSeq: {number}\r\n\r\n".encode())
+            answer = encrypted.recv(65536)
+            expected = b"RTSP/1.0 404" if request.endswith("404") else b"RTSP/1.0 200"
+            check(answer.startswith(expected), f"{request}: {answer!r}")
+
+
 def test_web(camera, folder):
     demux = {"live.ts": "tsdemux ! h264parse ! openh264dec", "live.mjpeg": "multipartdemux ! jpegdec",
              "clip.mp4": "qtdemux ! h264parse ! openh264dec"}
@@ -389,7 +403,7 @@ def main():
         camera = Camera(folder, "--stdin-control")
         own = folder / "second"  # for tests that start a camera of their own
         own.mkdir()
-        for test in (test_rtsp_mounts, test_measures, test_many_clients, test_web, test_drop, test_freeze,
+        for test in (test_rtsp_mounts, test_measures, test_many_clients, test_rtsps, test_web, test_drop, test_freeze,
                      test_credentials, test_refusals, test_ends, test_hls_stops):
             start = time.monotonic()
             try:

@@ -8,7 +8,8 @@ int wmain(int argc, wchar_t** argv) {
     constexpr DWORD kLongestLifeMs = 60'000;
     if (argc != 2)
         return 2;
-    const vextra::ProducerReports silence{[](std::wstring_view) {}, [](vextra::EventCode, std::int32_t) {}};
+    const vextra::ProducerReports silence{[](std::wstring_view) {}, [](vextra::EventCode, std::int32_t) {},
+                                          [](std::wstring_view) {}};
     vextra::FfmpegProcess decoder(argv[1], silence);
     if (!decoder.start({.syntheticTest = true, .url = {}, .transport = vextra::RtspTransport::kTcp}))
         return 1;

@@ -265,7 +265,7 @@ int run(const Options& options) {
         }
     }
 
-    // Inherited by the program: a crash ends it at once, without a dialog that nobody answers.
+    // Inherited by the program, on Windows: a crash ends it at once, without a dialog that nobody answers.
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
 
     const UniqueHandle job = makeKillOnCloseJob();

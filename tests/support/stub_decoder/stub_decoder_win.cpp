@@ -6,9 +6,9 @@
 // is not empty is whole. UTF-8 lines `key=value`:
 //
 //   pid, start, commandLine, argument0, argument1 ... (as CommandLineToArgvW splits them), workingDirectory,
-//   priorityClass (0x...), standardInput, standardOutput, standardError (nul, pipe, disk, other, none),
-//   inJob (0, 1: some job, not necessarily the broker's), probeSet (0, 1; with probeEvent),
-//   sleeperPid (with startSleeper)
+//   priorityClass (0x...), errorMode (of the process, as it was started), standardInput, standardOutput,
+//   standardError (nul, pipe, disk, other, none), inJob (0, 1: some job, not necessarily the broker's),
+//   probeSet (0, 1; with probeEvent), sleeperPid (with startSleeper)
 //
 // How it behaves is told by `stub-decoder.txt`, lines `key=value`, all optional:
 //
@@ -236,6 +236,7 @@ void addSurroundings(RecordText& text) {
     char priorityClass[16];
     std::snprintf(priorityClass, sizeof priorityClass, "0x%lX", GetPriorityClass(GetCurrentProcess()));
     text.add("priorityClass", priorityClass);
+    text.add("errorMode", GetErrorMode());
     text.add("standardInput", kindOfStandardHandle(STD_INPUT_HANDLE));
     text.add("standardOutput", kindOfStandardHandle(STD_OUTPUT_HANDLE));
     text.add("standardError", kindOfStandardHandle(STD_ERROR_HANDLE));

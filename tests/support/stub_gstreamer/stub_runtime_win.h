@@ -42,6 +42,15 @@ inline void makeStubRuntime(const std::wstring& bin, LibraryNames names) {
     }
 }
 
+// <root>\bin for a running broker, whose GStreamer is told by `stub-gstreamer.txt` there what to be like (see
+// lone_gstreamer_win.cpp).
+inline void makeLoneRuntime(const std::wstring& bin) {
+    makeStubRuntime(bin, LibraryNames::kMinGw);
+    std::filesystem::copy_file(besideThisProgram(L"stub-gstreamer-alone.dll"),
+                               bin + L"\\" + libraryName(GstLibrary::kGstreamer, LibraryNames::kMinGw),
+                               std::filesystem::copy_options::overwrite_existing);
+}
+
 // The library exports everything but `name` afterwards: its last letter becomes another, which keeps the
 // order of the names, as the loader needs it.
 inline void removeExport(const std::wstring& library, const std::string& name) {
@@ -91,6 +100,7 @@ private:
     const ScopedVariable registry_{L"GST_REGISTRY_1_0", nullptr};
     const ScopedVariable plainRegistry_{L"GST_REGISTRY", nullptr};
     const ScopedVariable ranks_{L"GST_PLUGIN_FEATURE_RANK", nullptr};
+    const ScopedVariable helper_{L"GST_REGISTRY_FORK", nullptr};
 };
 
 }  // namespace vextra::test

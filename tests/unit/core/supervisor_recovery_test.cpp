@@ -4,6 +4,61 @@
 namespace vextra {
 namespace {
 
+// --- Why GStreamer failed ---
+
+class FailureReasonTest : public SupervisorTest {
+protected:
+    FailureReasonTest() {
+        world.useSource(SourceKind::kCustomUrl);
+        world.gstreamerInstalled = true;
+        world.shared.settings.decoder = DecoderBackend::kGstreamer;
+        world.leases = 1;
+    }
+    std::wstring reason() { return failureReasonNow(world.shared); }
+};
+
+TEST_F(FailureReasonTest, StandsUntilTheNextLiveFrame) {
+    world.steady = 0;
+    world.pass(supervisor);
+    replaceFailureReason(world.shared, L"A origem GStreamer terminou.");
+    world.script = {-1};
+    world.pass(supervisor);
+    world.passUntil(supervisor, world.now + 1500);
+    ASSERT_EQ(world.starts, 2);
+    EXPECT_EQ(reason(), L"A origem GStreamer terminou.");
+    world.script = {kFrameBytes};
+    world.pass(supervisor);
+    EXPECT_EQ(reason(), L"");
+}
+
+TEST_F(FailureReasonTest, OfAPipelineThatNeverShowsAnythingIsThatTheCodecMayBeMissing) {
+    world.steady = 0;
+    passUntilReconnects(1);
+    EXPECT_EQ(reason(), L"GStreamer disponível (codec da origem ainda depende do runtime).");
+}
+
+TEST_F(FailureReasonTest, ThatThePipelineGaveIsKept) {
+    world.steady = 0;
+    world.pass(supervisor);
+    replaceFailureReason(world.shared, L"Falha na origem GStreamer; endereço omitido.");
+    passUntilReconnects(2);
+    EXPECT_EQ(reason(), L"Falha na origem GStreamer; endereço omitido.");
+}
+
+TEST_F(FailureReasonTest, IsNotMadeUpForAStreamThatWasLive) {
+    goLive();
+    world.steady = 0;
+    passUntilReconnects(1);
+    EXPECT_EQ(reason(), L"");
+}
+
+TEST_F(FailureReasonTest, IsNotMadeUpForFfmpeg) {
+    world.shared.settings.decoder = DecoderBackend::kFfmpeg;
+    world.steady = 0;
+    passUntilReconnects(1);
+    EXPECT_EQ(reason(), L"");
+}
+
 // --- The watchdog ---
 
 TEST_F(SupervisorTest, AFrameOf2000MsIsStillLive) {

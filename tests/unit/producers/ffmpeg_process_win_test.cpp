@@ -153,6 +153,50 @@ TEST_F(FfmpegProcessTest, ChildRunsAtBelowNormalPriority) {
     EXPECT_EQ(startStub("then=hang").number("priorityClass"), DWORD{BELOW_NORMAL_PRIORITY_CLASS});
 }
 
+// As main sets it; the test program itself has the mode of whoever started it.
+constexpr UINT kBrokersErrorMode = SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX;
+
+class FfmpegErrorModeTest : public FfmpegProcessTest {
+protected:
+    FfmpegErrorModeTest() : before_(SetErrorMode(kBrokersErrorMode)) {}
+    ~FfmpegErrorModeTest() override { SetErrorMode(before_); }
+
+private:
+    const UINT before_;
+};
+
+UINT modeAtCreation = 0;
+BOOL WINAPI noteErrorMode(LPCWSTR program, LPWSTR line, SECURITY_ATTRIBUTES* process,
+                          SECURITY_ATTRIBUTES* thread, BOOL inherit, DWORD flags, void* environment,
+                          LPCWSTR folder, STARTUPINFOW* startup, PROCESS_INFORMATION* child) {
+    modeAtCreation = GetErrorMode();
+    return realFunction<decltype(CreateProcessW)>("CreateProcessW")(
+        program, line, process, thread, inherit, flags, environment, folder, startup, child);
+}
+
+TEST_F(FfmpegErrorModeTest, AtTheChildsCreationIsOneInWhichNothingPutsUpABox) {
+    const ImportSwap<decltype(noteErrorMode)> swap("CreateProcessW", noteErrorMode);
+    startStub("then=hang");
+    EXPECT_EQ(modeAtCreation, kBrokersErrorMode | SEM_NOGPFAULTERRORBOX);
+}
+
+TEST_F(FfmpegErrorModeTest, OfTheChildIsOneInWhichNothingPutsUpABox) {
+    if (runsUnderWine())
+        GTEST_SKIP() << "Wine's processes begin with the default error mode, whatever their parent's is";
+    EXPECT_EQ(startStub("then=hang").number("errorMode"), kBrokersErrorMode | SEM_NOGPFAULTERRORBOX);
+}
+
+TEST_F(FfmpegErrorModeTest, CrashesOfOurOwnAreReportedAgainAfterAStart) {
+    startStub("then=hang");
+    EXPECT_EQ(GetErrorMode(), kBrokersErrorMode);
+}
+
+TEST_F(FfmpegErrorModeTest, CrashesOfOurOwnAreReportedAgainAfterAStartThatFailed) {
+    const RefusedImport<decltype(CreateProcessW)> refused("CreateProcessW");
+    EXPECT_FALSE(decoder_.start(kSynthetic));
+    EXPECT_EQ(GetErrorMode(), kBrokersErrorMode);
+}
+
 // ---- what is reported ----
 
 TEST_F(FfmpegProcessTest, StartIsLogged) {
@@ -298,6 +342,30 @@ TEST_F(FfmpegRefusedTest, StartFailsWithOnePipeAndLeavesNoHandle) {
     EXPECT_EQ(ownHandleCount(), before);
 }
 
+std::vector<DWORD> pipeBytes;
+BOOL WINAPI notePipe(HANDLE* read, HANDLE* write, SECURITY_ATTRIBUTES* security, DWORD bytes) {
+    pipeBytes.push_back(bytes);
+    return realFunction<decltype(CreatePipe)>("CreatePipe")(read, write, security, bytes);
+}
+
+TEST_F(FfmpegProcessTest, OutputHasAPipeOfAMebibyteAndMessagesOneOfTheUsualSize) {
+    const ImportSwap<decltype(notePipe)> swap("CreatePipe", notePipe);
+    pipeBytes.clear();
+    startStub("then=hang");
+    EXPECT_EQ(pipeBytes, (std::vector<DWORD>{0x100000, 0}));
+}
+
+// The child would inherit no standard input, and its list of handles would hold one that is none.
+HANDLE WINAPI noNothing(LPCWSTR, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD, HANDLE) {
+    SetLastError(kRefusedError);
+    return INVALID_HANDLE_VALUE;
+}
+
+TEST_F(FfmpegRefusedTest, StartFailsWithoutTheNullDevice) {
+    const ImportSwap<decltype(noNothing)> swap("CreateFileW", noNothing);
+    expectLaunchFailed();
+}
+
 // Without the list the child would inherit whatever can be inherited.
 TEST_F(FfmpegRefusedTest, StartFailsWithoutTheListOfInheritedHandles) {
     {
@@ -351,6 +419,31 @@ TEST_F(FfmpegRefusedTest, AChildThatDoesNotGetIntoTheJobIsEnded) {
     refusedChild.reset();
 }
 
+TEST_F(FfmpegRefusedTest, AChildThatDoesNotBeginToRunIsNoStart) {
+    const RefusedImport<decltype(ResumeThread), -1> refused("ResumeThread");
+    expectLaunchFailed();
+    EXPECT_EQ(pollOnce(), -1);
+}
+
+std::vector<std::string> firstSteps;
+BOOL WINAPI noteAssignment(HANDLE job, HANDLE process) {
+    firstSteps.emplace_back("assigned");
+    return realFunction<decltype(AssignProcessToJobObject)>("AssignProcessToJobObject")(job, process);
+}
+DWORD WINAPI noteResumption(HANDLE thread) {
+    const DWORD suspensions = realFunction<decltype(ResumeThread)>("ResumeThread")(thread);
+    firstSteps.push_back("resumed, was suspended " + std::to_string(suspensions) + " times");
+    return suspensions;
+}
+
+TEST_F(FfmpegProcessTest, ChildBeginsToRunOnceItIsInItsJob) {
+    const ImportSwap<decltype(noteAssignment)> assignment("AssignProcessToJobObject", noteAssignment);
+    const ImportSwap<decltype(noteResumption)> resumption("ResumeThread", noteResumption);
+    firstSteps.clear();
+    startStub("then=hang");
+    EXPECT_EQ(firstSteps, (std::vector<std::string>{"assigned", "resumed, was suspended 1 times"}));
+}
+
 BOOL WINAPI onlySaySo(HANDLE, HANDLE) {
     return TRUE;
 }
@@ -362,6 +455,55 @@ TEST_F(FfmpegRefusedTest, StopEndsAChildThatItsJobDoesNotEnd) {
     ASSERT_TRUE(child.runs());
     decoder_.stop();
     EXPECT_FALSE(child.runs());
+}
+
+std::vector<std::string> lastSteps;
+BOOL WINAPI noteEndOfJob(HANDLE, UINT code) {
+    lastSteps.push_back("job ended with " + std::to_string(code));
+    return TRUE;
+}
+BOOL WINAPI noteEndOfProcess(HANDLE process, UINT code) {
+    lastSteps.push_back("process ended with " + std::to_string(code));
+    return realFunction<decltype(TerminateProcess)>("TerminateProcess")(process, code);
+}
+DWORD WINAPI noteWait(HANDLE, DWORD limitMs) {
+    lastSteps.push_back("waited " + std::to_string(limitMs) + " ms");
+    return WAIT_TIMEOUT;
+}
+
+TEST_F(FfmpegProcessTest, StopGivesTheJobTwoSecondsAndThenTheProcessOne) {
+    const FollowedProcess child(startStub("then=hang").number("pid"));
+    {
+        const ImportSwap<decltype(noteEndOfJob)> job("TerminateJobObject", noteEndOfJob);
+        const ImportSwap<decltype(noteEndOfProcess)> process("TerminateProcess", noteEndOfProcess);
+        const ImportSwap<decltype(noteWait)> wait("WaitForSingleObject", noteWait);
+        lastSteps.clear();
+        decoder_.stop();
+    }
+    EXPECT_EQ(lastSteps, (std::vector<std::string>{"job ended with 0", "waited 2000 ms",
+                                                   "process ended with 0", "waited 1000 ms"}));
+    EXPECT_TRUE(child.endsWithin(kPatience));
+}
+
+std::vector<DWORD> bytesAskedFor;
+BOOL WINAPI muchWaits(HANDLE, void*, DWORD, DWORD*, DWORD* waiting, DWORD*) {
+    *waiting = 1'000'000;
+    return TRUE;
+}
+BOOL WINAPI noteRead(HANDLE, void*, DWORD bytes, DWORD* taken, OVERLAPPED*) {
+    bytesAskedFor.push_back(bytes);
+    *taken = bytes;
+    return TRUE;
+}
+
+// A decoder that complains without a pause would keep the Supervisor for ever.
+TEST_F(FfmpegProcessTest, APollTakesFourPiecesOfTheMessagesAndThenTheFrame) {
+    startStub("then=hang");
+    const ImportSwap<decltype(muchWaits)> peek("PeekNamedPipe", muchWaits);
+    const ImportSwap<decltype(noteRead)> read("ReadFile", noteRead);
+    bytesAskedFor.clear();
+    EXPECT_EQ(pollOnce(777), 777);
+    EXPECT_EQ(bytesAskedFor, (std::vector<DWORD>{4096, 4096, 4096, 4096, 777}));
 }
 
 TEST_F(FfmpegRefusedTest, AnOutputThatCannotBeReadIsTheEndOfTheStream) {

@@ -3,9 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <atomic>
+#include <barrier>
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "import_swap_win.h"
@@ -304,6 +309,70 @@ TEST_F(GstRuntimeTest, RejectsAFolderThatTheSystemDoesNotTake) {
     EXPECT_TRUE(gstreamer_.calls.empty());
 }
 
+std::vector<std::pair<std::wstring, DWORD>>* loads = nullptr;
+HMODULE WINAPI recordingLoadLibraryEx(LPCWSTR path, HANDLE file, DWORD flags) {
+    loads->emplace_back(path, flags);
+    return realFunction<decltype(LoadLibraryExW)>("LoadLibraryExW")(path, file, flags);
+}
+
+// Whatever else is on the search path of the process, and however it came there.
+TEST_F(GstRuntimeTest, LoadsByWholePathAndLooksForImportsBesideThatAndInTheSystemOnly) {
+    installRuntime();
+    std::vector<std::pair<std::wstring, DWORD>> seen;
+    loads = &seen;
+    {
+        const ImportSwap<decltype(LoadLibraryExW)> swap("LoadLibraryExW", &recordingLoadLibraryEx);
+        EXPECT_TRUE(GstRuntime(places()).available());
+    }
+    std::vector<std::pair<std::wstring, DWORD>> expected;
+    for (const GstLibrary which : {GstLibrary::kGlib, GstLibrary::kGobject, GstLibrary::kGstreamer,
+                                   GstLibrary::kApp, GstLibrary::kVideo})
+        expected.emplace_back(library(which), 0x1100);
+    EXPECT_EQ(seen, expected);
+}
+
+std::vector<DLL_DIRECTORY_COOKIE> added;
+std::vector<DLL_DIRECTORY_COOKIE> removed;
+DLL_DIRECTORY_COOKIE WINAPI recordingAddDllDirectory(PCWSTR folder) {
+    added.push_back(realFunction<decltype(AddDllDirectory)>("AddDllDirectory")(folder));
+    return added.back();
+}
+BOOL WINAPI recordingRemoveDllDirectory(DLL_DIRECTORY_COOKIE cookie) {
+    removed.push_back(cookie);
+    return realFunction<decltype(RemoveDllDirectory)>("RemoveDllDirectory")(cookie);
+}
+
+TEST_F(GstRuntimeTest, TakesItsFolderBackOutOfTheSearch) {
+    installRuntime();
+    added.clear();
+    removed.clear();
+    const ImportSwap<decltype(AddDllDirectory)> add("AddDllDirectory", &recordingAddDllDirectory);
+    const ImportSwap<decltype(RemoveDllDirectory)> remove("RemoveDllDirectory", &recordingRemoveDllDirectory);
+    GstRuntime runtime(places());
+    ASSERT_TRUE(runtime.available());
+    ASSERT_EQ(added.size(), 1u);
+    EXPECT_TRUE(removed.empty());
+    runtime.unload();
+    EXPECT_EQ(removed, added);
+}
+
+// As installers write it. The folder must be one in every call that it is given to.
+TEST_F(GstRuntimeTest, TakesARootWithABackslashAtItsEnd) {
+    installRuntime();
+    machine_.set(L"GSTREAMER_1_0_ROOT_X86_64", runtimeRoot() + L"\\");
+    const GstRuntime runtime(places());
+    EXPECT_TRUE(runtime.available());
+    EXPECT_EQ(runtime.folder(), bin());
+}
+
+TEST_F(GstRuntimeTest, TakesAnEntryOfThePathWithSlashes) {
+    makeStubRuntime(bin(), LibraryNames::kMinGw);
+    std::wstring entry = bin() + L"/";
+    std::ranges::replace(entry, L'\\', L'/');
+    machine_.set(L"PATH", entry);
+    EXPECT_EQ(GstRuntime(places()).folder(), bin());
+}
+
 // --- What is set while it loads, and only then ---
 
 class GstLoadingVariables : public GstRuntimeTest {
@@ -314,6 +383,8 @@ protected:
         std::wstring registry;
         std::wstring plainRegistry;
         std::wstring ranks;
+        std::wstring helper;
+        std::wstring helperAtScan;
     };
     Seen whileLoading() {
         static Seen seen;
@@ -321,8 +392,12 @@ protected:
         next = gstreamer_.world().api.gst_init_check;
         gstreamer_.world().api.gst_init_check = [](std::int32_t* count, char*** arguments, GError** error) {
             seen = {valueOf(L"GST_REGISTRY_1_0"), valueOf(L"GST_REGISTRY"),
-                    valueOf(L"GST_PLUGIN_FEATURE_RANK")};
+                    valueOf(L"GST_PLUGIN_FEATURE_RANK"), valueOf(L"GST_REGISTRY_FORK"), L""};
             return next(count, arguments, error);
+        };
+        gstreamer_.world().api.gst_registry_scan_path = [](GstRegistry*, const char*) {
+            seen.helperAtScan = valueOf(L"GST_REGISTRY_FORK");
+            return kGstFalse;
         };
         const GstRuntime runtime(places());
         EXPECT_TRUE(runtime.available());
@@ -355,13 +430,55 @@ TEST_F(GstLoadingVariables, KeepAndExtendTheUsersRanks) {
     EXPECT_EQ(valueOf(L"GST_PLUGIN_FEATURE_RANK"), L"jpegdec:512");
 }
 
+// It would be a process outside the decoder's job, and the broker's end would leave it behind.
+TEST_F(GstLoadingVariables, LetNoHelperProcessLookAtThePlugins) {
+    const Seen seen = whileLoading();
+    EXPECT_EQ(seen.helper, L"no");
+    EXPECT_EQ(seen.helperAtScan, L"no");
+}
+
+TEST_F(GstLoadingVariables, LetNoHelperProcessLookAtThePluginsWhateverTheUserSays) {
+    const ScopedVariable users(L"GST_REGISTRY_FORK", L"yes");
+    EXPECT_EQ(whileLoading().helper, L"no");
+    EXPECT_EQ(valueOf(L"GST_REGISTRY_FORK"), L"yes");
+}
+
 TEST_F(GstLoadingVariables, AreGoneAfterwards) {
     whileLoading();
+    EXPECT_EQ(valueOf(L"GST_REGISTRY_FORK"), L"");
     EXPECT_EQ(valueOf(L"GST_REGISTRY_1_0"), L"");
     EXPECT_EQ(valueOf(L"GST_PLUGIN_FEATURE_RANK"), L"");
 }
 
 // --- The process's one runtime ---
+
+// Both the Supervisor and a self-test may be the first to ask. A test program has one such runtime for all
+// its tests, so this one is alone in its process wherever it matters.
+TEST_F(GstRuntimeTest, OfTheProcessIsLoadedOnceForThreadsThatAskAtTheSameTime) {
+    installRuntime();
+    static std::atomic<int> initialisations{0};
+    static decltype(GstApi::gst_init_check) next = nullptr;
+    next = gstreamer_.world().api.gst_init_check;
+    gstreamer_.world().api.gst_init_check = [](std::int32_t* count, char*** arguments, GError** error) {
+        ++initialisations;
+        Sleep(200);  // time for the other thread to come along
+        return next(count, arguments, error);
+    };
+    std::barrier together(2);
+    std::array<const GstApi*, 2> seen{};
+    {
+        std::array<std::jthread, 2> threads;
+        for (std::size_t i = 0; i < threads.size(); ++i) {
+            threads[i] = std::jthread([&, i] {
+                together.arrive_and_wait();
+                seen[i] = GstRuntime::instance(places()).api();
+            });
+        }
+    }
+    EXPECT_EQ(initialisations, 1);
+    EXPECT_NE(seen[0], nullptr);
+    EXPECT_EQ(seen[0], seen[1]);
+}
 
 TEST_F(GstRuntimeTest, OfTheProcessIsLookedForOnce) {
     const GstRuntime& first = GstRuntime::instance(places());

@@ -31,7 +31,8 @@ protected:
                 [this](EventCode code, std::int32_t value) {
                     events_.push_back(code);
                     EXPECT_EQ(value, 0);
-                }};
+                },
+                [this](std::wstring_view reason) { reasons_.emplace_back(reason); }};
     }
     bool start(DecoderBackend decoder) {
         BrokerSettings settings;
@@ -46,6 +47,7 @@ protected:
     FakeGstreamer gstreamer_;
     StubInstall install_;
     std::vector<std::wstring> statusTexts_;
+    std::vector<std::wstring> reasons_;
     std::vector<EventCode> events_;
     std::atomic<std::uint32_t> effectiveBackend_{0};
     Producer producer_{install_.root(), reports(), effectiveBackend_, [this] { return &gstreamer_.api(); }};
@@ -107,6 +109,42 @@ TEST_F(ProducerGstreamerTest, AutomaticStartsFfmpegWhereGstreamerFails) {
     EXPECT_EQ(effectiveBackend_.load(), 1u);
     EXPECT_EQ(events_, Events{EventCode::kFfmpegStart});
     EXPECT_TRUE(statusTexts_.empty());
+}
+
+TEST_F(ProducerGstreamerTest, AStartThatFailsIsExplained) {
+    gstreamer_.stateChange = kGstStateChangeFailure;
+    startGstreamer();
+    EXPECT_EQ(reasons_, Texts{L"GStreamer não conseguiu iniciar a origem."});
+}
+
+TEST_F(ProducerGstreamerTest, AStartThatFailsIsExplainedAlthoughFfmpegFollows) {
+    gstreamer_.parse = FakeGstreamer::Parse::kNothing;
+    start(DecoderBackend::kAutomatic);
+    EXPECT_EQ(reasons_, Texts{L"Não foi possível criar a pipeline GStreamer."});
+}
+
+TEST_F(ProducerGstreamerTest, AStreamThatEndsIsExplained) {
+    ASSERT_TRUE(startGstreamer());
+    EXPECT_EQ(read(), 0);
+    EXPECT_TRUE(reasons_.empty());
+    gstreamer_.streamEnded = true;
+    EXPECT_EQ(read(), -1);
+    EXPECT_EQ(reasons_, Texts{L"A origem GStreamer terminou."});
+}
+
+TEST_F(ProducerGstreamerTest, AStartThatSucceedsAndAFrameExplainNothing) {
+    ASSERT_TRUE(startGstreamer());
+    gstreamer_.sample = FakeGstreamer::goodSample();
+    EXPECT_EQ(read(), std::int32_t{kFrameBytes});
+    EXPECT_TRUE(reasons_.empty());
+}
+
+// So that "Backend efetivo" is not read as "what runs now".
+TEST_F(ProducerGstreamerTest, AStartOfGstreamerThatFailsLeavesTheEffectiveBackend) {
+    ASSERT_TRUE(startGstreamer());
+    gstreamer_.stateChange = kGstStateChangeFailure;
+    EXPECT_FALSE(startGstreamer());
+    EXPECT_EQ(effectiveBackend_.load(), 2u);
 }
 
 TEST_F(ProducerGstreamerTest, AFrameIsReadWhole) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -30,11 +31,13 @@ protected:
 
     ProducerReports reports() {
         return {[this](std::wstring_view text) { statusTexts_.emplace_back(text); },
-                [this](EventCode code, std::int32_t) { events_.push_back(code); }};
+                [this](EventCode code, std::int32_t) { events_.push_back(code); },
+                [this](std::wstring_view reason) { reasons_.emplace_back(reason); }};
     }
 
     StubInstall install_;
     std::vector<std::wstring> statusTexts_;
+    std::vector<std::wstring> reasons_;
     std::vector<EventCode> events_;
     std::atomic<std::uint32_t> effectiveBackend_{0};
     int runtimeLookups_ = 0;
@@ -85,6 +88,19 @@ TEST_F(ProducerTest, ChosenGstreamerWithoutRuntimeIsToldToTheUser) {
               (std::vector<std::wstring>{L"GStreamer indisponível: runtime x64 e plugins não instalados."}));
 }
 
+TEST_F(ProducerTest, ChosenGstreamerWithoutRuntimeIsExplained) {
+    producer_.start(kCamera, kRtspUrl, settingsWith(DecoderBackend::kGstreamer));
+    EXPECT_EQ(reasons_,
+              (std::vector<std::wstring>{
+                  L"GStreamer indisponível: runtime x64 ou plugins obrigatórios não encontrados."}));
+}
+
+TEST_F(ProducerTest, FfmpegExplainsNothing) {
+    producer_.start(kCamera, kRtspUrl, settingsWith(DecoderBackend::kAutomatic));
+    producer_.start(kSyntheticTest, L"", settingsWith(DecoderBackend::kGstreamer));
+    EXPECT_TRUE(reasons_.empty());
+}
+
 TEST_F(ProducerTest, ChosenGstreamerWithoutRuntimeIsNotLogged) {
     producer_.start(kCamera, kRtspUrl, settingsWith(DecoderBackend::kGstreamer));
     EXPECT_TRUE(events_.empty());
@@ -132,6 +148,22 @@ TEST_F(ProducerTest, RtspRunsOverUdpWhenTheSettingsSaySo) {
     settings.rtspUdp = true;
     ASSERT_TRUE(producer_.start(kCamera, kRtspUrl, settings));
     EXPECT_EQ(install_.record().argumentAfter(L"-rtsp_transport"), L"udp");
+}
+
+// The system's conversion would put another character in the place of the half.
+TEST_F(ProducerTest, AnAddressWithHalfASurrogatePairStartsNothing) {
+    const std::wstring url = std::wstring(L"rtsp://user:") + static_cast<wchar_t>(0xD800) + L"@10.0.0.1/live";
+    for (const DecoderBackend decoder : {DecoderBackend::kFfmpeg, DecoderBackend::kAutomatic})
+        EXPECT_FALSE(producer_.start(kCamera, url, settingsWith(decoder)));
+    EXPECT_TRUE(events_.empty());
+    EXPECT_FALSE(std::filesystem::exists(install_.root() + L"\\deps\\start-1.record"));
+}
+
+// As typed: reading the scheme without regard to case is the decoder's part.
+TEST_F(ProducerTest, ASchemeInCapitalsReachesFfmpegAsTyped) {
+    ASSERT_TRUE(producer_.start(kCamera, L"RTSP://Camera/Live", settingsWith(DecoderBackend::kFfmpeg)));
+    EXPECT_EQ(install_.record().argumentAfter(L"-i"), L"RTSP://Camera/Live");
+    EXPECT_EQ(install_.record().argumentAfter(L"-rtsp_transport"), L"tcp");
 }
 
 TEST_F(ProducerTest, FramesAreRead) {
