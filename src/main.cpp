@@ -33,6 +33,8 @@
 namespace vextra {
 namespace {
 
+constexpr std::uint32_t kEndLimitMs = 4000;  // what still runs then is ended with the process
+
 struct Folders {
     std::wstring installRoot;
     std::wstring data;    // created at start
@@ -170,9 +172,12 @@ ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders
 
     sendCommand(shared, wakeEvent.get(), SupervisorCommand::kQuit);
     supervisor.join();
-    window.joinUpdateWorker();
+    const bool workerEnded = window.joinUpdateWorker(kEndLimitMs);
     log.write(EventCode::kAppExitClean);
     log.close();
+    // A worker that the network holds still uses the window's parts; the process ends around it.
+    if (!workerEnded)
+        TerminateProcess(GetCurrentProcess(), static_cast<UINT>(ExitCode::kSuccess));
     return ExitCode::kSuccess;
 }
 

@@ -52,8 +52,9 @@ public:
     // Until the window is gone.
     void runMessageLoop();
 
-    // After the loop: waits for a check or a download that is still under way, which was told to end.
-    void joinUpdateWorker();
+    // After the loop: waits for a check or a download that is still under way, which was told to end. False
+    // when it did not within the limit; then this object may not be destroyed any more.
+    bool joinUpdateWorker(std::uint32_t limitMs);
 
 private:
     static LRESULT CALLBACK windowProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam);

@@ -79,9 +79,8 @@ void MainWindow::runMessageLoop() {
     }
 }
 
-void MainWindow::joinUpdateWorker() {
-    if (update_)
-        update_->shutDown();
+bool MainWindow::joinUpdateWorker(std::uint32_t limitMs) {
+    return !update_ || update_->shutDown(limitMs);
 }
 
 LRESULT CALLBACK MainWindow::windowProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {

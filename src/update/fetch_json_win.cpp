@@ -14,23 +14,44 @@ bool isJsonOfAllowedSize(const HttpsTransfer& transfer) {
     return type && isJsonContentType(*type) && transfer.contentLength().value_or(0) <= kMaxJsonBodyBytes;
 }
 
-// A length that was announced is no promise: what comes is counted. So is the time, for a server that sends a
-// byte now and then keeps every single read within its timeout.
-std::optional<std::string> readBody(HttpsTransfer& transfer, const UpdateCheckRequest& request) {
+// The time that a document may take: a server that sends a byte now and then keeps every single step within
+// its timeout.
+class Budget {
+public:
+    Budget(const HttpsTransfer& transfer, std::uint32_t totalMs, const std::atomic<bool>& cancel)
+        : transfer_(transfer), totalMs_(totalMs), cancel_(cancel) {}
+
+    // 0: it is over, or the broker ends.
+    std::uint32_t leftMs() const {
+        const Tick elapsed = transfer_.elapsedMs();
+        return cancel_ || elapsed >= totalMs_ ? 0 : static_cast<std::uint32_t>(totalMs_ - elapsed);
+    }
+
+private:
+    const HttpsTransfer& transfer_;
+    const std::uint32_t totalMs_;
+    const std::atomic<bool>& cancel_;
+};
+
+bool receiveHead(HttpsTransfer& transfer, const Budget& budget) {
+    const std::uint32_t left = budget.leftMs();
+    return left != 0 && transfer.setHeadTimeout(left) && transfer.receiveHead();
+}
+
+// A length that was announced is no promise: what comes is counted.
+std::optional<std::string> readBody(HttpsTransfer& transfer, const Budget& budget,
+                                    std::uint32_t operationTimeoutMs) {
     std::string body;
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): what is read fills it
     std::array<std::byte, kJsonReadBytes> piece;
-    for (Tick elapsed = transfer.elapsedMs(); elapsed < request.totalTimeoutMs;
-         elapsed = transfer.elapsedMs()) {
-        const auto left = static_cast<std::uint32_t>(request.totalTimeoutMs - elapsed);
-        if (!transfer.setReceiveTimeout(std::min(left, request.operationTimeoutMs)))
+    while (const std::uint32_t left = budget.leftMs()) {
+        if (!transfer.setReceiveTimeout(std::min(left, operationTimeoutMs)))
             return std::nullopt;
         const std::optional<std::size_t> bytes = transfer.read(piece);
         if (!bytes)
             return std::nullopt;
         if (*bytes == 0)
-            return !body.empty() && transfer.elapsedMs() < request.totalTimeoutMs ? std::optional(body)
-                                                                                  : std::nullopt;
+            return !body.empty() && budget.leftMs() != 0 ? std::optional(body) : std::nullopt;
         if (*bytes > kMaxJsonBodyBytes - body.size())
             return std::nullopt;
         body.append(reinterpret_cast<const char*>(piece.data()), *bytes);
@@ -40,13 +61,13 @@ std::optional<std::string> readBody(HttpsTransfer& transfer, const UpdateCheckRe
 
 }  // namespace
 
-std::optional<std::string> fetchJson(const UpdateCheckRequest& request) {
+std::optional<std::string> fetchJson(const UpdateCheckRequest& request, const std::atomic<bool>& cancel) {
     HttpsTransfer transfer;
-    if (!transfer.open(kJsonTransfer, request.manifestUrl.view(), request.operationTimeoutMs) ||
-        !transfer.send() || transfer.elapsedMs() >= request.totalTimeoutMs || !transfer.receiveHead() ||
-        !isJsonOfAllowedSize(transfer))
+    const Budget budget(transfer, request.totalTimeoutMs, cancel);
+    if (cancel || !transfer.open(kJsonTransfer, request.manifestUrl.view(), request.operationTimeoutMs) ||
+        !transfer.send() || !receiveHead(transfer, budget) || !isJsonOfAllowedSize(transfer))
         return std::nullopt;
-    return readBody(transfer, request);
+    return readBody(transfer, budget, request.operationTimeoutMs);
 }
 
 }  // namespace vextra

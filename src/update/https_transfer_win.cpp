@@ -1,5 +1,7 @@
 #include "update/https_transfer_win.h"
 
+#include <algorithm>
+
 #include "base/secret.h"
 
 namespace vextra {
@@ -80,6 +82,10 @@ bool HttpsTransfer::send() {
                               0) != FALSE;
 }
 
+bool HttpsTransfer::setHeadTimeout(std::uint32_t timeoutMs) {
+    return setOption(request_, WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, timeoutMs);
+}
+
 bool HttpsTransfer::receiveHead() {
     return WinHttpReceiveResponse(request_.get(), nullptr) &&
            numberHeader(WINHTTP_QUERY_STATUS_CODE) == HTTP_STATUS_OK;
@@ -111,9 +117,15 @@ bool HttpsTransfer::setReceiveTimeout(std::uint32_t timeoutMs) {
     return setOption(request_, WINHTTP_OPTION_RECEIVE_TIMEOUT, timeoutMs);
 }
 
+// WinHttpReadData returns when the whole buffer is full, and its timeout begins anew with everything that
+// arrives: a server that drips would hold it for hours.
 std::optional<std::size_t> HttpsTransfer::read(std::span<std::byte> buffer) {
+    DWORD available = 0;
+    if (!WinHttpQueryDataAvailable(request_.get(), &available))
+        return std::nullopt;
+    const DWORD wanted = std::min(available, static_cast<DWORD>(buffer.size()));
     DWORD taken = 0;
-    if (!WinHttpReadData(request_.get(), buffer.data(), static_cast<DWORD>(buffer.size()), &taken))
+    if (wanted != 0 && !WinHttpReadData(request_.get(), buffer.data(), wanted, &taken))
         return std::nullopt;
     return taken;
 }

@@ -1,5 +1,6 @@
 // One GET over HTTPS, step by step: certificates are checked by the system, and neither redirects nor cookies
-// nor credentials leave this machine. One thread, which every call may block for about the timeout.
+// nor credentials leave this machine. One thread, which a call blocks until its step is done or its timeout
+// over; resolving, connecting and the TLS handshake are together one step.
 #pragma once
 
 #include <windows.h>
@@ -33,6 +34,8 @@ public:
     // resolve, connect, send and receive.
     bool open(const TransferProfile& profile, std::wstring_view url, std::uint32_t timeoutMs);
     bool send();
+    // How long the head of the response may take as a whole. Not 0, which has a meaning of its own.
+    bool setHeadTimeout(std::uint32_t timeoutMs);
     // The head of the response. True only for status 200.
     bool receiveHead();
 
@@ -40,7 +43,8 @@ public:
     std::optional<std::uint32_t> contentLength() const;
 
     bool setReceiveTimeout(std::uint32_t timeoutMs);
-    // The number of bytes that were read; 0 at the end of the body.
+    // What has arrived, as far as it has room; waits only while there is nothing. The number of bytes; 0 at
+    // the end of the body.
     std::optional<std::size_t> read(std::span<std::byte> buffer);
 
     // Since just before the session was opened.

@@ -78,7 +78,8 @@ bool receiveInstaller(HANDLE file, const UpdateManifest& manifest, const Progres
     HttpsTransfer transfer;
     if (!hash.ready() ||
         !transfer.open(kInstallerTransfer, widenedAscii(manifest.installerUrl), kInstallerTimeoutMs) ||
-        progress.cancel || !transfer.send() || !transfer.receiveHead() || progress.cancel ||
+        progress.cancel || !transfer.send() || progress.cancel ||
+        !transfer.setHeadTimeout(kInstallerTimeoutMs) || !transfer.receiveHead() || progress.cancel ||
         !receiveBody(transfer, file, hash, manifest, progress))
         return false;
     const std::optional<Sha256Digest> digest = hash.finish();

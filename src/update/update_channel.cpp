@@ -1,5 +1,6 @@
 #include "update/update_channel.h"
 
+#include <chrono>
 #include <utility>
 
 #include "base/ascii.h"
@@ -20,6 +21,11 @@ constexpr UpdateQuestion kInstallQuestion{
     L"Atualização Câmera Virtual Vextra MF"};
 
 }  // namespace
+
+UpdateChannel::~UpdateChannel() {
+    beginShutdown();
+    joinWorker();
+}
 
 void UpdateChannel::startCheck(CheckKind kind) {
     if (shuttingDown_ || busy_)
@@ -45,7 +51,7 @@ void UpdateChannel::startCheck(CheckKind kind) {
                0);
     startWorker(
         [this, url = std::move(settings.manifestUrl)] {
-            UpdateCheckResult result = doors_.runCheck(updateCheckRequest(url, channel_));
+            UpdateCheckResult result = doors_.runCheck(updateCheckRequest(url, channel_), cancel_);
             const std::lock_guard guard(updateResultLock_);
             checkResult_ = std::move(result);
         },
@@ -158,9 +164,13 @@ void UpdateChannel::beginShutdown() {
     cancel_ = true;
 }
 
-void UpdateChannel::shutDown() {
+bool UpdateChannel::shutDown(std::uint32_t limitMs) {
     beginShutdown();
+    if (worker_.joinable() &&
+        workerDone_.wait_for(std::chrono::milliseconds(limitMs)) != std::future_status::ready)
+        return false;
     joinWorker();
+    return true;
 }
 
 bool UpdateChannel::installerButtonEnabled(const CameraActivity& camera) const {
@@ -180,10 +190,13 @@ UpdateManifest UpdateChannel::currentManifest() {
 
 // noexcept: a system that has no thread to give ends the program, as does a worker that would join itself.
 void UpdateChannel::startWorker(std::function<void()> work, UpdateCompletion completion) noexcept {
-    worker_ = std::thread([this, completion, task = std::move(work)] {
+    std::promise<void> done;
+    workerDone_ = done.get_future();
+    worker_ = std::thread([this, completion, task = std::move(work), end = std::move(done)]() mutable {
         task();
         finished_ = static_cast<std::uint32_t>(completion);
         doors_.postCompletion(completion);
+        end.set_value();
     });
 }
 

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <future>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -67,8 +68,8 @@ struct UpdateChannelDoors {
     std::function<void(EventCode, std::int32_t)> log;
     std::function<bool(const UpdateManifest&, const std::wstring& installerPath)> openInstaller;
 
-    // Called on the worker. The download looks at `cancel` between its steps and writes `progressPercent`.
-    std::function<UpdateCheckResult(UpdateCheckRequest)> runCheck;
+    // Called on the worker. Both look at `cancel` between their steps; the download writes `progressPercent`.
+    std::function<UpdateCheckResult(UpdateCheckRequest, const std::atomic<bool>& cancel)> runCheck;
     std::function<DownloadResult(const UpdateManifest&, const std::atomic<bool>& cancel,
                                  std::atomic<std::uint32_t>& progressPercent)>
         download;
@@ -82,7 +83,8 @@ public:
         : channel_(channel), doors_(std::move(doors)) {}
     UpdateChannel(const UpdateChannel&) = delete;
     UpdateChannel& operator=(const UpdateChannel&) = delete;
-    ~UpdateChannel() { shutDown(); }
+    // Waits for the worker, however long it takes.
+    ~UpdateChannel();
 
     // What the user and the system ask for. Nothing happens while it cannot.
     void startCheck(CheckKind kind);
@@ -91,10 +93,12 @@ public:
     // The window received a completion message with this number. One that no worker sent is ignored.
     void handleCompletion(std::uint64_t number);
 
-    // From here on nothing is started, and a download ends with its current piece. Returns at once.
+    // From here on nothing is started, and the worker ends with its current step. Returns at once.
     void beginShutdown();
-    // The same, and waits for the worker: up to a document's total time.
-    void shutDown();
+    // The same, and waits for the worker, but no longer than the limit: its step may be one that the network
+    // holds. True when no worker is left. False: it still uses this object, which then may not be destroyed;
+    // all that is left to do is to end the process.
+    bool shutDown(std::uint32_t limitMs);
 
     // What the window shows.
     bool busy() const { return busy_; }
@@ -128,7 +132,8 @@ private:
     bool shuttingDown_ = false;
     Tick nextStartupCheck_ = 0;  // no start-up check before this
     std::wstring_view buttonLabel_ = kDownloadLabel;
-    std::thread worker_;  // the one that may exist
+    std::thread worker_;            // the one that may exist
+    std::future<void> workerDone_;  // ready when it has nothing left to do
 
     // Shared with the worker.
     std::atomic<std::uint32_t> progressPercent_{0};  // written by the worker

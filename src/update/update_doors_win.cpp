@@ -6,13 +6,15 @@
 
 namespace vextra {
 
-UpdateCheckResult checkForUpdate(UpdateCheckRequest request, const UpdateChannelIdentity& channel) {
+UpdateCheckResult checkForUpdate(UpdateCheckRequest request, const UpdateChannelIdentity& channel,
+                                 const std::atomic<bool>& cancel) {
     return runUpdateCheck(
         std::move(request), channel,
-        {.fetchJson = fetchJson,
-         .verifySignature = [&channel](std::string_view message, std::string_view signatureHex) {
-             return verifyManifestSignature(message, signatureHex, channel.publicKey);
-         }});
+        {.fetchJson = [&cancel](const UpdateCheckRequest& one) { return fetchJson(one, cancel); },
+         .verifySignature =
+             [&channel](std::string_view message, std::string_view signatureHex) {
+                 return verifyManifestSignature(message, signatureHex, channel.publicKey);
+             }});
 }
 
 UpdateChannelDoors systemUpdateDoors(HWND owner, const UpdateChannelIdentity& channel) {
@@ -25,8 +27,8 @@ UpdateChannelDoors systemUpdateDoors(HWND owner, const UpdateChannelIdentity& ch
     doors.openInstaller = [owner, &channel](const UpdateManifest& manifest, const std::wstring& path) {
         return openVerifiedInstaller(owner, manifest, path, channel);
     };
-    doors.runCheck = [&channel](UpdateCheckRequest request) {
-        return checkForUpdate(std::move(request), channel);
+    doors.runCheck = [&channel](UpdateCheckRequest request, const std::atomic<bool>& cancel) {
+        return checkForUpdate(std::move(request), channel, cancel);
     };
     doors.download = [&channel](const UpdateManifest& manifest, const std::atomic<bool>& cancel,
                                 std::atomic<std::uint32_t>& progressPercent) {

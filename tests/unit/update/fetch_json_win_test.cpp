@@ -19,6 +19,7 @@ using test::realFunction;
 using test::ServedFolder;
 using test::UpdateServer;
 
+const std::atomic<bool> never{false};
 constexpr const char* kBody = "{ \"signature\": \"0f\" }";
 
 class FetchJson : public testing::Test {
@@ -38,7 +39,7 @@ protected:
         return server->origin(kind) + folder->place() + "/document.json";
     }
     std::optional<std::string> fetch(std::string_view kind = "good") const {
-        return fetchJson(requestOf(url(kind)));
+        return fetchJson(requestOf(url(kind)), never);
     }
     std::optional<std::string> fetchWith(std::string_view reply, std::string_view body = kBody) const {
         folder->put("document.json", body, reply);
@@ -69,7 +70,7 @@ TEST_F(FetchJson, IntroducesItselfAndSendsNothingMore) {
 
 TEST_F(FetchJson, SendsTheQueryUnchanged) {
     folder->put("document.json", kBody);
-    EXPECT_EQ(fetchJson(requestOf(url() + "?a=b%2F&c")), kBody);
+    EXPECT_EQ(fetchJson(requestOf(url() + "?a=b%2F&c"), never), kBody);
     EXPECT_NE(folder->requests("document.json").find("/document.json?a=b%2F&c HTTP/1.1"), std::string::npos);
 }
 
@@ -88,7 +89,7 @@ TEST_F(FetchJson, TakesStatus200Alone) {
 TEST_F(FetchJson, FollowsNoRedirect) {
     folder->put("target.json", kBody);
     const std::string target = server->origin() + folder->place() + "/target.json";
-    ASSERT_EQ(fetchJson(requestOf(target)), kBody);
+    ASSERT_EQ(fetchJson(requestOf(target), never), kBody);
     const std::string asked = folder->requests("target.json");
     for (const int status : {301, 302, 303, 307, 308}) {
         EXPECT_EQ(fetchWith("{\"status\":" + std::to_string(status) + ",\"headers\":{\"Location\":\"" +
@@ -146,7 +147,7 @@ TEST_F(FetchJson, GivesUpAServerThatDrips) {
     request.operationTimeoutMs = 500;
     request.totalTimeoutMs = 1000;
     const Tick begin = GetTickCount64();
-    EXPECT_EQ(fetchJson(request), std::nullopt);
+    EXPECT_EQ(fetchJson(request, never), std::nullopt);
     // Wine reads until its buffer is full and so learns late that the time is over; it must not succeed,
     // though.
     if (!runsUnderWine()) {
@@ -160,7 +161,7 @@ TEST_F(FetchJson, GivesUpAServerThatStalls) {
     request.operationTimeoutMs = 500;
     request.totalTimeoutMs = 5000;
     const Tick begin = GetTickCount64();
-    EXPECT_EQ(fetchJson(request), std::nullopt);
+    EXPECT_EQ(fetchJson(request, never), std::nullopt);
     EXPECT_LT(GetTickCount64() - begin, 5000u);
 }
 
@@ -244,16 +245,16 @@ TEST_F(FetchJson, SpeaksToHttpsServersAlone) {
     folder->put("document.json", kBody);
     std::string plain = url();
     plain.erase(4, 1);
-    EXPECT_EQ(fetchJson(requestOf(plain)), std::nullopt);
+    EXPECT_EQ(fetchJson(requestOf(plain), never), std::nullopt);
     std::string user = url();
     user.insert(8, "u:p@");
-    EXPECT_EQ(fetchJson(requestOf(user)), std::nullopt);
+    EXPECT_EQ(fetchJson(requestOf(user), never), std::nullopt);
     EXPECT_EQ(folder->requests("document.json"), "");
 }
 
 TEST_F(FetchJson, FailsWhereNobodyListens) {
-    EXPECT_EQ(fetchJson(requestOf("https://localhost:1/document.json")), std::nullopt);
-    EXPECT_EQ(fetchJson(requestOf("https://updates.vextra.invalid/document.json")), std::nullopt);
+    EXPECT_EQ(fetchJson(requestOf("https://localhost:1/document.json"), never), std::nullopt);
+    EXPECT_EQ(fetchJson(requestOf("https://updates.vextra.invalid/document.json"), never), std::nullopt);
 }
 
 TEST_F(FetchJson, FetchesMissingFilesAsNothing) {

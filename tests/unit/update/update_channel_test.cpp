@@ -22,6 +22,7 @@ constexpr const wchar_t* kLaunchedText = L"Instalador aberto. Conclua o assisten
 constexpr const wchar_t* kNotLaunchedText =
     L"Instalador não iniciado ou autorização cancelada. Câmera preservada.";
 constexpr CameraActivity kIdleCamera{false, false, 0};
+constexpr std::uint32_t kNoLimitMs = 60'000;  // what takes so long does not end
 
 struct Said {
     enum class Where { kStatus = 1, kNotice, kBalloon, kQuestion, kLog } where;
@@ -77,9 +78,10 @@ protected:
                     return installerOpens;
                 },
             .runCheck =
-                [this](UpdateCheckRequest request) {
+                [this](UpdateCheckRequest request, const std::atomic<bool>& cancel) {
                     const std::wstring_view url = request.manifestUrl.view();
                     checked.emplace_back(url);
+                    stayUntilToldOtherwise(cancel);
                     return result;
                 },
             .download =
@@ -87,9 +89,7 @@ protected:
                        std::atomic<std::uint32_t>& progressPercent) {
                     downloaded.push_back(manifest);
                     progressPercent = 42;
-                    while (waitForCancel && !cancel)
-                        std::this_thread::yield();
-                    cancelSeen = cancel.load();
+                    stayUntilToldOtherwise(cancel);
                     return download;
                 },
             .postCompletion =
@@ -99,6 +99,13 @@ protected:
                     postedOne.notify_all();
                 },
         };
+    }
+
+    // On the worker.
+    void stayUntilToldOtherwise(const std::atomic<bool>& cancel) {
+        while ((waitForCancel && !cancel) || networkHolds)
+            std::this_thread::yield();
+        cancelSeen = cancel.load();
     }
 
     void say(Said::Where where, std::wstring_view text) { said.push_back({where, std::wstring(text)}); }
@@ -147,6 +154,7 @@ protected:
     UpdateCheckResult result;
     DownloadResult download;
     bool waitForCancel = false;
+    std::atomic<bool> networkHolds{false};  // in a step that no flag ends
     std::atomic<bool> cancelSeen{false};
     std::vector<std::wstring> checked;       // a worker's until it is joined
     std::vector<UpdateManifest> downloaded;  // likewise
@@ -363,7 +371,7 @@ TEST_F(UpdateWindow, NothingElseStartsWhileADownloadRuns) {
     channel.startCheck(CheckKind::kStartup);
     channel.pressInstallerButton();
     EXPECT_TRUE(takeSaid().empty());
-    channel.shutDown();
+    EXPECT_TRUE(channel.shutDown(kNoLimitMs));
     EXPECT_EQ(checks(), 1u);
     EXPECT_EQ(downloaded.size(), 1u);
 }
@@ -403,7 +411,7 @@ TEST_F(UpdateWindow, AMessageOfTheOtherKindIsIgnored) {
     channel.handleCompletion(2);  // too early: were it believed, the window would wait for the whole download
     EXPECT_TRUE(takeSaid().empty());
     EXPECT_TRUE(channel.busy());
-    channel.shutDown();
+    EXPECT_TRUE(channel.shutDown(kNoLimitMs));
 }
 
 TEST_F(UpdateWindow, ARepeatedMessageIsIgnored) {
@@ -533,15 +541,32 @@ TEST_F(UpdateWindow, TheEndCancelsADownloadAndWaitsForIt) {
     check();
     waitForCancel = true;
     channel.pressInstallerButton();
-    channel.shutDown();
+    EXPECT_TRUE(channel.shutDown(kNoLimitMs));
     EXPECT_TRUE(cancelSeen);
 }
 
-TEST_F(UpdateWindow, TheEndWaitsForACheck) {
+TEST_F(UpdateWindow, TheEndCancelsACheckAndWaitsForIt) {
+    waitForCancel = true;
     channel.startCheck(CheckKind::kManual);
-    channel.shutDown();
-    EXPECT_EQ(checks(), 1u);
-    channel.shutDown();  // a second time is no harm
+    EXPECT_TRUE(channel.shutDown(kNoLimitMs));
+    EXPECT_TRUE(cancelSeen);
+    EXPECT_TRUE(channel.shutDown(0));  // a second time is no harm
+}
+
+TEST_F(UpdateWindow, TheEndWaitsNoLongerThanItsLimit) {
+    networkHolds = true;
+    channel.startCheck(CheckKind::kManual);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_FALSE(channel.shutDown(100));
+    const auto waited = std::chrono::steady_clock::now() - begin;
+    EXPECT_GE(waited, std::chrono::milliseconds(100));
+    EXPECT_LT(waited, std::chrono::seconds(5));
+    networkHolds = false;
+    EXPECT_TRUE(channel.shutDown(kNoLimitMs));
+}
+
+TEST_F(UpdateWindow, TheEndHasNothingToWaitForWithoutAWorker) {
+    EXPECT_TRUE(channel.shutDown(0));
 }
 
 }  // namespace

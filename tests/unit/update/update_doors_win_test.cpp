@@ -44,10 +44,11 @@ TEST(UpdateDoors, TakeAnythingButYesForNo) {
 }
 
 TEST(UpdateDoors, CheckTheRequestBeforeAnythingIsSent) {
-    EXPECT_EQ(checkForUpdate({}, builtInChannel()).code, UpdateCode::kNotConfigured);
+    const std::atomic<bool> cancel{false};
+    EXPECT_EQ(checkForUpdate({}, builtInChannel(), cancel).code, UpdateCode::kNotConfigured);
     UpdateCheckRequest request;
     request.manifestUrl.assign(L"http://localhost/beta.json");
-    EXPECT_EQ(checkForUpdate(request, builtInChannel()).code, UpdateCode::kInvalidRequest);
+    EXPECT_EQ(checkForUpdate(request, builtInChannel(), cancel).code, UpdateCode::kInvalidRequest);
 }
 
 }  // namespace

@@ -195,7 +195,7 @@ TEST_F(UpdateLoop, EndsWithTheProgramInTheMiddleOfADownload) {
     for (int waitedMs = 0; waitedMs < 5000 && !fileExists(served + L".requests"); waitedMs += 10)
         Sleep(10);
     const Tick begin = GetTickCount64();
-    channel->shutDown();
+    EXPECT_TRUE(channel->shutDown(10'000));
     EXPECT_LT(GetTickCount64() - begin, 3000u);
     EXPECT_TRUE(localAppData->downloads().empty());
 }
