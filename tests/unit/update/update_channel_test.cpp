@@ -378,11 +378,43 @@ TEST_F(UpdateWindow, NothingElseStartsWhileADownloadRuns) {
 
 TEST_F(UpdateWindow, ACheckThatBeganWhileTheUserWasAskedKeepsTheDownloadFromStarting) {
     check();
-    whileAsking = [this] { channel.startCheck(CheckKind::kManual); };
+    whileAsking = [this] {
+        channel.startCheck(CheckKind::kManual);
+        takeSaid();
+    };
     channel.pressInstallerButton();
+    EXPECT_EQ(takeSaid(), (std::vector<Said>{{kNotice, kCheckingText}}));
     deliver();
     EXPECT_TRUE(downloaded.empty());
     EXPECT_EQ(checks(), 2u);
+}
+
+TEST_F(UpdateWindow, ACheckThatEndedWhileTheUserWasAskedSaysWhyThereIsNoDownload) {
+    check();
+    whileAsking = [this] {
+        result = {UpdateCode::kUpToDate, L"nothing newer", {}};
+        check();
+        takeSaid();
+    };
+    channel.pressInstallerButton();
+    EXPECT_EQ(takeSaid(), (std::vector<Said>{{kNotice, L"nothing newer"}}));
+    EXPECT_TRUE(downloaded.empty());
+}
+
+TEST_F(UpdateWindow, ADownloadThatBeganWhileTheUserWasAskedIsTheOnlyOne) {
+    check();
+    waitForCancel = true;
+    whileAsking = [this] {
+        whileAsking = nullptr;
+        channel.pressInstallerButton();
+        takeSaid();
+    };
+    channel.pressInstallerButton();
+    const std::vector<std::wstring> said = takeSaid(kNotice);
+    ASSERT_EQ(said.size(), 1u);
+    EXPECT_TRUE(said[0].starts_with(L"Baixando instalador MF: "));
+    EXPECT_TRUE(channel.shutDown(kNoLimitMs));
+    EXPECT_EQ(downloaded.size(), 1u);
 }
 
 TEST_F(UpdateWindow, AnEndThatBeganWhileTheUserWasAskedKeepsTheDownloadFromStarting) {
@@ -418,6 +450,21 @@ TEST_F(UpdateWindow, ARepeatedMessageIsIgnored) {
     check();
     takeSaid();
     channel.handleCompletion(1);
+    EXPECT_TRUE(takeSaid().empty());
+}
+
+TEST_F(UpdateWindow, ACompletionWhoseMessageWasLostIsCaughtUpWith) {
+    channel.catchUp();  // nothing to catch up with
+    EXPECT_TRUE(takeSaid().empty());
+    channel.startCheck(CheckKind::kManual);
+    {
+        std::unique_lock guard(postLock);
+        ASSERT_TRUE(postedOne.wait_for(guard, std::chrono::seconds(10), [this] { return !posted.empty(); }));
+    }
+    channel.catchUp();
+    EXPECT_FALSE(channel.busy());
+    takeSaid();
+    channel.handleCompletion(1);  // should the message come after all
     EXPECT_TRUE(takeSaid().empty());
 }
 
@@ -494,9 +541,13 @@ TEST_F(UpdateWindow, ACheckThatEndedWhileTheUserWasAskedKeepsTheEarlierInstaller
     whileAsking = [this] {
         result.manifest.version = "0.4.0";
         check();
+        takeSaid();
     };
     channel.pressInstallerButton();
     EXPECT_TRUE(opened.empty());
+    EXPECT_EQ(takeSaid(kNotice),
+              std::vector<std::wstring>{
+                  L"Nova versão 0.4.0 disponível • assinatura MF validada. Baixe para atualizar."});
     EXPECT_EQ(channel.installerButtonLabel(), L"Baixar atualização");
 }
 
