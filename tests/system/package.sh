@@ -16,8 +16,9 @@ fail() {
     echo "package: $*" >&2
     exit 1
 }
-make() { # FOLDER [--release]; sets ZIP
-    ZIP=$(/usr/bin/python3 "$root/packaging/release/package.py" --build "$build" --out "$@")
+pack() { /usr/bin/python3 "$root/packaging/release/package.py" --build "$build" --out "$@"; } # FOLDER [--release]
+make() { # FOLDER; sets ZIP
+    ZIP=$(pack "$1")
 }
 entries() { /usr/bin/python3 -c 'import sys, zipfile; print(*zipfile.ZipFile(sys.argv[1]).namelist(), sep="\n")' "$ZIP"; }
 
@@ -48,7 +49,7 @@ kind=''  # of a build of its own channel; others are trials, and say so
 [[ ${first##*/} == CameraVirtualVextraMF-0.2.0-beta.5$kind-windows-x64.zip ]] || fail "it is called ${first##*/}"
 if [[ -n $kind ]]; then
     grep -qaF VEXTRA_CHANNEL_KIND=trial "$build/bin/CameraVirtualVextraMF.exe" || fail 'the broker does not say its kind'
-    ! make "$dir/release" --release 2>"$dir/refusal.log" || fail 'a trial was released'
+    ! pack "$dir/release" --release 2>"$dir/refusal.log" || fail 'a trial was released'
     grep -qF 'not a release but a trial' "$dir/refusal.log" || fail "another reason was given: $(<"$dir/refusal.log")"
 fi
 diff - <(entries) <<'END' || fail 'other entries than these, or in another order'
