@@ -1,7 +1,9 @@
 # The identity of the update channel, compiled into the broker; see docs/update-channel.md.
 #
 # By default nobody's server can be reached (names under .invalid never resolve, RFC 6761), and the key is one
-# that this build folder made for itself.
+# that this build folder made for itself: a trial, which is never released (packaging/release/package.py). A server
+# that can be reached needs the publisher's key, for with a key that is thrown away all brokers would refuse every
+# update for ever.
 set(VEXTRA_UPDATE_ORIGIN "https://updates.vextra.invalid" CACHE STRING "Origin of the update channel: https://host[:port]")
 set(VEXTRA_CHANNEL_PUBLIC_KEY "" CACHE FILEPATH "PEM file with the channel's P-256 public key; empty: a throw-away pair")
 
@@ -9,9 +11,22 @@ if(NOT VEXTRA_UPDATE_ORIGIN MATCHES "^https://[a-z0-9]([a-z0-9.-]*[a-z0-9])?(:[1
     message(FATAL_ERROR "VEXTRA_UPDATE_ORIGIN is not an https origin without a path: ${VEXTRA_UPDATE_ORIGIN}")
 endif()
 
+set(throw_away_name throw-away-channel.public.pem)
 set(channel_key_file ${VEXTRA_CHANNEL_PUBLIC_KEY})
+get_filename_component(channel_key_name "${channel_key_file}" NAME)
+set(VEXTRA_CHANNEL_KIND release)
+if(NOT channel_key_file OR channel_key_name STREQUAL throw_away_name)
+    set(VEXTRA_CHANNEL_KIND trial)
+endif()
+if(VEXTRA_UPDATE_ORIGIN MATCHES "^https://([a-z0-9.-]+[.])?invalid(:[0-9]+)?$")
+    set(VEXTRA_CHANNEL_KIND trial)
+elseif(VEXTRA_CHANNEL_KIND STREQUAL trial)
+    message(FATAL_ERROR "VEXTRA_UPDATE_ORIGIN names a real server, ${VEXTRA_UPDATE_ORIGIN}, and "
+        "VEXTRA_CHANNEL_PUBLIC_KEY names no publisher's key: no broker of this build could ever be updated")
+endif()
+
 if(NOT channel_key_file)
-    set(channel_key_file ${CMAKE_BINARY_DIR}/throw-away-channel.public.pem)
+    set(channel_key_file ${CMAKE_BINARY_DIR}/${throw_away_name})
     if(NOT EXISTS ${channel_key_file})
         find_program(VEXTRA_OPENSSL openssl DOC "Makes the throw-away pair")
         if(NOT VEXTRA_OPENSSL)

@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
 """Makes the package that people install from: CameraVirtualVextraMF-<version>-windows-x64.zip.
 
-    package.py --build BUILD --out FOLDER
+    package.py --build BUILD --out FOLDER [--release]
 
-BUILD holds bin, deps and tools as built; programs of a checked build are refused. The same input gives the same bytes:
+BUILD holds bin, deps and tools as built; programs of a checked build are refused. A broker without an update channel of
+its own (no server, or a key that was thrown away) makes a trial, CameraVirtualVextraMF-<version>-trial-windows-x64.zip,
+and with --release none at all. The same input gives the same bytes:
 entries are sorted, and times and modes are fixed. Licence texts of the compiler's runtime are taken from the Debian packages that it was linked from.
 """
 import argparse
@@ -21,6 +23,10 @@ COMMON_LICENCES = pathlib.Path("/usr/share/common-licenses")
 
 # The name of a variable that programs of a checked build know (tests/support/trap_report), as they hold it.
 MARK_OF_CHECKED_BUILD = "VEXTRA_TRAP_REPORT".encode("utf-16-le")
+
+BROKER = "bin/CameraVirtualVextraMF.exe"
+# What a broker holds whose updates are a publisher's (src/update/built_in_channel.cpp.in).
+MARK_OF_RELEASE = b"VEXTRA_CHANNEL_KIND=release\0"
 
 EARLIEST_ZIP_TIME = (1980, 1, 1, 0, 0, 0)
 UNIX = 3
@@ -66,7 +72,7 @@ def contents(build):
     }
     return {
         "LEIA-ME.txt": for_windows(HERE / "LEIA-ME.txt", values),
-        "bin/CameraVirtualVextraMF.exe": (build / "bin" / "CameraVirtualVextraMF.exe").read_bytes(),
+        BROKER: (build / BROKER).read_bytes(),
         "deps/ffmpeg.exe": (build / "deps" / "ffmpeg.exe").read_bytes(),
         "tools/vextra-provision.exe": (build / "tools" / "vextra-provision.exe").read_bytes(),
         "licenses/LEIA-ME.txt": for_windows(HERE / "licenses.txt", values),
@@ -110,11 +116,17 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", type=pathlib.Path, required=True)
     parser.add_argument("--out", type=pathlib.Path, required=True)
+    parser.add_argument("--release", action="store_true")
     options = parser.parse_args()
     files = contents(options.build)
     refuse_checked(files)
+    trial = MARK_OF_RELEASE not in files[BROKER]
+    if trial and options.release:
+        sys.exit("package: not a release but a trial: this broker was built without an update channel of its own, and could "
+                 "never be updated. Configure the build with -DVEXTRA_UPDATE_ORIGIN=https://... and "
+                 "-DVEXTRA_CHANNEL_PUBLIC_KEY=FILE (docs/update-channel.md)")
     options.out.mkdir(parents=True, exist_ok=True)
-    path = options.out / f"CameraVirtualVextraMF-{version()}-windows-x64.zip"
+    path = options.out / f"CameraVirtualVextraMF-{version()}{'-trial' if trial else ''}-windows-x64.zip"
     write_zip(path, files)
     print(path)
 

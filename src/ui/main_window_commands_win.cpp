@@ -289,6 +289,7 @@ UpdateChannelDoors MainWindow::updateDoors() {
 
 // On every tick of the timer: by the Supervisor's words, without a look into the demand file.
 void MainWindow::refreshUpdateButtons() {
+    update_->catchUp();  // a full message queue takes no completion
     const CameraActivity activity{shared_.active, shared_.previewRuns(GetTickCount64()), shared_.leaseCount};
     controls_.setEnabled(kIdCheckUpdate, update_->checkButtonEnabled());
     controls_.setEnabled(kIdDownloadUpdate, update_->installerButtonEnabled(activity));

@@ -8,13 +8,23 @@
 #include <string>
 #include <string_view>
 
+#include "update/strict_url.h"
+
 namespace vextra {
 
 // A P-256 point: X, then Y, 32 bytes each, big-endian (SEC 1, without the leading 0x04).
 using EcPoint = std::array<std::byte, 64>;
 
+// Whether the text is an origin and nothing more: "https://host" or "https://host:port". In small letters,
+// for it is compared byte by byte.
+constexpr bool isChannelOrigin(std::string_view text) {
+    return isStrictHttpsUrl(text) &&
+           text.find_first_of("/?", detail::kScheme.size()) == std::string_view::npos &&
+           std::ranges::none_of(text, [](char c) { return c != asciiLowered(c); });
+}
+
 struct UpdateChannelIdentity {
-    std::string origin;  // "https://host" or "https://host:port", without a path
+    std::string origin;  // see isChannelOrigin
     EcPoint publicKey{};
 };
 

@@ -38,6 +38,11 @@ bool receiveHead(HttpsTransfer& transfer, const Budget& budget) {
     return left != 0 && transfer.setHeadTimeout(left) && transfer.receiveHead();
 }
 
+// The system takes a connection that breaks off for the end of the body.
+bool isWhole(const std::string& body, const HttpsTransfer& transfer) {
+    return !body.empty() && body.size() == transfer.contentLength().value_or(body.size());
+}
+
 // A length that was announced is no promise: what comes is counted.
 std::optional<std::string> readBody(HttpsTransfer& transfer, const Budget& budget,
                                     std::uint32_t operationTimeoutMs) {
@@ -51,7 +56,7 @@ std::optional<std::string> readBody(HttpsTransfer& transfer, const Budget& budge
         if (!bytes)
             return std::nullopt;
         if (*bytes == 0)
-            return !body.empty() && budget.leftMs() != 0 ? std::optional(body) : std::nullopt;
+            return isWhole(body, transfer) && budget.leftMs() != 0 ? std::optional(body) : std::nullopt;
         if (*bytes > kMaxJsonBodyBytes - body.size())
             return std::nullopt;
         body.append(reinterpret_cast<const char*>(piece.data()), *bytes);

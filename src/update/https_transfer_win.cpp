@@ -7,7 +7,7 @@
 namespace vextra {
 namespace {
 
-constexpr std::size_t kMaxContentTypeUnits = 256;  // its terminator included
+constexpr std::size_t kMaxHeaderUnits = 256;  // its terminator included
 
 DWORD protocolFlags(TlsVersions versions) {
     return versions == TlsVersions::k12Only
@@ -17,6 +17,24 @@ DWORD protocolFlags(TlsVersions versions) {
 
 bool setOption(const UniqueInternetHandle& handle, DWORD option, DWORD value) {
     return WinHttpSetOption(handle.get(), option, &value, sizeof value) != FALSE;
+}
+
+std::optional<std::wstring> textHeader(const UniqueInternetHandle& request, DWORD header) {
+    wchar_t text[kMaxHeaderUnits];
+    DWORD bytes = sizeof text;
+    if (!WinHttpQueryHeaders(request.get(), header, WINHTTP_HEADER_NAME_BY_INDEX, text, &bytes,
+                             WINHTTP_NO_HEADER_INDEX))
+        return std::nullopt;
+    return std::wstring(text, bytes / sizeof(wchar_t));
+}
+
+std::optional<DWORD> statusCode(const UniqueInternetHandle& request) {
+    DWORD value = 0;
+    DWORD bytes = sizeof value;
+    if (!WinHttpQueryHeaders(request.get(), WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER,
+                             WINHTTP_HEADER_NAME_BY_INDEX, &value, &bytes, WINHTTP_NO_HEADER_INDEX))
+        return std::nullopt;
+    return value;
 }
 
 bool isAllowed(const URL_COMPONENTS& parts, AddressCheck check) {
@@ -87,30 +105,17 @@ bool HttpsTransfer::setHeadTimeout(std::uint32_t timeoutMs) {
 }
 
 bool HttpsTransfer::receiveHead() {
-    return WinHttpReceiveResponse(request_.get(), nullptr) &&
-           numberHeader(WINHTTP_QUERY_STATUS_CODE) == HTTP_STATUS_OK;
+    return WinHttpReceiveResponse(request_.get(), nullptr) && statusCode(request_) == HTTP_STATUS_OK;
 }
 
 std::optional<std::wstring> HttpsTransfer::contentType() const {
-    wchar_t text[kMaxContentTypeUnits];
-    DWORD bytes = sizeof text;
-    if (!WinHttpQueryHeaders(request_.get(), WINHTTP_QUERY_CONTENT_TYPE, WINHTTP_HEADER_NAME_BY_INDEX, text,
-                             &bytes, WINHTTP_NO_HEADER_INDEX))
-        return std::nullopt;
-    return std::wstring(text, bytes / sizeof(wchar_t));
+    return textHeader(request_, WINHTTP_QUERY_CONTENT_TYPE);
 }
 
-std::optional<std::uint32_t> HttpsTransfer::contentLength() const {
-    return numberHeader(WINHTTP_QUERY_CONTENT_LENGTH);
-}
-
-std::optional<std::uint32_t> HttpsTransfer::numberHeader(DWORD header) const {
-    DWORD value = 0;
-    DWORD bytes = sizeof value;
-    if (!WinHttpQueryHeaders(request_.get(), header | WINHTTP_QUERY_FLAG_NUMBER, WINHTTP_HEADER_NAME_BY_INDEX,
-                             &value, &bytes, WINHTTP_NO_HEADER_INDEX))
-        return std::nullopt;
-    return value;
+// As text: read by the system, a number has 32 bits.
+std::optional<std::uint64_t> HttpsTransfer::contentLength() const {
+    const std::optional<std::wstring> text = textHeader(request_, WINHTTP_QUERY_CONTENT_LENGTH);
+    return text ? contentLengthFrom(*text) : std::nullopt;
 }
 
 bool HttpsTransfer::setReceiveTimeout(std::uint32_t timeoutMs) {

@@ -40,7 +40,7 @@ public:
     bool receiveHead();
 
     std::optional<std::wstring> contentType() const;  // of 255 units at most
-    std::optional<std::uint32_t> contentLength() const;
+    std::optional<std::uint64_t> contentLength() const;
 
     bool setReceiveTimeout(std::uint32_t timeoutMs);
     // What has arrived, as far as it has room; waits only while there is nothing. The number of bytes; 0 at
@@ -53,7 +53,6 @@ public:
 private:
     bool openSession(const TransferProfile& profile, std::uint32_t timeoutMs);
     bool openRequest(const TransferProfile& profile, const URL_COMPONENTS& parts);
-    std::optional<std::uint32_t> numberHeader(DWORD header) const;
 
     Tick startTick_ = 0;
     UniqueInternetHandle session_;  // closed after what was opened from it

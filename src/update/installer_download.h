@@ -11,8 +11,10 @@
 
 namespace vextra {
 
-// On a worker thread; blocks for up to five minutes and one operation. `cancel` is looked at before sending,
-// after the status and after every piece of 64 KiB. What was begun and not finished leaves nothing behind.
+// On a worker thread; blocks for up to five minutes and one step, and for about one step once `cancel` is
+// set: it is looked at between the steps and after everything that arrives. What was begun and not finished
+// leaves nothing behind, unless the process ends; the next download removes that, and what earlier ones
+// brought.
 DownloadResult downloadInstaller(const UpdateManifest& manifest, const UpdateChannelIdentity& channel,
                                  const std::atomic<bool>& cancel,
                                  std::atomic<std::uint32_t>& progressPercent);

@@ -8,6 +8,7 @@
 #include "base/ascii.h"
 #include "base/handle_win.h"
 #include "base/sha256.h"
+#include "update/download_folder.h"
 #include "update/https_transfer_win.h"
 #include "update/installer_download.h"
 #include "update/signature.h"
@@ -23,12 +24,55 @@ struct TaskMemoryTraits {
     static void close(Value value) { CoTaskMemFree(value); }
 };
 
+struct FindHandleTraits {
+    using Value = HANDLE;
+    static Value invalid() { return INVALID_HANDLE_VALUE; }
+    static void close(Value value) { FindClose(value); }
+};
+
 struct Progress {
     const std::atomic<bool>& cancel;
     std::atomic<std::uint32_t>& percent;
 };
 
-// A new folder for one download; empty on failure.
+std::wstring finishedFileName() {
+    return widenedAscii(kInstallerFileName);
+}
+
+std::wstring fileIn(const std::wstring& folder, std::wstring_view name) {
+    return folder + L"\\" + std::wstring(name);
+}
+
+bool isLink(DWORD attributes) {
+    return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
+// By the two names that a download gives its files: what else may lie there is not ours, nor is what a link
+// leads to.
+void removeDownload(const std::wstring& folder) {
+    for (const std::wstring& name : {finishedFileName(), std::wstring(kUnfinishedFileName)}) {
+        const std::wstring path = fileIn(folder, name);
+        if (!isLink(GetFileAttributesW(path.c_str())))
+            DeleteFileW(path.c_str());
+    }
+    RemoveDirectoryW(folder.c_str());
+}
+
+// What earlier downloads left: installers that were run or not, and the beginnings of a broker that was
+// killed. An installer that runs stays.
+void removeEarlierDownloads(const std::wstring& updates) {
+    WIN32_FIND_DATAW found{};
+    const Unique<FindHandleTraits> search(FindFirstFileW(fileIn(updates, L"*").c_str(), &found));
+    if (!search)
+        return;
+    do {
+        const bool isFolder = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        if (isFolder && !isLink(found.dwFileAttributes) && isDownloadFolderName(found.cFileName))
+            removeDownload(fileIn(updates, found.cFileName));
+    } while (FindNextFileW(search.get(), &found));
+}
+
+// A new folder for one download, the only one of its kind as far as possible; empty on failure.
 std::wstring makeDownloadFolder() {
     Unique<TaskMemoryTraits> local;
     if (FAILED(SHGetKnownFolderPath(FOLDERID_LocalAppData, KF_FLAG_DEFAULT, nullptr, local.put())))
@@ -37,11 +81,12 @@ std::wstring makeDownloadFolder() {
     const int made = SHCreateDirectoryExW(nullptr, updates.c_str(), nullptr);
     if (made != ERROR_SUCCESS && made != ERROR_ALREADY_EXISTS && made != ERROR_FILE_EXISTS)
         return {};
+    removeEarlierDownloads(updates);
     GUID id{};
     wchar_t name[kGuidUnits];
     if (FAILED(CoCreateGuid(&id)) || StringFromGUID2(id, name, kGuidUnits) == 0)
         return {};
-    const std::wstring folder = updates + L"\\" + name;
+    const std::wstring folder = fileIn(updates, name);
     return CreateDirectoryW(folder.c_str(), nullptr) ? folder : std::wstring();
 }
 
@@ -86,17 +131,30 @@ bool receiveInstaller(HANDLE file, const UpdateManifest& manifest, const Progres
     return digest && isInstallerDigest(manifest, *digest) && FlushFileBuffers(file);
 }
 
+// A scanner may hold a file that was just written; it is done with it in an instant.
+bool rename(const std::wstring& from, const std::wstring& to) {
+    constexpr int kAttempts = 6;
+    constexpr DWORD kPauseMs = 100;
+    for (int attempt = 1;; ++attempt) {
+        if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_WRITE_THROUGH))
+            return true;
+        const DWORD error = GetLastError();
+        if (attempt == kAttempts || (error != ERROR_SHARING_VIOLATION && error != ERROR_ACCESS_DENIED))
+            return false;
+        Sleep(kPauseMs);
+    }
+}
+
 // The path of the finished installer; empty, and nothing left of the folder, on failure.
 std::wstring downloadInto(const std::wstring& folder, const UpdateManifest& manifest,
                           const Progress& progress) {
-    const std::wstring unfinished = folder + L"\\Setup.download";
-    std::wstring finished = folder + L"\\" + widenedAscii(kInstallerFileName);
+    const std::wstring unfinished = fileIn(folder, kUnfinishedFileName);
+    std::wstring finished = fileIn(folder, finishedFileName());
     UniqueFile file(CreateFileW(unfinished.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
                                 FILE_ATTRIBUTE_NORMAL, nullptr));
     const bool received = file && receiveInstaller(file.get(), manifest, progress);
     file.reset();
-    if (received && !progress.cancel &&
-        MoveFileExW(unfinished.c_str(), finished.c_str(), MOVEFILE_WRITE_THROUGH))
+    if (received && !progress.cancel && rename(unfinished, finished))
         return finished;
     DeleteFileW(unfinished.c_str());
     RemoveDirectoryW(folder.c_str());

@@ -15,8 +15,9 @@ namespace vextra {
 bool isAnnouncedInstaller(HANDLE file, const UpdateManifest& manifest);
 
 // Checks manifest and file once more and starts the installer, as a wizard of its own: nobody waits for it.
-// Nobody can change the file between the check and the start. False when it was not started, also because the
-// user did not let it. Window's thread; the system may show its own boxes over `owner`.
+// The file cannot be changed between the check and the start; a folder above it still can be exchanged by the
+// user's own programs. False when it was not started, also because the user did not let it. Window's thread;
+// the system may show its own boxes over `owner`.
 bool openVerifiedInstaller(HWND owner, const UpdateManifest& manifest, const std::wstring& path,
                            const UpdateChannelIdentity& channel);
 

@@ -58,7 +58,9 @@ bool openVerifiedInstaller(HWND owner, const UpdateManifest& manifest, const std
                            const UpdateChannelIdentity& channel) {
     if (!isManifestStillTrusted(manifest, channel))
         return false;
-    // Shared for reading only, and held until the program has started: what is checked is what runs.
+    // Shared for reading only, and held until the program has started: the file that was checked stays as it
+    // is. The shell opens it by its path once more, so this does not keep the user's own programs from moving
+    // folders.
     const UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                       FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
     return file && isPlainFile(file.get()) && isAnnouncedInstaller(file.get(), manifest) &&

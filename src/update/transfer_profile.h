@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 #include "base/product_version.h"
@@ -27,8 +28,7 @@ struct TransferProfile {
 inline constexpr TransferProfile kJsonTransfer{L"CameraVirtualVextraMF/0.2 beta", L"application/json",
                                                TlsVersions::k12And13, AddressCheck::kSchemeHostAndNoUser};
 
-// Odd but meant: another name for the agent, and no TLS 1.3. A download server is a plain file store that
-// publishers know under this name and test with 1.2; what arrives is judged by its signed digest anyway.
+// Another name for the agent and no TLS 1.3: odd but meant. What arrives is judged by its signed digest.
 inline constexpr TransferProfile kInstallerTransfer{L"CameraVirtualVextraMF/" VEXTRA_VERSION_W, nullptr,
                                                     TlsVersions::k12Only, AddressCheck::kSchemeOnly};
 
@@ -42,5 +42,9 @@ constexpr std::size_t kInstallerReadBytes = 65'536;
 // A Content-Type that means JSON: in any case, with or without parameters and blanks in front of them. A
 // leading blank is not forgiven.
 bool isJsonContentType(std::wstring_view header);
+
+// The number that a Content-Length announces; the largest there is for what is larger; nothing when the text
+// is no number.
+std::optional<std::uint64_t> contentLengthFrom(std::wstring_view header);
 
 }  // namespace vextra

@@ -46,7 +46,8 @@ void UpdateChannel::startCheck(CheckKind kind) {
     busy_ = true;
     updateAvailable_ = false;
     downloaded_ = false;
-    doors_.showStatus(L"Verificando canal MF e assinatura, sem interromper a câmera...");
+    checkText_ = L"Verificando canal MF e assinatura, sem interromper a câmera...";
+    doors_.showStatus(checkText_);
     doors_.log(kind == CheckKind::kStartup ? EventCode::kUpdateStartupCheck : EventCode::kUpdateManualCheck,
                0);
     startWorker(
@@ -65,11 +66,21 @@ void UpdateChannel::pressInstallerButton() {
         startDownload();
 }
 
+// The user said yes and nothing follows: not without a word.
+void UpdateChannel::sayWhatCameBetween() {
+    if (!shuttingDown_)
+        doors_.showNotice(progressText().value_or(checkText_));
+}
+
 void UpdateChannel::startDownload() {
-    // While the box is open messages are still dispatched: a check may begin, or the broker end. Hence asked
-    // again, as one worker is all there may be.
-    if (!mayFetchInstaller() || !doors_.ask(kDownloadQuestion) || !mayFetchInstaller())
+    if (!mayFetchInstaller() || !doors_.ask(kDownloadQuestion))
         return;
+    // While the box was open messages were still dispatched: a check may have begun, or the broker's end.
+    // Hence asked again, as one worker is all there may be.
+    if (!mayFetchInstaller()) {
+        sayWhatCameBetween();
+        return;
+    }
     joinWorker();
     busy_ = true;
     downloading_ = true;
@@ -92,8 +103,12 @@ void UpdateChannel::launchInstaller() {
             L"Instalação adiada: encerre a captura e a prévia. Nenhuma reunião será interrompida.");
         return;
     }
-    if (!doors_.ask(kInstallQuestion) || !mayLaunchInstaller())
+    if (!doors_.ask(kInstallQuestion))
         return;
+    if (!mayLaunchInstaller()) {
+        sayWhatCameBetween();
+        return;
+    }
     // The box may have been open for hours, and a meeting may have begun meanwhile.
     if (!doors_.camera().idle()) {
         doors_.showNotice(L"Captura iniciada: instalação adiada.");
@@ -143,6 +158,7 @@ void UpdateChannel::finishCheck() {
     doors_.showStatus(text);
     if (updateAvailable_)
         doors_.showNotice(text);
+    checkText_ = std::move(text);
 }
 
 void UpdateChannel::finishDownload() {

@@ -92,6 +92,8 @@ public:
 
     // The window received a completion message with this number. One that no worker sent is ignored.
     void handleCompletion(std::uint64_t number);
+    // Now and then: a worker that ended although its message did not arrive.
+    void catchUp() { handleCompletion(finished_); }
 
     // From here on nothing is started, and the worker ends with its current step. Returns at once.
     void beginShutdown();
@@ -110,6 +112,7 @@ public:
 private:
     static constexpr std::wstring_view kDownloadLabel = L"Baixar atualização";
 
+    void sayWhatCameBetween();
     void startDownload();
     void launchInstaller();
     void finishCheck();
@@ -132,6 +135,7 @@ private:
     bool shuttingDown_ = false;
     Tick nextStartupCheck_ = 0;  // no start-up check before this
     std::wstring_view buttonLabel_ = kDownloadLabel;
+    std::wstring checkText_;        // what was last said of a check
     std::thread worker_;            // the one that may exist
     std::future<void> workerDone_;  // ready when it has nothing left to do
 

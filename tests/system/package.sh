@@ -16,8 +16,9 @@ fail() {
     echo "package: $*" >&2
     exit 1
 }
+pack() { /usr/bin/python3 "$root/packaging/release/package.py" --build "$build" --out "$@"; } # FOLDER [--release]
 make() { # FOLDER; sets ZIP
-    ZIP=$(/usr/bin/python3 "$root/packaging/release/package.py" --build "$build" --out "$1")
+    ZIP=$(pack "$1")
 }
 entries() { /usr/bin/python3 -c 'import sys, zipfile; print(*zipfile.ZipFile(sys.argv[1]).namelist(), sep="\n")' "$ZIP"; }
 
@@ -25,7 +26,7 @@ mkdir -p "$dir"
 dir=$(cd "$dir" && pwd)
 session="$dir/sessão de instalação"
 trap finish EXIT
-rm -rf "$dir/one" "$dir/two" "$dir/copy"
+rm -rf "$dir/one" "$dir/two" "$dir/copy" "$dir/release"
 
 # --- The same input gives the same bytes, whenever, wherever and by whomever it is made ---
 make "$dir/one"
@@ -43,7 +44,14 @@ rm -r "$dir/copy"
 cmp "$first" "$dir/two/${first##*/}" || fail 'two packages of one build differ'
 
 # --- What is in it ---
-[[ ${first##*/} == CameraVirtualVextraMF-0.2.0-beta.5-windows-x64.zip ]] || fail "it is called ${first##*/}"
+kind=''  # of a build of its own channel; others are trials, and say so
+[[ $(sed -n 's/^VEXTRA_UPDATE_ORIGIN:STRING=//p' "$build/CMakeCache.txt") != *.invalid ]] || kind=-trial
+[[ ${first##*/} == CameraVirtualVextraMF-0.2.0-beta.5$kind-windows-x64.zip ]] || fail "it is called ${first##*/}"
+if [[ -n $kind ]]; then
+    grep -qaF VEXTRA_CHANNEL_KIND=trial "$build/bin/CameraVirtualVextraMF.exe" || fail 'the broker does not say its kind'
+    ! pack "$dir/release" --release 2>"$dir/refusal.log" || fail 'a trial was released'
+    grep -qF 'not a release but a trial' "$dir/refusal.log" || fail "another reason was given: $(<"$dir/refusal.log")"
+fi
 diff - <(entries) <<'END' || fail 'other entries than these, or in another order'
 LEIA-ME.txt
 bin/CameraVirtualVextraMF.exe

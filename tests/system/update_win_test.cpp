@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 constexpr wchar_t kVersion[] = L"0.3.0-system.1";
 constexpr wchar_t kAnnounced[] =
     L"Nova versão 0.3.0-system.1 disponível • assinatura MF validada. Baixe para atualizar.";
-constexpr wchar_t kNothingNewer[] = L"Nenhuma versão MF mais recente no canal configurado.";
+constexpr wchar_t kUnreachable[] = L"Não foi possível verificar a atualização MF com segurança.";
 constexpr wchar_t kVerified[] =
     L"Instalador baixado: assinatura, tamanho e SHA-256 verificados. Instale quando a câmera estiver ociosa.";
 constexpr wchar_t kDownloadQuestion[] =
@@ -37,6 +37,9 @@ protected:
     void SetUp() override {
         VEXTRA_SKIP_WITHOUT_UPDATE_SERVER();
         server.emplace(*UpdateServer::find());
+        // A person's own downloads are not ours to remove, and the broker under test would do so too.
+        if (!runsUnderWine() && fs::exists(downloads()) && !fs::is_empty(downloads()))
+            failSetUp("this user has downloads of a real broker; move them away", ERROR_ALREADY_EXISTS);
         removeLeftovers();
         decoder().behave("frames=endless\nframesPerSecond=16");
         fs::copy_file(builtFile(L"tests\\broker-with-test-channel.exe"),
@@ -44,8 +47,7 @@ protected:
                       fs::copy_options::overwrite_existing);
         const SignerReport made = makeKeyFiles(keys / L"private.pem", keys / L"public.pem");
         ASSERT_TRUE(made.ok());
-        const std::string address = server->origin();
-        origin.emplace(L"VEXTRA_TEST_CHANNEL_ORIGIN", std::wstring(address.begin(), address.end()).c_str());
+        useServer("good");
         publicKey.emplace(L"VEXTRA_TEST_CHANNEL_KEY", (keys / L"public.pem").c_str());
     }
     void TearDown() override {
@@ -54,6 +56,12 @@ protected:
             removeLeftovers();
     }
 
+    // For brokers that are started from now on.
+    void useServer(std::string_view kind) {
+        const std::string address = server->origin(kind);
+        origin.reset();
+        origin.emplace(L"VEXTRA_TEST_CHANNEL_ORIGIN", std::wstring(address.begin(), address.end()).c_str());
+    }
     // Downloads go to the user's own folder, whatever the environment says.
     static fs::path downloads() {
         PWSTR known = nullptr;
@@ -66,19 +74,38 @@ protected:
     void removeLeftovers() const {
         std::error_code ignored;
         fs::remove_all(downloads(), ignored);
+        removeRelease();
+    }
+    void removeRelease() const {
+        std::error_code ignored;
         fs::remove_all(release(), ignored);
-        fs::remove(release().parent_path() / L"beta.json", ignored);
+        for (const wchar_t* name : {L"beta.json", L"beta.json.reply", L"beta.json.requests"})
+            fs::remove(release().parent_path() / name, ignored);
     }
     void publish() {
         const std::string address = server->origin();
-        const SignerReport report =
-            publishRelease({builtFile(L"tests\\stub-setup.exe"), kVersion,
-                            std::wstring(address.begin(), address.end()), server->www()},
-                           *readSigningKey(keys / L"private.pem"));
+        const SignerReport report = publishRelease({builtFile(L"tests\\stub-setup.exe"),
+                                                    kVersion,
+                                                    std::wstring(address.begin(), address.end()),
+                                                    server->www(),
+                                                    {}},
+                                                   *readSigningKey(keys / L"private.pem"));
         ASSERT_TRUE(report.ok());
     }
+    // How the server hands out the installer, or the manifest; see https_server.py.
+    void replyToTheDownload(std::string_view reply) {
+        writeFile((release() / L"Setup.exe.reply").wstring(), reply);
+    }
+    void replyToTheCheck(std::string_view reply) {
+        fs::create_directories(release().parent_path());
+        writeFile((release().parent_path() / L"beta.json.reply").wstring(), reply);
+    }
     void paceTheDownload(const std::string& secondsAPiece) {
-        writeFile((release() / L"Setup.exe.reply").wstring(), "{\"pace\":" + secondsAPiece + "}");
+        replyToTheDownload("{\"pace\":" + secondsAPiece + "}");
+    }
+    void beginDownload() {
+        pressAndAnswer(kDownloadQuestion, IDYES);
+        ASSERT_TRUE(waitUntil([&] { return downloaded().has_value(); }, 10'000));
     }
     void startAndHearOfIt() {
         publish();
@@ -191,7 +218,7 @@ TEST_F(Updates, WaitForAMeetingThatBeganWhileTheQuestionWasOpen) {
 
 TEST_F(Updates, AreNotAnnouncedWhenThereIsNothingNewer) {
     broker().start(L"--test-pattern");
-    EXPECT_TRUE(window.waitForStatus(L"Não foi possível verificar a atualização MF com segurança.", 20'000));
+    EXPECT_TRUE(window.waitForStatus(kUnreachable, 20'000));
     EXPECT_FALSE(window.enabled(kIdDownloadUpdate));
 }
 
@@ -235,6 +262,44 @@ TEST_F(Updates, EndWithTheBrokerInTheMiddleOfADownload) {
     EXPECT_FALSE(downloaded());
 }
 
+TEST_F(Updates, EndWithTheSessionInTheMiddleOfADownload) {
+    startAndHearOfIt();
+    paceTheDownload("0.5");
+    beginDownload();
+    EXPECT_NE(SendMessageW(window.handle(), WM_QUERYENDSESSION, 0, 0), 0);
+    PostMessageW(window.handle(), WM_ENDSESSION, TRUE, 0);
+    EXPECT_EQ(broker().waitForExit(10'000), 0u);
+    EXPECT_FALSE(downloaded());
+}
+
+TEST_F(Updates, LeaveNothingOfADownloadWhoseBrokerWasKilled) {
+    startAndHearOfIt();
+    paceTheDownload("0.5");
+    beginDownload();
+    const fs::path killed = downloaded()->parent_path();
+    broker().terminate();
+    ASSERT_TRUE(fs::exists(killed / L"Setup.download"));
+    removeRelease();
+    startAndHearOfIt();
+    download();
+    EXPECT_FALSE(fs::exists(killed));
+    EXPECT_TRUE(fs::exists(*downloaded()));
+}
+
+TEST_F(Updates, SayWhyNoDownloadFollowsAYes) {
+    startAndHearOfIt();
+    window.pressAndGoOn(kIdDownloadUpdate);
+    const HWND box = window.waitForBox();
+    ASSERT_NE(box, nullptr);
+    replyToTheCheck(R"({"status":500})");
+    window.press(kIdCheckUpdate);
+    ASSERT_TRUE(window.waitForStatus(kUnreachable));
+    PostMessageW(box, WM_COMMAND, IDYES, 0);
+    ASSERT_TRUE(waitUntil([&] { return IsWindow(box) == FALSE; }, 2000));
+    EXPECT_TRUE(window.waitForStatus(kUnreachable));
+    EXPECT_FALSE(downloaded());
+}
+
 TEST_F(Updates, IgnoreACompletionThatNobodySent) {
     broker().start(L"--test-pattern");
     ASSERT_TRUE(broker().waitForEvent("MF_UPDATE_CHECK_COMPLETED", 20'000));
@@ -242,6 +307,88 @@ TEST_F(Updates, IgnoreACompletionThatNobodySent) {
         SendMessageW(window.handle(), WM_APP + 4, number, 0);
     EXPECT_TRUE(broker().runs());
     EXPECT_EQ(broker().countEvents("MF_UPDATE_CHECK_COMPLETED"), 1u);
+}
+
+// --- The end of the broker while a server holds a check or a download ---
+
+struct Hold {
+    const char* name;
+    const char* server;    // a kind of server
+    const char* check;     // how it hands out the manifest
+    const char* download;  // and the installer; empty: held at the check already
+};
+constexpr Hold kHolds[] = {
+    {"connect, silent", "connect_silent", "", ""},
+    {"handshake, silent", "handshake_silent", "", ""},
+    {"handshake, dripping", "handshake_drip", "", ""},
+    {"head, silent", "good", R"({"head":"silent"})", ""},
+    {"head, dripping", "good", R"({"head":"drip"})", ""},
+    {"body, silent", "good", R"({"length":100,"more":20,"stall":10})", ""},
+    {"body, dripping", "good", R"({"more":100,"drip":1})", ""},
+    {"head of the installer, silent", "good", "", R"({"head":"silent"})"},
+    {"head of the installer, dripping", "good", "", R"({"head":"drip"})"},
+    {"installer, silent", "good", "", R"({"stall":10})"},
+    {"installer, dripping", "good", "", R"({"drip":1})"},
+};
+constexpr char kEndedAlready[] =
+    "connect, dripping: nothing travels before there is a connection; reset anywhere: it is over before "
+    "anybody "
+    "quits";
+
+class HeldUpdates : public Updates {
+protected:
+    void SetUp() override {
+        Updates::SetUp();
+        machine_.setString(kInstallDirValue, broker().installRoot());
+    }
+
+    void startAndBeHeld(const Hold& hold) {
+        removeLeftovers();
+        useServer(hold.server);
+        if (*hold.check != 0)
+            replyToTheCheck(hold.check);
+        if (*hold.download != 0) {
+            startAndHearOfIt();
+            replyToTheDownload(hold.download);
+            beginDownload();
+        } else {
+            broker().start(L"--test-pattern");
+            ASSERT_TRUE(broker().waitForEvent("MF_UPDATE_STARTUP_CHECK"));
+        }
+        Sleep(kOnItsWayMs);
+        ASSERT_EQ(broker().countEvents("MF_UPDATE_CHECK_COMPLETED"), *hold.download != 0 ? 1u : 0u);
+        ASSERT_EQ(broker().countEvents("MF_UPDATE_DOWNLOAD_FAILED"), 0u);
+    }
+    void expectEndInTime(const Hold& hold) {
+        const Tick begin = GetTickCount64();
+        EXPECT_EQ(broker().runToEnd(L"--shutdown-broker", 20'000), 0u) << hold.name;
+        const Tick took = GetTickCount64() - begin;
+        EXPECT_EQ(broker().waitForExit(0), 0u) << hold.name;
+        EXPECT_LE(took, kLimitMs + kSlackMs) << hold.name;
+        EXPECT_EQ(broker().countEvents("APP_EXIT_CLEAN"), 1u) << hold.name;
+        std::printf("  %-32s ended after %5llu ms\n", hold.name, took);
+    }
+
+    static constexpr DWORD kOnItsWayMs = 500;  // to where the server holds it
+    static constexpr Tick kLimitMs = 4000;     // for all that runs to end
+    static constexpr Tick kSlackMs = 2000;
+};
+
+TEST_F(HeldUpdates, LetTheBrokerEndAlthoughTheServerDrips) {
+    const Hold dripping = {"body, dripping", "good", R"({"more":100,"drip":1})", ""};
+    startAndBeHeld(dripping);
+    expectEndInTime(dripping);
+}
+
+TEST_F(HeldUpdates, LetTheBrokerEndWhereverTheServerHoldsThem) {
+    for (const Hold& hold : kHolds) {
+        startAndBeHeld(hold);
+        if (HasFatalFailure())
+            return;
+        expectEndInTime(hold);
+        broker().end();
+    }
+    std::printf("  %s\n", kEndedAlready);
 }
 
 }  // namespace

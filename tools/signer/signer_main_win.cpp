@@ -18,7 +18,8 @@ SignerReport carryOut(const SignerOptions& options) {
     const std::optional<SigningKey> key = readSigningKey(options.privateKeyPath);
     if (!key)
         return {{}, L"not an unencrypted P-256 private key in PEM: " + options.privateKeyPath};
-    return publishRelease({options.setupPath, options.version, options.origin, options.outFolder}, *key);
+    return publishRelease(
+        {options.setupPath, options.version, options.origin, options.outFolder, options.publicKeyPath}, *key);
 }
 
 SignerExit run(std::span<const wchar_t* const> arguments) {

@@ -5,7 +5,6 @@
 
 #include "base/pem.h"
 #include "update/channel_key.h"
-#include "update/strict_url.h"
 
 namespace vextra {
 
@@ -15,9 +14,11 @@ const wchar_t kSignerUsage[] =
     L"  vextra-channel-signer keygen --private-key FILE --public-key FILE\n"
     L"      a new pair, as PEM; the files must not exist\n"
     L"  vextra-channel-signer sign --setup FILE --version V --origin URL --private-key FILE --out FOLDER\n"
+    L"      [--public-key FILE]\n"
     L"      writes camera-virtual-vextra-mf\\V\\Setup.exe and its Setup.exe.sig.json, checks them as the "
     L"broker\n"
-    L"      would, and then replaces camera-virtual-vextra-mf\\beta.json; a version is published once\n"
+    L"      would, and then replaces camera-virtual-vextra-mf\\beta.json; a version is published once;\n"
+    L"      public key: the one that the brokers were built with, which has to fit the private one\n"
     L"\n"
     L"Exit codes: 0 done; 1 refused or failed; 2 usage.";
 
@@ -36,10 +37,13 @@ constexpr std::size_t kPointAt = kBeforeScalar.size() + kScalarBytes + kBeforePo
 constexpr std::size_t kPrivateKeyBytes = kPointAt + EcPoint{}.size();
 static_assert(kPrivateKeyBytes == 138);
 
+enum class Need { kRequired = 1, kOptional };
+
 struct Option {
     SignerCommand command;
     std::wstring_view name;
     std::wstring SignerOptions::*member;
+    Need need = Need::kRequired;
 };
 constexpr Option kOptions[] = {
     {SignerCommand::kKeygen, L"--private-key", &SignerOptions::privateKeyPath},
@@ -48,6 +52,7 @@ constexpr Option kOptions[] = {
     {SignerCommand::kSign, L"--version", &SignerOptions::version},
     {SignerCommand::kSign, L"--origin", &SignerOptions::origin},
     {SignerCommand::kSign, L"--private-key", &SignerOptions::privateKeyPath},
+    {SignerCommand::kSign, L"--public-key", &SignerOptions::publicKeyPath, Need::kOptional},
     {SignerCommand::kSign, L"--out", &SignerOptions::outFolder},
 };
 
@@ -66,7 +71,8 @@ bool setOption(SignerOptions& options, std::wstring_view name, std::wstring_view
 
 bool isComplete(const SignerOptions& options) {
     return std::ranges::all_of(kOptions, [&](const Option& option) {
-        return option.command != options.command || !(options.*option.member).empty();
+        return option.command != options.command || option.need == Need::kOptional ||
+               !(options.*option.member).empty();
     });
 }
 
@@ -129,11 +135,6 @@ std::string manifestJson(const UpdateManifest& manifest) {
 
 std::string signatureJson(std::string_view signatureHex) {
     return "{ \"signature\": \"" + std::string(signatureHex) + "\" }\n";
-}
-
-bool isChannelOrigin(std::string_view text) {
-    constexpr std::string_view kScheme = "https://";
-    return isStrictHttpsUrl(text) && text.find_first_of("/?", kScheme.size()) == std::string_view::npos;
 }
 
 }  // namespace vextra

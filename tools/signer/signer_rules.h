@@ -18,15 +18,15 @@ enum class SignerCommand { kKeygen = 1, kSign };
 struct SignerOptions {
     SignerCommand command = SignerCommand::kKeygen;
     std::wstring privateKeyPath;
-    std::wstring publicKeyPath;  // of kKeygen; the rest is of kSign
-    std::wstring setupPath;
+    std::wstring publicKeyPath;  // of kSign: may be empty
+    std::wstring setupPath;      // from here on of kSign alone
     std::wstring version;
     std::wstring origin;
     std::wstring outFolder;
 };
 
-// Nothing when the line makes no sense: every option of the command is needed, once. `arguments` are those
-// behind the program's name.
+// Nothing when the line makes no sense: every option of the command is needed, once, but the public key.
+// `arguments` are those behind the program's name.
 std::optional<SignerOptions> parseSignerOptions(std::span<const wchar_t* const> arguments);
 
 extern const wchar_t kSignerUsage[];
@@ -46,8 +46,5 @@ std::string publicKeyPem(const EcPoint& point);
 // Of values that need no escapes: neither a version nor its own installer's address can hold one that would.
 std::string manifestJson(const UpdateManifest& manifest);
 std::string signatureJson(std::string_view signatureHex);
-
-// Whether the text is an origin and nothing more: "https://host" or "https://host:port".
-bool isChannelOrigin(std::string_view text);
 
 }  // namespace vextra

@@ -7,9 +7,11 @@
 #include "base/ascii.h"
 #include "base/crypto_handle_win.h"
 #include "base/sha256.h"
+#include "update/channel_key.h"
 #include "update/installer_launch.h"
 #include "update/signature.h"
 #include "update/strict_url.h"
+#include "update/transfer_profile.h"
 #include "update/update_check.h"
 
 namespace vextra {
@@ -149,16 +151,31 @@ bool clientAccepts(const ReleaseFiles& files, const UpdateChannelIdentity& chann
            isAnnouncedInstaller(installer.get(), result.manifest);
 }
 
+// The version that the server announces so far, if it is newer; empty otherwise.
+std::string announcedNewer(const ReleaseFiles& files, const std::string& version) {
+    const auto body = readSmallFile(files.manifest(), kMaxJsonBodyBytes);
+    const auto announced = body ? parseUpdateManifest(body->view()) : std::nullopt;
+    return announced && compareVersions(announced->version, version) == 1 ? announced->version
+                                                                          : std::string();
+}
+
 SignerReport stopped(std::wstring trouble) {
     return {{}, std::move(trouble)};
 }
 
+bool isPublicHalf(const std::wstring& path, const SigningKey& key) {
+    const std::optional<SecretUtf8> pem = readSmallFile(path, kMaxKeyFileBytes);
+    return pem && publicKeyFromPem(pem->view()) == key.point;
+}
+
 // Empty when a release may be made of this at all.
-std::wstring findTrouble(const ReleasePlan& plan) {
+std::wstring findTrouble(const ReleasePlan& plan, const SigningKey& key) {
     if (!parseVersion(narrowedUrl(plan.version).view()))
         return L"not a version as Semantic Versioning 2.0.0 has them: " + plan.version;
     if (!isChannelOrigin(narrowedUrl(plan.origin).view()))
-        return L"not an https origin without a path: " + plan.origin;
+        return L"not an https origin in small letters without a path: " + plan.origin;
+    if (!plan.publicKeyPath.empty() && !isPublicHalf(plan.publicKeyPath, key))
+        return L"not the public half of the private key: " + plan.publicKeyPath;
     const UniqueFile setup = openForReading(plan.setupPath);
     LARGE_INTEGER size{};
     if (!setup || !GetFileSizeEx(setup.get(), &size))
@@ -225,7 +242,7 @@ std::optional<SigningKey> readSigningKey(const std::wstring& path) {
 }
 
 SignerReport publishRelease(const ReleasePlan& plan, const SigningKey& key) {
-    if (std::wstring trouble = findTrouble(plan); !trouble.empty())
+    if (std::wstring trouble = findTrouble(plan, key); !trouble.empty())
         return stopped(std::move(trouble));
     const std::string version(narrowedUrl(plan.version).view());
     const UpdateChannelIdentity channel{std::string(narrowedUrl(plan.origin).view()), key.point};
@@ -245,9 +262,13 @@ SignerReport publishRelease(const ReleasePlan& plan, const SigningKey& key) {
         return stopped(L"cannot be written: " + plan.outFolder);
     if (!clientAccepts(files, channel))
         return stopped(L"the broker would refuse this release; nothing was published");
+    const std::string newer = announcedNewer(files, version);
     if (!files.commit())
         return stopped(L"cannot be replaced: " + files.manifest());
-    return {{files.installer(), files.signature(), files.manifest()}, {}};
+    SignerReport report{{files.installer(), files.signature(), files.manifest()}, {}};
+    if (!newer.empty())
+        report.lines.push_back(L"NOTE: older than what was announced until now: " + widenedAscii(newer));
+    return report;
 }
 
 }  // namespace vextra

@@ -34,6 +34,8 @@ struct ReleasePlan {
     std::wstring version;
     std::wstring origin;
     std::wstring outFolder;  // what the server has at its root; exists
+    std::wstring
+        publicKeyPath;  // of the brokers' key, which has to be that of the private one; empty: not asked
 };
 
 // Writes the version's folder, judges it with the broker's own check, and only then announces it in

@@ -11,7 +11,11 @@ JSON object; without one it is plain, whole and right:
     more     bytes of 'x' behind the file's            zeros   so many zero bytes in the file's place
     cut      bytes after which the connection is reset  stall   bytes after which nothing more comes
     drip     seconds between bytes                      pace    seconds between pieces of 64 KiB
-    delay    seconds before the head
+    delay    seconds before the head                    head    "silent", "drip" (a byte a second) or "reset"
+
+Servers that give trouble before there is a request: connect_silent answers no connection, connect_reset refuses it;
+handshake_silent says nothing to a client that is connected, handshake_drip a byte a second, handshake_reset hangs up at
+its first word. Nobody is kept waiting longer than STALL_SECONDS, for not every client has a limit of its own.
 
 Every request is noted in NAME.requests, one JSON object a line. FILE receives, when all is ready, the origins by kind of
 server and the authority's certificate. It ends when its parent does.
@@ -20,6 +24,7 @@ import argparse
 import ctypes
 import functools
 import http.server
+import itertools
 import json
 import os
 import signal
@@ -37,6 +42,7 @@ from pathlib import Path
 HOST = "127.0.0.1"
 PIECE_BYTES = 64 * 1024
 STALL_SECONDS = 8
+DRIP_SECONDS = 1
 PR_SET_PDEATHSIG = 1
 
 
@@ -96,6 +102,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
             return self.send_error(404)
         self.close_connection = True
         time.sleep(reply.get("delay", 0))
+        trouble = {"silent": self.stall, "drip": self.drip_head, "reset": self.cut}.get(reply.get("head"))
+        if trouble is not None:
+            return trouble()
         self.send_head(path, reply)
         self.send_body(path, reply)
 
@@ -156,6 +165,14 @@ class Handler(http.server.BaseHTTPRequestHandler):
         self.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
         self.server.cut_off.add(self.connection)
 
+    def drip_head(self):
+        """A head that never ends: a byte of it now and then."""
+        end = time.monotonic() + STALL_SECONDS
+        head = itertools.chain(b"HTTP/1.1 200 OK\r\nX-Long: ", itertools.repeat(ord("x")))
+        while time.monotonic() < end:
+            self.wfile.write(bytes([next(head)]))
+            time.sleep(DRIP_SECONDS)
+
     def stall(self):
         self.connection.settimeout(STALL_SECONDS)
         try:
@@ -204,6 +221,91 @@ class Server(socketserver.ThreadingTCPServer):
         pass  # clients that refuse, cancel and vanish are what this is for
 
 
+def hang_up(connection):
+    """With a reset."""
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    connection.close()
+
+
+def wait_for_end(connection, seconds):
+    """Until the client is gone, or for so long; what it says is not looked at."""
+    end = time.monotonic() + seconds
+    try:
+        while (left := end - time.monotonic()) > 0:
+            connection.settimeout(left)
+            if not connection.recv(4096):
+                return
+    except OSError:
+        pass
+
+
+class Troublesome(socketserver.ThreadingTCPServer):
+    """What a client meets before any request can be made: `treat` is given its connection."""
+    allow_reuse_address = True
+    daemon_threads = True
+    request_queue_size = 64
+
+    def __init__(self, treat):
+        super().__init__((HOST, 0), None)
+        self.treat = treat
+        threading.Thread(target=self.serve_forever, daemon=True).start()
+
+    @property
+    def origin(self):
+        return f"https://localhost:{self.server_address[1]}"
+
+    def finish_request(self, request, client_address):
+        self.treat(request)
+
+    def handle_error(self, request, client_address):
+        pass
+
+
+def say_nothing(connection):
+    wait_for_end(connection, STALL_SECONDS)
+
+
+def drip_handshake(good, connection):
+    """Between the client and a server that means well: what that one says arrives byte by byte."""
+    end = time.monotonic() + STALL_SECONDS
+    with socket.create_connection(good.server_address) as server:
+        threading.Thread(target=pass_on, args=(connection, server), daemon=True).start()
+        while time.monotonic() < end and (byte := server.recv(1)):
+            connection.sendall(byte)
+            time.sleep(DRIP_SECONDS)
+
+
+def pass_on(source, target):
+    try:
+        while piece := source.recv(4096):
+            target.sendall(piece)
+    except OSError:
+        pass
+
+
+def hang_up_at_first_word(connection):
+    connection.recv(1)
+    hang_up(connection)
+
+
+class NoConnection:
+    """A port where no connection comes about: its owner answers none, or refuses each."""
+
+    def __init__(self, refused):
+        self.socket = socket.socket()
+        self.socket.bind((HOST, 0))
+        self.origin = f"https://localhost:{self.socket.getsockname()[1]}"
+        self.waiting = []
+        if not refused:
+            self.socket.listen(0)
+            # Those that are never taken fill its queue; the system answers no further one.
+            for _ in range(3):
+                filler = socket.socket()
+                filler.setblocking(False)
+                filler.connect_ex(self.socket.getsockname())
+                self.waiting.append(filler)
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--folder", type=Path, required=True)
@@ -225,7 +327,12 @@ def main():
         "expired": Server(context(trusted.leaf("expired", "localhost", -1)), www),
         "wronghost": Server(context(trusted.leaf("wronghost", "elsewhere.invalid", 7)), www),
         "untrusted": Server(context(foreign.leaf("leaf", "localhost", 7)), www),
+        "connect_silent": NoConnection(refused=False),
+        "connect_reset": NoConnection(refused=True),
+        "handshake_silent": Troublesome(say_nothing),
+        "handshake_reset": Troublesome(hang_up_at_first_word),
     }
+    servers["handshake_drip"] = Troublesome(functools.partial(drip_handshake, servers["good"]))
     authority = certificates / "authority.der"
     openssl("x509", "-in", trusted.certificate, "-outform", "DER", "-out", authority)
     ready = {kind: server.origin for kind, server in servers.items()}

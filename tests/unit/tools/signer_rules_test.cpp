@@ -65,6 +65,15 @@ TEST(SignerOptions, OfSignNameEverything) {
     EXPECT_EQ(options->outFolder, L"www");
 }
 
+TEST(SignerOptions, OfSignMayNameThePublicKey) {
+    EXPECT_EQ(parsed(kSign)->publicKeyPath, L"");
+    auto arguments = kSign;
+    arguments.insert(arguments.end(), {L"--public-key", L"k.pem"});
+    EXPECT_EQ(parsed(arguments)->publicKeyPath, L"k.pem");
+    arguments.insert(arguments.end(), {L"--public-key", L"k.pem"});
+    EXPECT_FALSE(parsed(arguments));
+}
+
 TEST(SignerOptions, AreRefusedUnlessWholeAndOnce) {
     EXPECT_FALSE(parsed({}));
     EXPECT_FALSE(parsed({L"sign"}));
@@ -125,8 +134,8 @@ TEST(ReleaseDocuments, AreReadByTheBroker) {
 TEST(ChannelOrigin, IsSchemeHostAndPortAlone) {
     for (const char* origin : {"https://h", "https://updates.example:8443", "https://[::1]:1"})
         EXPECT_TRUE(isChannelOrigin(origin)) << origin;
-    for (const char* origin :
-         {"", "https://h/", "https://h?x", "http://h", "https://h#", "https://u@h", "h", "https://"})
+    for (const char* origin : {"", "https://h/", "https://h?x", "http://h", "https://h#", "https://u@h", "h",
+                               "https://", "https://H", "https://a..b", "https://h:99999"})
         EXPECT_FALSE(isChannelOrigin(origin)) << origin;
 }
 

@@ -24,7 +24,7 @@ protected:
     }
     SignerReport publish(const std::wstring& version = L"0.3.0",
                          const std::wstring& origin = L"https://h:1") const {
-        return publishRelease({setup, version, origin, folder.path()}, key);
+        return publishRelease({setup, version, origin, folder.path(), publicKey}, key);
     }
     std::wstring channelFile(const std::wstring& name) const {
         return folder / (L"camera-virtual-vextra-mf\\" + name);
@@ -38,6 +38,7 @@ protected:
     }
 
     SigningKey key;
+    std::wstring publicKey;  // its file, where the publisher names one
     const TemporaryFolder folder;
     const std::wstring setup = folder / L"a setup.exe";
     const std::string bytes = std::string(100'000, 's');
@@ -87,8 +88,26 @@ TEST_F(ChannelSigner, RefusesWhatIsNoVersion) {
 
 TEST_F(ChannelSigner, RefusesWhatIsNoOrigin) {
     for (const wchar_t* origin :
-         {L"", L"http://h", L"https://h/", L"https://h/x", L"https://é", L"https://u@h", L"h"})
+         {L"", L"http://h", L"https://h/", L"https://h/x", L"https://é", L"https://u@h", L"h", L"https://H"})
         expectRefused(publish(L"0.3.0", origin));
+}
+
+TEST_F(ChannelSigner, AnnouncesAnOlderVersionNotWithoutAWord) {
+    EXPECT_EQ(publish(L"0.3.1").lines.size(), 3u);
+    const SignerReport report = publish(L"0.3.0");
+    EXPECT_TRUE(report.ok());
+    ASSERT_EQ(report.lines.size(), 4u);
+    EXPECT_EQ(report.lines[3], L"NOTE: older than what was announced until now: 0.3.1");
+    EXPECT_EQ(publish(L"0.3.2").lines.size(), 3u);
+}
+
+TEST_F(ChannelSigner, SignsWithTheKeyOfTheBrokersAlone) {
+    publicKey = folder / L"public.pem";
+    expectRefused(publish());  // no such file
+    writeFile(publicKey, publicKeyPem(generateSigningKey()->point));
+    expectRefused(publish());
+    writeFile(publicKey, publicKeyPem(key.point));
+    EXPECT_TRUE(publish().ok());
 }
 
 TEST_F(ChannelSigner, RefusesAnInstallerOfAnImpossibleSize) {

@@ -30,6 +30,12 @@ constexpr const wchar_t* kVerified =
 constexpr const wchar_t* kFailed = L"Download não concluído; nenhuma instalação foi iniciada.";
 constexpr const wchar_t* kUntrusted = L"Atualização sem assinatura MF válida; download recusado.";
 
+template <typename Function>
+Function* realWinHttp(const char* name) {
+    return reinterpret_cast<Function*>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"winhttp.dll"), name)));
+}
+
 // No two pieces alike.
 std::string installerBytes(std::size_t size) {
     std::string bytes(size, '\0');
@@ -89,7 +95,100 @@ TEST_F(InstallerDownload, UsesANewFolderEveryTime) {
     const DownloadResult second = download(manifest);
     EXPECT_TRUE(first.verified && second.verified);
     EXPECT_NE(first.installerPath, second.installerPath);
-    EXPECT_EQ(localAppData->downloads().size(), 2u);
+}
+
+// --- What earlier downloads left ---
+
+class EarlierDownloads : public InstallerDownload {
+protected:
+    // A folder below `updates`, with these files.
+    std::wstring leave(const std::wstring& name, std::initializer_list<const wchar_t*> files) const {
+        const std::wstring folder = localAppData->updates() + L"\\" + name;
+        std::filesystem::create_directories(folder);
+        for (const wchar_t* file : files)
+            writeFile(folder + L"\\" + file, "earlier");
+        return folder;
+    }
+    void downloadAnother() { EXPECT_TRUE(download(installer->publish(bytes)).verified); }
+
+    static constexpr const wchar_t* kName = L"{01234567-89ab-CDEF-0123-456789abcdef}";
+};
+
+TEST_F(EarlierDownloads, GoWhenAnotherBegins) {
+    const std::wstring folders[] = {
+        leave(L"{00000000-0000-0000-0000-000000000001}", {L"Setup.exe"}),
+        leave(L"{00000000-0000-0000-0000-000000000002}", {L"Setup.download"}),
+        leave(L"{00000000-0000-0000-0000-000000000003}", {L"Setup.exe", L"Setup.download"}),
+        leave(L"{00000000-0000-0000-0000-000000000004}", {}),
+    };
+    downloadAnother();
+    for (const std::wstring& folder : folders)
+        EXPECT_FALSE(fileExists(folder)) << std::filesystem::path(folder);
+    EXPECT_EQ(localAppData->downloads().size(), 1u);
+}
+
+TEST_F(EarlierDownloads, GoThoughTheNextOneFails) {
+    const std::wstring folder = leave(kName, {L"Setup.exe"});
+    expectFailure(installer->publish(bytes, R"({"status":500})"));
+    EXPECT_FALSE(fileExists(folder));
+}
+
+TEST_F(EarlierDownloads, KeepWhatNoDownloadLeft) {
+    const std::wstring shared = leave(kName, {L"Setup.exe", L"notes.txt"});
+    const std::wstring deeper = leave(kName + std::wstring(L"\\inner"), {L"Setup.exe"});
+    downloadAnother();
+    EXPECT_FALSE(fileExists(shared + L"\\Setup.exe"));
+    EXPECT_TRUE(fileExists(shared + L"\\notes.txt"));
+    EXPECT_TRUE(fileExists(deeper + L"\\Setup.exe"));
+}
+
+TEST_F(EarlierDownloads, AreOnlyWhatIsCalledLikeOne) {
+    const std::wstring other = leave(L"my copies", {L"Setup.exe", L"Setup.download"});
+    const std::wstring nearly = leave(std::wstring(kName) + L".old", {L"Setup.exe"});
+    const std::wstring file = localAppData->updates() + L"\\" + kName;
+    writeFile(file, "a file");
+    writeFile(localAppData->updates() + L"\\Setup.exe", "a file");
+    downloadAnother();
+    for (const std::wstring& path : {other + L"\\Setup.exe", other + L"\\Setup.download",
+                                     nearly + L"\\Setup.exe", file, localAppData->updates() + L"\\Setup.exe"})
+        EXPECT_TRUE(fileExists(path)) << std::filesystem::path(path);
+}
+
+TEST_F(EarlierDownloads, AreNotLookedForBehindALink) {
+    const TemporaryFolder target;
+    writeFile(target / L"Setup.exe", "somebody's");
+    std::filesystem::create_directories(localAppData->updates());
+    const FolderLink link(localAppData->updates() + L"\\" + kName, target.path());
+    if (!link.exists())
+        GTEST_SKIP() << "this system lets no test make a link";
+    downloadAnother();
+    EXPECT_TRUE(fileExists(target / L"Setup.exe"));
+    EXPECT_TRUE(link.exists());
+}
+
+const wchar_t* linkedName = nullptr;
+DWORD WINAPI seeALink(LPCWSTR path) {
+    const DWORD attributes = realFunction<DWORD WINAPI(LPCWSTR)>("GetFileAttributesW")(path);
+    return std::wstring_view(path).ends_with(linkedName) ? attributes | FILE_ATTRIBUTE_REPARSE_POINT
+                                                         : attributes;
+}
+
+TEST_F(EarlierDownloads, KeepAFileThatIsALink) {
+    const std::wstring folder = leave(kName, {L"Setup.exe", L"Setup.download"});
+    linkedName = L"\\Setup.exe";
+    {
+        const ImportSwap<decltype(seeALink)> swap("GetFileAttributesW", seeALink);
+        downloadAnother();
+    }
+    EXPECT_TRUE(fileExists(folder + L"\\Setup.exe"));
+    EXPECT_FALSE(fileExists(folder + L"\\Setup.download"));
+}
+
+TEST_F(EarlierDownloads, ThatAreInUseAreNoHindrance) {
+    const std::wstring folder = leave(kName, {L"Setup.exe"});
+    const UniqueFile inUse = openFile(folder + L"\\Setup.exe", GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING);
+    downloadAnother();
+    EXPECT_TRUE(fileExists(folder + L"\\Setup.exe"));
 }
 
 TEST_F(InstallerDownload, IntroducesItselfByItsOwnNameAndNamesNoType) {
@@ -271,21 +370,43 @@ TEST_F(InstallerDownload, ThatIsCancelledAtTheVeryEndIsNotRenamed) {
 
 // --- Time ---
 
-Tick clockStepMs = 0;
-Tick clockNow = 0;
-ULONGLONG WINAPI runningClock() {
-    return clockNow += clockStepMs;
+Tick clockJumpMs = 0;
+bool clockJumped = false;
+ULONGLONG WINAPI jumpingClock() {
+    return realFunction<ULONGLONG WINAPI()>("GetTickCount64")() + (clockJumped ? clockJumpMs : 0);
+}
+using ReadData = BOOL WINAPI(HINTERNET, LPVOID, DWORD, LPDWORD);
+BOOL WINAPI readAndJump(HINTERNET request, LPVOID buffer, DWORD bytes, LPDWORD taken) {
+    clockJumped = true;
+    return realWinHttp<ReadData>("WinHttpReadData")(request, buffer, bytes, taken);
 }
 
 TEST_F(InstallerDownload, FailsAfterFiveMinutesThoughDataStillArrives) {
     const UpdateManifest manifest = installer->publish(bytes);
-    const ImportSwap<ULONGLONG WINAPI()> clock("GetTickCount64", runningClock);
-    // Read once at the start and once before each of the reads: four pieces and the end.
-    clockStepMs = 300'000 / 5;
+    const ImportSwap<ULONGLONG WINAPI()> clock("GetTickCount64", jumpingClock);
+    const ImportSwap<ReadData> read("WinHttpReadData", readAndJump);
+    clockJumpMs = 290'000;
+    clockJumped = false;
     EXPECT_TRUE(download(manifest).verified);
-    clockStepMs = 300'000 / 5 + 1;
-    EXPECT_EQ(download(manifest).message, kFailed);
-    EXPECT_EQ(localAppData->downloads().size(), 1u);
+    clockJumpMs = 300'001;
+    clockJumped = false;
+    expectFailure(manifest);
+    EXPECT_LT(progress, 100u);
+}
+
+DWORD headTimeoutMs = 0;
+using SetOption = BOOL WINAPI(HINTERNET, DWORD, LPVOID, DWORD);
+BOOL WINAPI noteHeadTimeout(HINTERNET handle, DWORD option, LPVOID value, DWORD bytes) {
+    if (option == WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT)
+        headTimeoutMs = *static_cast<DWORD*>(value);
+    return realWinHttp<SetOption>("WinHttpSetOption")(handle, option, value, bytes);
+}
+
+TEST_F(InstallerDownload, WaitsThreeSecondsForTheHead) {
+    const UpdateManifest manifest = installer->publish(bytes);
+    const ImportSwap<SetOption> swap("WinHttpSetOption", noteHeadTimeout);
+    EXPECT_TRUE(download(manifest).verified);
+    EXPECT_EQ(headTimeoutMs, 3000u);
 }
 
 // --- A disk that fails ---
@@ -295,6 +416,14 @@ BOOL WINAPI failToFlush(HANDLE) {
 }
 BOOL WINAPI failToMove(LPCWSTR, LPCWSTR, DWORD) {
     return FALSE;
+}
+int movesToRefuse = 0;
+BOOL WINAPI moveOnceTheScannerIsDone(LPCWSTR from, LPCWSTR to, DWORD flags) {
+    if (movesToRefuse-- > 0) {
+        SetLastError(ERROR_SHARING_VIOLATION);
+        return FALSE;
+    }
+    return realFunction<BOOL WINAPI(LPCWSTR, LPCWSTR, DWORD)>("MoveFileExW")(from, to, flags);
 }
 BOOL WINAPI writeShort(HANDLE, LPCVOID, DWORD bytes, LPDWORD written, LPOVERLAPPED) {
     *written = bytes - 1;
@@ -317,6 +446,17 @@ TEST_F(InstallerDownload, FailsWhenTheFileCannotBeRenamed) {
     const UpdateManifest manifest = installer->publish(bytes);
     const ImportSwap<MoveFileFunction> swap("MoveFileExW", failToMove);
     expectFailure(manifest);
+}
+
+TEST_F(InstallerDownload, WaitsALittleForWhoeverHoldsTheFile) {
+    const UpdateManifest manifest = installer->publish(bytes);
+    const ImportSwap<MoveFileFunction> swap("MoveFileExW", moveOnceTheScannerIsDone);
+    movesToRefuse = 3;
+    EXPECT_TRUE(download(manifest).verified);
+    movesToRefuse = 1000;
+    const Tick begin = GetTickCount64();
+    expectFailure(manifest);
+    EXPECT_LT(GetTickCount64() - begin, 3000u);
 }
 
 TEST_F(InstallerDownload, FailsWhenAPieceIsWrittenInPart) {

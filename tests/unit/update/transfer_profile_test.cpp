@@ -41,5 +41,23 @@ TEST(TransferProfiles, HaveTheirLimits) {
     EXPECT_EQ(kInstallerReadBytes, 65'536u);
 }
 
+TEST(ContentLength, IsADecimalNumber) {
+    EXPECT_EQ(contentLengthFrom(L"0"), 0u);
+    EXPECT_EQ(contentLengthFrom(L"0065537"), 65'537u);
+    EXPECT_EQ(contentLengthFrom(L"4294967297"), 4'294'967'297u);
+    EXPECT_EQ(contentLengthFrom(L"18446744073709551615"), 18'446'744'073'709'551'615u);
+}
+
+TEST(ContentLength, IsTheLargestNumberAtMost) {
+    for (const wchar_t* header :
+         {L"18446744073709551616", L"184467440737095516150", L"99999999999999999999999"})
+        EXPECT_EQ(contentLengthFrom(header), 18'446'744'073'709'551'615u);
+}
+
+TEST(ContentLength, IsNothingElse) {
+    for (const wchar_t* header : {L"", L"-1", L"+1", L"1a", L" 1", L"1, 1", L"\xFF11"})
+        EXPECT_EQ(contentLengthFrom(header), std::nullopt);
+}
+
 }  // namespace
 }  // namespace vextra

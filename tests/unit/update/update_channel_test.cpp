@@ -3,168 +3,22 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <condition_variable>
-#include <vector>
 
-#include "bridge/bridge_protocol.h"
-#include "manifest_text.h"
+#include "update_window.h"
 
 namespace vextra {
 namespace {
 
-using test::testChannel;
+using test::kIdleCamera;
+using test::Said;
+using test::UpdateWindow;
+using enum test::Said::Where;
 
 constexpr const wchar_t* kDisabledText = L"Verificação de atualização desativada nas Configurações.";
 constexpr const wchar_t* kCheckingText = L"Verificando canal MF e assinatura, sem interromper a câmera...";
 constexpr const wchar_t* kAvailableText =
     L"Nova versão 0.3.0 disponível • assinatura MF validada. Baixe para atualizar.";
-constexpr const wchar_t* kLaunchedText = L"Instalador aberto. Conclua o assistente para atualizar.";
-constexpr const wchar_t* kNotLaunchedText =
-    L"Instalador não iniciado ou autorização cancelada. Câmera preservada.";
-constexpr CameraActivity kIdleCamera{false, false, 0};
 constexpr std::uint32_t kNoLimitMs = 60'000;  // what takes so long does not end
-
-struct Said {
-    enum class Where { kStatus = 1, kNotice, kBalloon, kQuestion, kLog } where;
-    std::wstring text;
-    bool operator==(const Said&) const = default;
-};
-using enum Said::Where;
-
-std::ostream& operator<<(std::ostream& out, const Said& said) {
-    return out << static_cast<int>(said.where) << ' ' << std::string(said.text.begin(), said.text.end());
-}
-
-// The window, the user, the camera and the network around the channel.
-class UpdateWindow : public testing::Test {
-protected:
-    UpdateWindow() {
-        result.code = UpdateCode::kAvailable;
-        result.message = L"Nova versão MF disponível. Abra Diagnóstico para baixar e instalar.";
-        result.manifest = {"0.3.0", installerUrl("0.3.0", testChannel()), std::string(64, 'a'), 10,
-                           "signature"};
-        download = {true, L"C:\\u\\Setup.exe", L"verified"};
-    }
-
-    UpdateChannelDoors doors() {
-        return {
-            .now = [this] { return now; },
-            .settings =
-                [this] {
-                    return UpdateSettings{disabled, SecretText(manifestUrl)};
-                },
-            .camera = [this] { return camera; },
-            .ask =
-                [this](const UpdateQuestion& question) {
-                    say(kQuestion, std::wstring(question.title) + L"|" + std::wstring(question.text));
-                    if (whileAsking)
-                        whileAsking();
-                    return answer;
-                },
-            .showStatus = [this](std::wstring_view text) { say(kStatus, text); },
-            .showNotice = [this](std::wstring_view text) { say(kNotice, text); },
-            .showBalloon =
-                [this](std::wstring_view title, std::wstring_view text) {
-                    say(kBalloon, std::wstring(title) + L"|" + std::wstring(text));
-                },
-            .log =
-                [this](EventCode code, std::int32_t value) {
-                    const std::string_view name = eventText(code);
-                    say(kLog, std::wstring(name.begin(), name.end()) + L" " + std::to_wstring(value));
-                },
-            .openInstaller =
-                [this](const UpdateManifest& manifest, const std::wstring& path) {
-                    opened.emplace_back(manifest.version, path);
-                    return installerOpens;
-                },
-            .runCheck =
-                [this](UpdateCheckRequest request, const std::atomic<bool>& cancel) {
-                    const std::wstring_view url = request.manifestUrl.view();
-                    checked.emplace_back(url);
-                    stayUntilToldOtherwise(cancel);
-                    return result;
-                },
-            .download =
-                [this](const UpdateManifest& manifest, const std::atomic<bool>& cancel,
-                       std::atomic<std::uint32_t>& progressPercent) {
-                    downloaded.push_back(manifest);
-                    progressPercent = 42;
-                    stayUntilToldOtherwise(cancel);
-                    return download;
-                },
-            .postCompletion =
-                [this](UpdateCompletion completion) {
-                    const std::lock_guard guard(postLock);
-                    posted.push_back(completion);
-                    postedOne.notify_all();
-                },
-        };
-    }
-
-    // On the worker.
-    void stayUntilToldOtherwise(const std::atomic<bool>& cancel) {
-        while ((waitForCancel && !cancel) || networkHolds)
-            std::this_thread::yield();
-        cancelSeen = cancel.load();
-    }
-
-    void say(Said::Where where, std::wstring_view text) { said.push_back({where, std::wstring(text)}); }
-    std::vector<Said> takeSaid() { return std::exchange(said, {}); }
-    std::vector<std::wstring> takeSaid(Said::Where where) {
-        std::vector<std::wstring> texts;
-        for (const Said& one : takeSaid()) {
-            if (one.where == where)
-                texts.push_back(one.text);
-        }
-        return texts;
-    }
-
-    // The next message that a worker posts, given to the channel as the window does.
-    void deliver() {
-        std::unique_lock guard(postLock);
-        ASSERT_TRUE(postedOne.wait_for(guard, std::chrono::seconds(10), [this] { return !posted.empty(); }));
-        const UpdateCompletion completion = posted.front();
-        posted.erase(posted.begin());
-        guard.unlock();
-        channel.handleCompletion(static_cast<std::uint64_t>(completion));
-    }
-    void check(CheckKind kind = CheckKind::kManual) {
-        channel.startCheck(kind);
-        deliver();
-    }
-    void checkAndDownload() {
-        check();
-        channel.pressInstallerButton();
-        deliver();
-        takeSaid();
-    }
-    // The channel counts a check by what reached the network.
-    std::size_t checks() const { return checked.size(); }
-
-    Tick now = 1'000'000;
-    bool disabled = false;
-    std::wstring manifestUrl;
-    CameraActivity camera = kIdleCamera;
-    bool answer = true;
-    std::function<void()> whileAsking;
-    bool installerOpens = true;
-    std::vector<std::pair<std::string, std::wstring>> opened;
-    std::vector<Said> said;
-
-    UpdateCheckResult result;
-    DownloadResult download;
-    bool waitForCancel = false;
-    std::atomic<bool> networkHolds{false};  // in a step that no flag ends
-    std::atomic<bool> cancelSeen{false};
-    std::vector<std::wstring> checked;       // a worker's until it is joined
-    std::vector<UpdateManifest> downloaded;  // likewise
-
-    std::mutex postLock;
-    std::condition_variable postedOne;
-    std::vector<UpdateCompletion> posted;  // guarded by postLock
-
-    UpdateChannel channel{testChannel(), doors()};
-};
 
 // --- Checks ---
 
@@ -378,11 +232,43 @@ TEST_F(UpdateWindow, NothingElseStartsWhileADownloadRuns) {
 
 TEST_F(UpdateWindow, ACheckThatBeganWhileTheUserWasAskedKeepsTheDownloadFromStarting) {
     check();
-    whileAsking = [this] { channel.startCheck(CheckKind::kManual); };
+    whileAsking = [this] {
+        channel.startCheck(CheckKind::kManual);
+        takeSaid();
+    };
     channel.pressInstallerButton();
+    EXPECT_EQ(takeSaid(), (std::vector<Said>{{kNotice, kCheckingText}}));
     deliver();
     EXPECT_TRUE(downloaded.empty());
     EXPECT_EQ(checks(), 2u);
+}
+
+TEST_F(UpdateWindow, ACheckThatEndedWhileTheUserWasAskedSaysWhyThereIsNoDownload) {
+    check();
+    whileAsking = [this] {
+        result = {UpdateCode::kUpToDate, L"nothing newer", {}};
+        check();
+        takeSaid();
+    };
+    channel.pressInstallerButton();
+    EXPECT_EQ(takeSaid(), (std::vector<Said>{{kNotice, L"nothing newer"}}));
+    EXPECT_TRUE(downloaded.empty());
+}
+
+TEST_F(UpdateWindow, ADownloadThatBeganWhileTheUserWasAskedIsTheOnlyOne) {
+    check();
+    waitForCancel = true;
+    whileAsking = [this] {
+        whileAsking = nullptr;
+        channel.pressInstallerButton();
+        takeSaid();
+    };
+    channel.pressInstallerButton();
+    const std::vector<std::wstring> notices = takeSaid(kNotice);
+    ASSERT_EQ(notices.size(), 1u);
+    EXPECT_TRUE(notices[0].starts_with(L"Baixando instalador MF: "));
+    EXPECT_TRUE(channel.shutDown(kNoLimitMs));
+    EXPECT_EQ(downloaded.size(), 1u);
 }
 
 TEST_F(UpdateWindow, AnEndThatBeganWhileTheUserWasAskedKeepsTheDownloadFromStarting) {
@@ -421,108 +307,19 @@ TEST_F(UpdateWindow, ARepeatedMessageIsIgnored) {
     EXPECT_TRUE(takeSaid().empty());
 }
 
-// --- Launch ---
-
-TEST_F(UpdateWindow, TheInstallerIsOpenedAfterAYes) {
-    checkAndDownload();
-    channel.pressInstallerButton();
-    EXPECT_EQ(takeSaid(), (std::vector<Said>{
-                              {kQuestion,
-                               L"Atualização Câmera Virtual Vextra MF|Abrir o instalador da nova versão MF? "
-                               L"O Windows poderá pedir autorização. Suas configurações serão preservadas. "
-                               L"A instalação só prossegue sem captura ativa."},
-                              {kNotice, kLaunchedText},
-                              {kLog, L"MF_UPDATE_INSTALLER_LAUNCHED 0"}}));
-    EXPECT_EQ(opened, (std::vector<std::pair<std::string, std::wstring>>{{"0.3.0", L"C:\\u\\Setup.exe"}}));
-}
-
-TEST_F(UpdateWindow, TheInstallerIsNotOpenedAfterANo) {
-    checkAndDownload();
-    answer = false;
-    channel.pressInstallerButton();
-    EXPECT_EQ(takeSaid(kQuestion).size(), 1u);
+TEST_F(UpdateWindow, ACompletionWhoseMessageWasLostIsCaughtUpWith) {
+    channel.catchUp();  // nothing to catch up with
     EXPECT_TRUE(takeSaid().empty());
-    EXPECT_TRUE(opened.empty());
-}
-
-TEST_F(UpdateWindow, ABusyCameraPutsTheInstallerOff) {
-    checkAndDownload();
-    for (const CameraActivity busy :
-         {CameraActivity{true, false, 0}, CameraActivity{false, true, 0}, CameraActivity{false, false, 1},
-          CameraActivity{false, false, 16}, CameraActivity{false, false, -1}, CameraActivity{}}) {
-        camera = busy;
-        channel.pressInstallerButton();
-        EXPECT_EQ(takeSaid(), (std::vector<Said>{{kNotice,
-                                                  L"Instalação adiada: encerre a captura e a prévia. Nenhuma "
-                                                  L"reunião será interrompida."}}));
-        EXPECT_FALSE(channel.installerButtonEnabled(busy));
+    channel.startCheck(CheckKind::kManual);
+    {
+        std::unique_lock guard(postLock);
+        ASSERT_TRUE(postedOne.wait_for(guard, std::chrono::seconds(10), [this] { return !posted.empty(); }));
     }
-    EXPECT_TRUE(opened.empty());
-}
-
-TEST_F(UpdateWindow, ALeaseBlocksTheInstallerAsLongAsItIsFresh) {
-    checkAndDownload();
-    const auto file = std::make_unique<DemandFile>();
-    file->slots[3].leaseId = 7;
-    file->slots[3].heartbeatTickMs = now;
-    camera.leaseCount = countFreshLeases(*file, now + 3000);
-    channel.pressInstallerButton();
-    EXPECT_TRUE(opened.empty());
-    camera.leaseCount = countFreshLeases(*file, now + 3001);
-    channel.pressInstallerButton();
-    EXPECT_EQ(opened.size(), 1u);
-}
-
-TEST_F(UpdateWindow, ACaptureThatBeganWhileTheUserWasAskedPutsTheInstallerOff) {
-    checkAndDownload();
-    whileAsking = [this] { camera.leaseCount = 1; };
-    channel.pressInstallerButton();
-    EXPECT_EQ(takeSaid(kNotice), std::vector<std::wstring>{L"Captura iniciada: instalação adiada."});
-    EXPECT_TRUE(opened.empty());
-}
-
-TEST_F(UpdateWindow, AnEndThatBeganWhileTheUserWasAskedKeepsTheInstallerClosed) {
-    checkAndDownload();
-    whileAsking = [this] { channel.beginShutdown(); };
-    channel.pressInstallerButton();
-    EXPECT_TRUE(opened.empty());
-    EXPECT_TRUE(takeSaid(kNotice).empty());
-}
-
-TEST_F(UpdateWindow, ACheckThatEndedWhileTheUserWasAskedKeepsTheEarlierInstallerClosed) {
-    checkAndDownload();
-    whileAsking = [this] {
-        result.manifest.version = "0.4.0";
-        check();
-    };
-    channel.pressInstallerButton();
-    EXPECT_TRUE(opened.empty());
-    EXPECT_EQ(channel.installerButtonLabel(), L"Baixar atualização");
-}
-
-TEST_F(UpdateWindow, AnInstallerThatDidNotStartCanBeStartedAgain) {
-    checkAndDownload();
-    installerOpens = false;
-    channel.pressInstallerButton();
-    std::vector<Said> expected = {{kNotice, kNotLaunchedText}, {kLog, L"MF_UPDATE_INSTALLER_NOT_LAUNCHED 0"}};
-    std::vector<Said> all = takeSaid();
-    EXPECT_EQ(std::vector<Said>(all.begin() + 1, all.end()), expected);
-    EXPECT_EQ(channel.installerButtonLabel(), L"Instalar atualização");
-    EXPECT_TRUE(channel.installerButtonEnabled(kIdleCamera));
-    installerOpens = true;
-    channel.pressInstallerButton();
-    EXPECT_EQ(opened.size(), 2u);
-}
-
-TEST_F(UpdateWindow, TheInstallButtonWaitsForAnIdleCameraAndTheDownloadButtonDoesNot) {
-    check();
-    EXPECT_TRUE(channel.installerButtonEnabled({true, true, 16}));
-    channel.pressInstallerButton();
-    deliver();
-    EXPECT_TRUE(channel.installerButtonEnabled(kIdleCamera));
-    EXPECT_FALSE(channel.installerButtonEnabled({true, false, 0}));
-    EXPECT_FALSE(channel.installerButtonEnabled({false, true, 0}));
-    EXPECT_FALSE(channel.installerButtonEnabled({false, false, 1}));
+    channel.catchUp();
+    EXPECT_FALSE(channel.busy());
+    takeSaid();
+    channel.handleCompletion(1);  // should the message come after all
+    EXPECT_TRUE(takeSaid().empty());
 }
 
 // --- The end ---

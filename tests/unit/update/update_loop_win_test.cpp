@@ -83,8 +83,11 @@ protected:
     }
     void publish() {
         const SignerReport report =
-            publishRelease({besideThisProgram(L"stub-setup.exe"), version,
-                            std::wstring(identity.origin.begin(), identity.origin.end()), server->www()},
+            publishRelease({besideThisProgram(L"stub-setup.exe"),
+                            version,
+                            std::wstring(identity.origin.begin(), identity.origin.end()),
+                            server->www(),
+                            {}},
                            key);
         ASSERT_TRUE(report.ok()) << std::string(report.trouble.begin(), report.trouble.end());
     }
