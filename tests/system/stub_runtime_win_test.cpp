@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstdio>
 #include <string>
-#include <thread>
 
 #include "broker_test_win.h"
 #include "config/settings_store.h"
@@ -111,8 +110,7 @@ TEST_F(StubRuntime, ThatHangsKeepsNobodyFromQuitting) {
     EXPECT_TRUE(broker().waitForEvent("UI_READY"));
 }
 
-// --- The Supervisor's thread with its real doors, in this process, so that what it keeps can be looked at
-// ---
+// --- The Supervisor's thread with its real doors, in this process, where what it keeps can be looked at ---
 
 std::atomic<bool> sourceFails{true};
 
@@ -137,13 +135,11 @@ protected:
         log_.open(machine_.dataFolder() + L"\\test.log", EventLog::OpenMode::kReplace);
         shared_.settings = gstreamerSettings();
         shared_.previewDeadline = GetTickCount64() + 60'000;  // a demand
-        supervisor_ = startSupervisorThread({&shared_, &log_, wakeEvent_.get(), stopSignal_.get(), nullptr,
-                                             machine_.installRoot(), L"", machine_.dataFolder()});
+        if (!supervisor_.start(nullptr))
+            failSetUp("Supervisor's thread");
     }
-    ~FailureReason() override {
-        sendCommand(shared_, wakeEvent_.get(), SupervisorCommand::kQuit);
-        supervisor_.join();
-    }
+    // Which is waited for as the thread's owner ends.
+    ~FailureReason() override { sendCommand(shared_, wakeEvent_.get(), SupervisorCommand::kQuit); }
     bool reasonBecomes(const std::wstring& reason) {
         return waitUntil([&] { return failureReasonNow(shared_) == reason; }, 10'000);
     }
@@ -154,7 +150,8 @@ protected:
     EventLog log_{shared_.frameCounter};
     const UniqueHandle wakeEvent_{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
     const UniqueHandle stopSignal_{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
-    std::thread supervisor_;
+    SupervisorThread supervisor_{{&shared_, &log_, wakeEvent_.get(), stopSignal_.get(),
+                                  machine_.installRoot(), L"", machine_.dataFolder()}};
 };
 
 TEST_F(FailureReason, OfGstreamerStandsBesideTheStatusTextUntilAFrameIsLive) {
