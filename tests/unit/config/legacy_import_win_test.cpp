@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cwchar>
+#include <limits>
 #include <optional>
 
 #include "broker_fixture_win.h"
@@ -94,7 +96,10 @@ TEST_F(LegacyEnvironment, ReadsNumbersAsTheSystemDoes) {
                                 L"\x3000"
                                 L"1"}) {
         wchar_t* end = nullptr;
-        const unsigned long value = std::wcstoul(text, &end, 10);
+        errno = 0;
+        unsigned long value = std::wcstoul(text, &end, 10);
+        if (errno == ERANGE)  // the largest, by the standard; this system's library puts its sign before it
+            value = std::numeric_limits<unsigned long>::max();
         const bool whole = *end == L'\0';
         settings.latencyMs = 33;
         const ScopedVariable latency(kLatency, text);
