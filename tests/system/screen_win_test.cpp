@@ -6,8 +6,7 @@
 #include <algorithm>
 #include <cwchar>
 
-#include "broker_test_win.h"
-#include "broker_window_win.h"
+#include "window_test_win.h"
 
 namespace vextra::test {
 namespace {
@@ -16,23 +15,8 @@ namespace {
 constexpr COLORREF kPlaceholder = RGB(18, 25, 36);
 constexpr POINT kInPreview{490, 290};  // above the words that lie over the placeholder
 
-class Screen : public BrokerTest {
+class Screen : public WindowTest {
 protected:
-    Screen() { decoder().behave("frames=endless\nframesPerSecond=16"); }
-
-    void start() {
-        broker().start(L"--test-pattern");
-        // The check for updates at the start has its own say in the status line.
-        ASSERT_TRUE(broker().waitForEvent("MF_UPDATE_CHECK_COMPLETED", 20'000));
-    }
-    void goLive() {
-        viewer().takeLease();
-        ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
-    }
-    void pressPause() {
-        ASSERT_TRUE(waitUntil([&] { return window.visible(kIdPause); }, 2000));
-        window.press(kIdPause);
-    }
     bool waitForPlaceholder() {
         return waitUntil([&] { return window.pixel(kInPreview) == kPlaceholder; }, 4000);
     }
@@ -44,8 +28,6 @@ protected:
             },
             4000);
     }
-
-    const BrokerWindow window{broker()};
 };
 
 TEST_F(Screen, ShowsTheCameraOnlyWhileItIsLive) {
@@ -54,9 +36,9 @@ TEST_F(Screen, ShowsTheCameraOnlyWhileItIsLive) {
     for (int round = 0; round < 2; ++round) {
         goLive();
         ASSERT_TRUE(waitForCamera()) << round;
-        pressPause();
+        pause();
         EXPECT_TRUE(waitForPlaceholder()) << "paused, round " << round;
-        pressPause();
+        pause();
         ASSERT_TRUE(waitForCamera()) << round;
         SendMessageW(window.handle(), WM_WTSSESSION_CHANGE, WTS_SESSION_LOCK, 0);
         EXPECT_TRUE(waitForPlaceholder()) << "locked, round " << round;
