@@ -94,7 +94,7 @@ private:
     void takeScreen(const Screen& screen);
     // Looks whether the window is on another screen or the screen has changed, and fits the window to it.
     void followScreen();
-    bool onGetDpiScaledSize(int dpi, SIZE& size) const;
+    bool onGetDpiScaledSize(int dpi, SIZE* size) const;
     void onDpiChanged(int dpi, const RECT* suggested);
     void onDropped();
     PixelBounds bounds() const;

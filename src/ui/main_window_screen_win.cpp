@@ -7,7 +7,9 @@ namespace vextra {
 namespace {
 
 // Beyond what Windows offers; anything else in a message is not a DPI.
-constexpr int kMinDpi = 48, kMaxDpi = 960;
+constexpr bool isDpi(int value) {
+    return value >= 48 && value <= 960;
+}
 
 PixelBounds boundsOf(const RECT& rect) {
     return {rect.left, rect.top, rect.right, rect.bottom};
@@ -68,15 +70,17 @@ void MainWindow::followScreen() {
     moveTo(windowPlaceOn(screen_, from, bounds()));
 }
 
-bool MainWindow::onGetDpiScaledSize(int dpi, SIZE& size) const {
-    const auto wanted = windowSizeForDpi(screenOfWindow(dpi), screen_, {size.cx, size.cy});
+bool MainWindow::onGetDpiScaledSize(int dpi, SIZE* size) const {
+    if (!isDpi(dpi) || size == nullptr)
+        return false;
+    const auto wanted = windowSizeForDpi(screenOfWindow(dpi), screen_, {size->cx, size->cy});
     if (wanted)
-        size = {wanted->width, wanted->height};
+        *size = {wanted->width, wanted->height};
     return wanted.has_value();
 }
 
 void MainWindow::onDpiChanged(int dpi, const RECT* suggested) {
-    if (dpi < kMinDpi || dpi > kMaxDpi || suggested == nullptr)
+    if (!isDpi(dpi) || suggested == nullptr)
         return;
     const PixelBounds before = bounds();
     takeScreen(screenAt(MonitorFromRect(suggested, MONITOR_DEFAULTTONEAREST), dpi));

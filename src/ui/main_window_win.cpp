@@ -131,8 +131,8 @@ LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
             return 0;
         case WM_DPICHANGED: onDpiChanged(HIWORD(wParam), reinterpret_cast<const RECT*>(lParam)); return 0;
         case WM_GETDPISCALEDSIZE:
-            return onGetDpiScaledSize(static_cast<int>(wParam), *reinterpret_cast<SIZE*>(lParam)) ? TRUE
-                                                                                                  : FALSE;
+            return onGetDpiScaledSize(static_cast<int>(wParam), reinterpret_cast<SIZE*>(lParam)) ? TRUE
+                                                                                                 : FALSE;
         case WM_ENTERSIZEMOVE: drag_ = Drag::kRunning; break;
         case WM_EXITSIZEMOVE: onDropped(); break;
         case WM_GETMINMAXINFO: {

@@ -371,6 +371,16 @@ TEST_F(MainWindowAndSystem, SaysBeforeAChangeOfDpiHowLargeItWantsToBe) {
     EXPECT_EQ(size.cx, 1000);
 }
 
+TEST_F(MainWindowAndSystem, SaysNothingOfADpiThatIsNoneOrWithoutASize) {
+    ASSERT_TRUE(make());
+    SIZE size{1000, 800};
+    for (const WPARAM dpi : {WPARAM{0}, WPARAM{47}, WPARAM{961}})
+        EXPECT_EQ(SendMessageW(handle(), WM_GETDPISCALEDSIZE, dpi, reinterpret_cast<LPARAM>(&size)), FALSE)
+            << dpi;
+    EXPECT_EQ(SendMessageW(handle(), WM_GETDPISCALEDSIZE, 144, 0), FALSE);
+    EXPECT_EQ(size.cx, 1000);
+}
+
 TEST_F(MainWindowAndSystem, FitsASmallScreenAfterAChangeOfDpi) {
     ASSERT_TRUE(make());
     workArea = {0, 0, 1920, 1008};
