@@ -31,14 +31,14 @@ inline constexpr wchar_t kWindowTitle[] = L"Câmera Virtual Vextra MF — " VEXT
 inline constexpr DWORD kMainWindowStyle = WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN;
 inline constexpr wchar_t kBoxTitle[] = L"Camera Virtual Vextra MF 0.2 beta";
 
+// What is pointed at outlives the window.
 struct MainWindowSetup {
-    SharedStatus* shared =
-        nullptr;  // outlives the window, as do the log, the event and the Supervisor's thread
+    SharedStatus* shared = nullptr;
     EventLog* log = nullptr;
     HANDLE wakeEvent = nullptr;
-    SupervisorThread* supervisor = nullptr;          // started again when an end of the session is called off
-    std::wstring dataFolder;                         // of the settings
-    const UpdateChannelIdentity* channel = nullptr;  // outlives the window too
+    SupervisorThread* supervisor = nullptr;  // started again when an end of the session is called off
+    std::wstring dataFolder;                 // of the settings
+    const UpdateChannelIdentity* channel = nullptr;
     Panel firstPanel = Panel::kCamera;
 };
 

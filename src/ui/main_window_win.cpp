@@ -339,9 +339,9 @@ void MainWindow::onSessionEndCalledOff() {
 void MainWindow::startSupervisorAgain() {
     if (!startsAgain_ || !supervisor_.waitForEnd(0))
         return;
-    auto left =
-        static_cast<std::uint32_t>(SupervisorCommand::kQuit);  // by a second question, and nobody's now
-    shared_.mailbox.compare_exchange_strong(left, static_cast<std::uint32_t>(SupervisorCommand::kNone));
+    // Left by a second question, and nobody's now.
+    auto quit = static_cast<std::uint32_t>(SupervisorCommand::kQuit);
+    shared_.mailbox.compare_exchange_strong(quit, static_cast<std::uint32_t>(SupervisorCommand::kNone));
     shared_.paused = *pausedBeforeEnd_;
     if (!supervisor_.start(window_))
         return;
