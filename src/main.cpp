@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "base/handle_win.h"
 #include "base/token_win.h"
+#include "base/unique_win.h"
 #include "config/legacy_import.h"
 #include "config/settings_store.h"
 #include "config/source_url.h"
@@ -25,9 +25,9 @@
 #include "core/shared_status.h"
 #include "core/supervisor_thread_win.h"
 #include "diag/event_log.h"
-#include "producers/ffmpeg_process.h"
-#include "producers/gst_runtime.h"
-#include "ui/main_window.h"
+#include "producers/ffmpeg_process_win.h"
+#include "producers/gst_runtime_win.h"
+#include "ui/main_window_win.h"
 #include "update/channel.h"
 
 namespace vextra {

@@ -5,7 +5,7 @@
 
 #include <objbase.h>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 
 namespace vextra {
 

@@ -5,7 +5,7 @@
 
 #include <bcrypt.h>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 
 namespace vextra {
 

@@ -4,7 +4,7 @@
 
 #include <sddl.h>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 
 namespace vextra {
 namespace {

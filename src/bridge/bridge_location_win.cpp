@@ -2,8 +2,8 @@
 
 #include <sddl.h>
 
-#include "base/handle_win.h"
 #include "base/token_win.h"
+#include "base/unique_win.h"
 #include "bridge/bridge_location.h"
 
 namespace vextra {

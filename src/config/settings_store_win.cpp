@@ -7,9 +7,9 @@
 #include <span>
 #include <utility>
 
-#include "base/handle_win.h"
 #include "base/ticks.h"
 #include "base/token_win.h"
+#include "base/unique_win.h"
 #include "config/save_faults.h"
 #include "config/settings_record.h"
 #include "config/settings_store.h"

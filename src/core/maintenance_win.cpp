@@ -3,10 +3,10 @@
 #include <vector>
 
 #include "base/com_win.h"
-#include "base/handle_win.h"
-#include "base/hresult.h"
+#include "base/system_types.h"
 #include "base/text_win.h"
 #include "base/token_win.h"
+#include "base/unique_win.h"
 #include "bridge/bridge_location.h"
 #include "bridge/demand_channel.h"
 #include "core/camera_operation.h"

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "core/session_presence.h"
 
 namespace vextra {

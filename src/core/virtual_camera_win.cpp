@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "base/hresult.h"
 #include "base/system_library_win.h"
+#include "base/system_types.h"
 
 namespace vextra {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <cwchar>
 
-#include "base/product_version.h"
+#include "base/product.h"
 
 namespace vextra {
 

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 
 namespace vextra {
 namespace {

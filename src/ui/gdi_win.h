@@ -1,7 +1,7 @@
 // Owners for what GDI and the window manager hand out.
 #pragma once
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 
 namespace vextra {
 

@@ -8,7 +8,7 @@
 #include "core/supervisor_thread_win.h"
 #include "diag/diagnostic_report.h"
 #include "ui/clipboard_win.h"
-#include "ui/main_window.h"
+#include "ui/main_window_win.h"
 #include "ui/tray_text.h"
 #include "update/update_doors.h"
 

@@ -14,8 +14,8 @@
 #include <string>
 #include <string_view>
 
-#include "base/handle_win.h"
 #include "base/ticks.h"
+#include "base/unique_win.h"
 #include "update/transfer_profile.h"
 
 namespace vextra {

@@ -5,9 +5,9 @@
 
 #include <vector>
 
-#include "base/ascii.h"
-#include "base/handle_win.h"
 #include "base/sha256.h"
+#include "base/text.h"
+#include "base/unique_win.h"
 #include "update/download_folder.h"
 #include "update/https_transfer_win.h"
 #include "update/installer_download.h"

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string_view>
 
-#include "base/product_version.h"
+#include "base/product.h"
 #include "base/ticks.h"
 
 namespace vextra {

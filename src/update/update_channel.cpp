@@ -3,7 +3,7 @@
 #include <chrono>
 #include <utility>
 
-#include "base/ascii.h"
+#include "base/text.h"
 
 namespace vextra {
 namespace {

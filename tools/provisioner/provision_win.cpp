@@ -7,7 +7,7 @@
 
 #include <algorithm>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "bridge/bridge_location.h"
 
 namespace vextra {

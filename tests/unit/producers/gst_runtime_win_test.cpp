@@ -1,5 +1,5 @@
 // The search and the loading, with stub libraries; real_gstreamer_win_test.cpp has a real runtime.
-#include "producers/gst_runtime.h"
+#include "producers/gst_runtime_win.h"
 
 #include <gtest/gtest.h>
 

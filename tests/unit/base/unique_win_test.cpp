@@ -1,4 +1,4 @@
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 
 #include <gtest/gtest.h>
 

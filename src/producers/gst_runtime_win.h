@@ -6,7 +6,7 @@
 #include <array>
 #include <string>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "producers/gst_abi.h"
 
 namespace vextra {

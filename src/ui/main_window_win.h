@@ -7,7 +7,7 @@
 #include <string>
 
 #include "base/com_win.h"
-#include "base/product_version.h"
+#include "base/product.h"
 #include "base/ticks.h"
 #include "core/session_presence.h"
 #include "core/shared_status.h"

@@ -5,7 +5,7 @@
 
 #include <sddl.h>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "import_swap_win.h"
 
 namespace vextra {
