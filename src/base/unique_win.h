@@ -1,17 +1,23 @@
 // Owners for what the system hands out. One template; the invalid value and the way to close are part of the
-// type.
+// type, one line each.
 #pragma once
 
 #include <windows.h>
 
+#include <bcrypt.h>
+#include <objbase.h>
+
+#include <cstdint>
 #include <utility>
 
 namespace vextra {
 
-template <typename Traits>
+// `close` is called with each value but the invalid one, and leaves GetLastError as it was: an owner may end
+// between a call that failed and the look at the reason.
+template <typename ValueType, auto close, std::intptr_t kInvalid = 0>
 class Unique {
 public:
-    using Value = typename Traits::Value;
+    using Value = ValueType;
 
     Unique() = default;
     explicit Unique(Value value) : value_(value) {}
@@ -25,49 +31,68 @@ public:
     Unique& operator=(const Unique&) = delete;
     ~Unique() { reset(); }
 
-    explicit operator bool() const { return value_ != Traits::invalid(); }
+    explicit operator bool() const { return value_ != invalid(); }
     Value get() const { return value_; }
     Value operator->() const { return value_; }  // of owners of objects
-    Value release() { return std::exchange(value_, Traits::invalid()); }
-    void reset(Value value = Traits::invalid()) {
+    Value release() { return std::exchange(value_, invalid()); }
+    void reset(Value value = invalid()) {
         const Value old = std::exchange(value_, value);
-        if (old != Traits::invalid())
-            Traits::close(old);
+        if (old == invalid())
+            return;
+        const DWORD error = GetLastError();
+        close(old);
+        SetLastError(error);
     }
-    // For functions that return the value through a pointer; whatever was owned is closed first.
+    // For functions that return the value through a pointer; what was owned is closed first.
     Value* put() {
         reset();
         return &value_;
     }
 
 private:
-    Value value_ = Traits::invalid();
+    static Value invalid() { return reinterpret_cast<Value>(kInvalid); }
+
+    Value value_ = invalid();
 };
 
-struct KernelHandleTraits {
-    using Value = HANDLE;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { CloseHandle(value); }
-};
-struct FileHandleTraits {
-    using Value = HANDLE;
-    static Value invalid() { return INVALID_HANDLE_VALUE; }
-    static void close(Value value) { CloseHandle(value); }
-};
-struct MappedViewTraits {
-    using Value = void*;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { UnmapViewOfFile(value); }
-};
-struct LocalMemoryTraits {
-    using Value = void*;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { LocalFree(value); }
-};
+constexpr std::intptr_t kInvalidHandleValue = -1;  // INVALID_HANDLE_VALUE, which is no constant expression
 
-using UniqueHandle = Unique<KernelHandleTraits>;  // events, processes, jobs, mappings, pipes: invalid is null
-using UniqueFile = Unique<FileHandleTraits>;      // CreateFileW: invalid is INVALID_HANDLE_VALUE
-using UniqueView = Unique<MappedViewTraits>;      // MapViewOfFile
-using UniqueLocalMemory = Unique<LocalMemoryTraits>;  // what LocalFree gives back
+using UniqueHandle = Unique<HANDLE, &CloseHandle>;  // events, processes, jobs, mappings, pipes
+using UniqueFile = Unique<HANDLE, &CloseHandle, kInvalidHandleValue>;  // CreateFileW
+using UniqueView = Unique<void*, &UnmapViewOfFile>;                    // MapViewOfFile
+using UniqueLocalMemory = Unique<void*, &LocalFree>;
+using UniqueTaskText = Unique<wchar_t*, &CoTaskMemFree>;
+using UniqueLibrary = Unique<HMODULE, &FreeLibrary>;
+
+// A key or hash has to end before its provider.
+inline void closeCryptoProvider(BCRYPT_ALG_HANDLE provider) {
+    BCryptCloseAlgorithmProvider(provider, 0);
+}
+using UniqueCryptoProvider = Unique<BCRYPT_ALG_HANDLE, &closeCryptoProvider>;
+using UniqueCryptoHash = Unique<BCRYPT_HASH_HANDLE, &BCryptDestroyHash>;
+using UniqueCryptoKey = Unique<BCRYPT_KEY_HANDLE, &BCryptDestroyKey>;
+
+template <typename Interface>
+void releaseCom(Interface* object) {
+    object->Release();
+}
+template <typename Interface>
+using UniqueCom = Unique<Interface*, &releaseCom<Interface>>;
+
+// This thread in a COM apartment, as long as the object lives.
+class ComApartment {
+public:
+    // COINIT_APARTMENTTHREADED for threads with windows, else COINIT_MULTITHREADED
+    explicit ComApartment(DWORD model) : result_(CoInitializeEx(nullptr, model)) {}
+    ~ComApartment() {
+        if (SUCCEEDED(result_))
+            CoUninitialize();
+    }
+    ComApartment(const ComApartment&) = delete;
+    ComApartment& operator=(const ComApartment&) = delete;
+
+private:
+    const HRESULT result_;
+};
 
 }  // namespace vextra

@@ -4,8 +4,8 @@
 
 #include <utility>
 
-#include "base/com_win.h"
-#include "base/token_win.h"
+#include "base/system_win.h"
+#include "base/unique_win.h"
 #include "base/wait_win.h"
 #include "bridge/bridge_location.h"
 #include "bridge/bridge_writer.h"

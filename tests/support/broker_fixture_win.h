@@ -14,7 +14,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "base/token_win.h"
+#include "base/system_win.h"
 #include "base/unique_win.h"
 #include "bridge/bridge_layout.h"
 #include "bridge/bridge_location.h"

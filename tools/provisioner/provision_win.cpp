@@ -25,12 +25,7 @@ std::wstring errorText(const std::wstring& what, DWORD error) {
     }
 }
 
-struct RegistryKeyTraits {
-    using Value = HKEY;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { RegCloseKey(value); }
-};
-using UniqueKey = Unique<RegistryKeyTraits>;
+using UniqueKey = Unique<HKEY, &RegCloseKey>;
 
 // --- Security descriptors ---
 

@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/text_win.h"
+#include "base/text.h"
 #include "base/unique_win.h"
 
 using vextra::UniqueFile;

@@ -16,7 +16,7 @@
 #include <string>
 #include <utility>
 
-#include "base/text_win.h"
+#include "base/text.h"
 #include "base/unique_win.h"
 #include "stub_camera/stub_camera.h"
 

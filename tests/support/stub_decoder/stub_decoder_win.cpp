@@ -44,7 +44,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/text_win.h"
+#include "base/text.h"
 #include "base/unique_win.h"
 #include "bridge/bridge_layout.h"
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "base/text_win.h"
+#include "base/text.h"
 #include "base/unique_win.h"
 
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {

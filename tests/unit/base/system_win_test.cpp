@@ -1,4 +1,4 @@
-#include "base/token_win.h"
+#include "base/system_win.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>

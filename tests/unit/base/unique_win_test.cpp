@@ -73,6 +73,19 @@ TEST(UniqueHandle, ClosesTheOldBeforeAFunctionFillsIt) {
     EXPECT_EQ(*place, nullptr);
 }
 
+void closeAndFail(HANDLE handle) {
+    CloseHandle(handle);
+    SetLastError(ERROR_INVALID_HANDLE);
+}
+
+TEST(UniqueHandle, ClosesWithoutChangingTheLastError) {
+    {
+        const Unique<HANDLE, &closeAndFail> event(makeEvent().release());
+        SetLastError(ERROR_DISK_FULL);
+    }
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_DISK_FULL});
+}
+
 TEST(UniqueFile, IsInvalidAsCreateFileSaysIt) {
     EXPECT_FALSE(UniqueFile());
     EXPECT_FALSE(UniqueFile(

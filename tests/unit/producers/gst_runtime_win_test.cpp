@@ -268,7 +268,7 @@ TEST_F(GstRuntimeTest, LooksOnAfterARejectedOne) {
 TEST_F(GstRuntimeTest, RejectsOneOfWhichALibraryIsLoadedFromElsewhere) {
     const std::wstring elsewhere = machine_.root / L"elsewhere";
     makeStubRuntime(elsewhere, LibraryNames::kMinGw);
-    const Unique<LibraryTraits> stays(LoadLibraryW((elsewhere + L"\\libgobject-2.0-0.dll").c_str()));
+    const UniqueLibrary stays(LoadLibraryW((elsewhere + L"\\libgobject-2.0-0.dll").c_str()));
     ASSERT_TRUE(stays);
     installRuntime();
     EXPECT_FALSE(GstRuntime(places()).available());

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/token_win.h"
+#include "base/system_win.h"
 #include "base/unique_win.h"
 #include "bridge/bridge_location.h"
 #include "bridge/bridge_writer.h"
