@@ -1,12 +1,12 @@
 // Where everything in the main window is, as a function of its size, its DPI and what it shows. Lengths are
-// design units (base/design_units.h) unless a name says pixels. Pure.
+// design units (ui/design_units.h) unless a name says pixels. Pure.
 #pragma once
 
 #include <vector>
 
-#include "base/design_units.h"
 #include "config/settings.h"
 #include "ui/controls.h"
+#include "ui/design_units.h"
 
 namespace vextra {
 

@@ -1,4 +1,4 @@
-#include "base/design_units.h"
+#include "ui/design_units.h"
 
 #include <gtest/gtest.h>
 
