@@ -13,6 +13,7 @@
 #include "core/evidence_win.h"
 #include "core/media_foundation_win.h"
 #include "core/supervisor.h"
+#include "core/window_messages_win.h"
 #include "producers/gst_runtime_win.h"
 #include "producers/producer.h"
 

@@ -10,13 +10,6 @@
 
 namespace vextra {
 
-// Messages to the main window.
-constexpr UINT kMessageStatusChanged = WM_APP;   // the status text changed
-constexpr UINT kMessageShowWindow = WM_APP + 1;  // a second start of the broker
-constexpr UINT kMessageTray = WM_APP + 2;        // the tray icon's callback; lParam: the mouse message
-constexpr UINT kMessageStopSignal = WM_APP + 3;  // the stop signal arrived while idle
-constexpr UINT kMessageUpdateDone = WM_APP + 4;  // an update check (wParam 1) or download (wParam 2) finished
-
 struct SupervisorThreadSetup {
     SharedStatus* shared = nullptr;  // outlives the thread, as do the log and the handles
     EventLog* log = nullptr;

@@ -6,6 +6,7 @@
 #include "bridge/demand_channel.h"
 #include "config/settings_store.h"
 #include "core/supervisor_thread_win.h"
+#include "core/window_messages_win.h"
 #include "diag/diagnostic_report.h"
 #include "ui/clipboard_win.h"
 #include "ui/main_window_win.h"

@@ -7,7 +7,7 @@
 
 #include "base/text.h"
 #include "core/instance_win.h"
-#include "core/supervisor_thread_win.h"
+#include "core/window_messages_win.h"
 
 namespace vextra {
 namespace {

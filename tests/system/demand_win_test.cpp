@@ -9,7 +9,7 @@
 
 #include "base/fnv1a.h"
 #include "bridge/bridge_location.h"
-#include "core/supervisor_thread_win.h"
+#include "core/window_messages_win.h"
 #include "demand_test_win.h"
 #include "ui/controls.h"
 

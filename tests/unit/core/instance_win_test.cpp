@@ -8,7 +8,7 @@
 #include <set>
 
 #include "broker_fixture_win.h"
-#include "core/supervisor_thread_win.h"
+#include "core/window_messages_win.h"
 #include "import_swap_win.h"
 #include "own_machine_win.h"
 

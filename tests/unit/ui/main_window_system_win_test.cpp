@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "core/instance_win.h"
-#include "core/supervisor_thread_win.h"
+#include "core/window_messages_win.h"
 #include "import_swap_win.h"
 #include "shell_record_win.h"
 

@@ -15,7 +15,7 @@
 
 #include "bridge/bridge_layout.h"
 #include "core/instance_win.h"
-#include "core/supervisor_thread_win.h"
+#include "core/window_messages_win.h"
 #include "recording_annotations_win.h"
 
 namespace vextra {
