@@ -29,6 +29,7 @@
 #include "producers/ffmpeg_process_win.h"
 #include "producers/gst_runtime_win.h"
 #include "ui/main_window_win.h"
+#include "ui/preview_picture.h"
 #include "update/channel.h"
 
 namespace vextra {

@@ -71,9 +71,6 @@ struct SharedStatus {
     bool previewRuns(Tick now) const { return previewDeadline.load() > now; }
 };
 
-// The picture that stands for "no frame yet": a dark field with a bar. Fills kFrameBytes of BGRA. Pure.
-void fillPlaceholderFrame(std::vector<std::byte>& frame);
-
 // What lies under a lock, as a whole. Any thread; each call takes one lock and gives it back.
 void keepPreviewFrame(SharedStatus& shared, const std::byte* pixels);  // kFrameBytes of them
 void copyPreviewFrame(SharedStatus& shared, std::vector<std::byte>& to);
@@ -84,22 +81,5 @@ std::wstring failureReasonNow(SharedStatus& shared);
 bool renewFailureReason(SharedStatus& shared, std::wstring& known);  // true: it was another
 BrokerSettings settingsNow(SharedStatus& shared);
 void replaceSettings(SharedStatus& shared, const BrokerSettings& settings);
-
-// Whether the last frame still counts as the present; not when there was none. Pure.
-bool frameIsRecent(Tick lastFrameTick, Tick now);
-
-// What the user reads about the state. Pure.
-struct StatusView {
-    BrokerStatus status = BrokerStatus::kIdle;
-    std::int32_t leaseCount = 0;
-    Tick lastFrameTick = 0;
-    Tick now = 0;
-};
-std::wstring_view statusLabel(const StatusView& view);
-std::wstring_view backendLabel(std::uint32_t effectiveBackend);
-// The same for the diagnostic report, which says what "none" means.
-std::wstring_view reportBackendLabel(std::uint32_t effectiveBackend);
-// The kind of source without anything of its address.
-std::wstring_view protectedSourceLabel(SourceKind source);
 
 }  // namespace vextra

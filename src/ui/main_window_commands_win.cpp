@@ -9,6 +9,7 @@
 #include "core/window_messages_win.h"
 #include "diag/diagnostic_report.h"
 #include "ui/clipboard_win.h"
+#include "ui/labels.h"
 #include "ui/main_window_win.h"
 #include "ui/tray_text.h"
 #include "update/update_doors.h"

@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "core/instance_win.h"
 #include "core/window_messages_win.h"
+#include "ui/preview_picture.h"
 
 namespace vextra {
 namespace {

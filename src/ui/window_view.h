@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "base/system_types.h"
-#include "core/shared_status.h"
+#include "ui/labels.h"
 #include "ui/window_layout.h"
 
 namespace vextra {

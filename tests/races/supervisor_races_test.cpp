@@ -11,6 +11,8 @@
 
 #include "core/supervisor.h"
 #include "producers/backend_choice.h"
+#include "ui/labels.h"
+#include "ui/preview_picture.h"
 
 namespace vextra {
 namespace {

@@ -1,5 +1,6 @@
 // Demand, refusals and frames.
 #include "supervisor_world.h"
+#include "ui/preview_picture.h"
 
 namespace vextra {
 namespace {

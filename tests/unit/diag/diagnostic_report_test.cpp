@@ -5,7 +5,7 @@
 #include <limits>
 #include <string>
 
-#include "core/shared_status.h"
+#include "ui/labels.h"
 
 namespace vextra {
 namespace {

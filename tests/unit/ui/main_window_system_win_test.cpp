@@ -15,6 +15,7 @@
 #include "core/window_messages_win.h"
 #include "import_swap_win.h"
 #include "shell_record_win.h"
+#include "ui/preview_picture.h"
 
 namespace vextra {
 namespace {

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "bridge/bridge_layout.h"
-#include "core/shared_status.h"
 #include "gdi_count_win.h"
 #include "test_window_win.h"
+#include "ui/preview_picture.h"
 
 namespace vextra {
 
