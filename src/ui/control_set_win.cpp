@@ -244,14 +244,10 @@ bool ControlSet::create(HWND window, HINSTANCE instance) {
     return true;
 }
 
-ControlSet::Made& ControlSet::made(ControlId id) {
-    const auto at = std::find_if(kControls.begin(), kControls.end(),
-                                 [id](const Control& control) { return control.id == id; });
-    return made_[static_cast<std::size_t>(std::distance(kControls.begin(), at))];
-}
-
 HWND ControlSet::operator[](ControlId id) const {
-    return const_cast<ControlSet*>(this)->made(id).window;
+    const auto row = std::find_if(kControls.begin(), kControls.end(),
+                                  [id](const Control& control) { return control.id == id; });
+    return made_[static_cast<std::size_t>(std::distance(kControls.begin(), row))].window;
 }
 
 void ControlSet::setFont(HFONT font, int closedListPixels) {

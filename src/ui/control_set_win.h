@@ -47,7 +47,6 @@ private:
         bool visible = false;
         PixelRect place;
     };
-    Made& made(ControlId id);
 
     HWND window_ = nullptr;
     std::array<Made, kControls.size()> made_;  // in the order of kControls

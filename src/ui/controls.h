@@ -13,12 +13,6 @@ enum ControlId : std::uint16_t {
     kIdPause = 101,
     kIdSource = 104,
     kIdPreview = 105,
-    // Of the tray menu
-    kIdTrayShow = 200,
-    kIdTrayAutomatic = 201,
-    kIdTrayQuit = 202,
-    kIdTrayCheckUpdate = 203,
-
     kIdTabCamera = 300,
     kIdTabSettings = 301,
     kIdTabDiagnostics = 302,

@@ -122,11 +122,13 @@ void MainWindow::showTrayMenu() {
     if (!menu)
         return;
     for (const TrayMenuLine& line : trayMenu(currentStatusLabel(), shared_.paused)) {
-        if (line.text.empty())
-            AppendMenuW(menu.get(), MF_SEPARATOR, 0, nullptr);
-        else
-            AppendMenuW(menu.get(), line.command == ControlId{} ? MF_STRING | MF_GRAYED : MF_STRING,
-                        line.command, line.text.c_str());
+        switch (line.kind) {
+            case TrayLineKind::kSeparator: AppendMenuW(menu.get(), MF_SEPARATOR, 0, nullptr); break;
+            case TrayLineKind::kGreyed: AppendMenuW(menu.get(), MF_GRAYED, 0, line.text.c_str()); break;
+            case TrayLineKind::kCommand:
+                AppendMenuW(menu.get(), MF_STRING, line.command, line.text.c_str());
+                break;
+        }
     }
     POINT cursor{};
     GetCursorPos(&cursor);

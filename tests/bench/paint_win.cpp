@@ -16,6 +16,7 @@
 #include "gdi_count_win.h"
 #include "handle_count_win.h"
 #include "ui/main_window_win.h"
+#include "ui/tray_text.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "core/instance_win.h"
-#include "ui/controls.h"
+#include "ui/tray_text.h"
 
 namespace vextra::test {
 namespace {

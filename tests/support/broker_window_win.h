@@ -12,6 +12,7 @@
 
 #include "broker_run_win.h"
 #include "ui/controls.h"
+#include "ui/tray_text.h"
 
 namespace vextra::test {
 

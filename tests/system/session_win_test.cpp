@@ -6,6 +6,7 @@
 
 #include "demand_test_win.h"
 #include "ui/controls.h"
+#include "ui/tray_text.h"
 
 namespace vextra::test {
 namespace {

@@ -9,6 +9,7 @@
 #include "core/supervisor_thread_win.h"
 #include "stub_gstreamer/stub_runtime_win.h"
 #include "ui/controls.h"
+#include "ui/tray_text.h"
 
 namespace vextra::test {
 namespace {

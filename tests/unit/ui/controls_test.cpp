@@ -96,13 +96,6 @@ TEST(Controls, WithoutATextHaveANameForAScreenReader) {
     }
 }
 
-TEST(Controls, OfTheTrayMenuHaveThePublishedNumbers) {
-    EXPECT_EQ(kIdTrayShow, 200);
-    EXPECT_EQ(kIdTrayAutomatic, 201);
-    EXPECT_EQ(kIdTrayQuit, 202);
-    EXPECT_EQ(kIdTrayCheckUpdate, 203);
-}
-
 TEST(Tabs, AreTurnedRoundAndRound) {
     EXPECT_EQ(panelAfter(Panel::kCamera), Panel::kSettings);
     EXPECT_EQ(panelAfter(Panel::kSettings), Panel::kDiagnostics);

@@ -16,6 +16,7 @@
 #include "import_swap_win.h"
 #include "shell_record_win.h"
 #include "ui/preview_picture.h"
+#include "ui/tray_text.h"
 
 namespace vextra {
 namespace {

@@ -17,6 +17,7 @@
 #include "core/instance_win.h"
 #include "core/window_messages_win.h"
 #include "recording_annotations_win.h"
+#include "ui/tray_text.h"
 
 namespace vextra {
 namespace {
