@@ -230,6 +230,7 @@ void passFocus(HWND from, HWND to) {
 
 bool ControlSet::create(HWND window, HINSTANCE instance) {
     window_ = window;
+    made_.resize(kControls.size());
     for (std::size_t i = 0; i < kControls.size(); ++i) {
         const Control& control = kControls[i];
         const Style style = styleOf(control.kind);
@@ -265,7 +266,7 @@ void ControlSet::setFont(HFONT font, int closedListPixels) {
 
 void ControlSet::apply(const std::vector<PlacedControl>& placed, ControlId fallback) {
     const HWND focused = GetFocus();
-    std::array<Made, kControls.size()> next = made_;
+    std::vector<Made> next = made_;
     HDWP moves = BeginDeferWindowPos(static_cast<int>(kControls.size()));
     for (std::size_t i = 0; i < kControls.size(); ++i) {
         Made& control = next[i];

@@ -2,6 +2,7 @@
 
 #include <wtsapi32.h>
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -463,9 +464,11 @@ void MainWindow::paintTo(HDC dc, SIZE clientPixels) {
 LRESULT MainWindow::onControlColour(HDC dc, HWND control) const {
     SetTextColor(dc, colorRef(colours::kControlText));
     SetBkColor(dc, colorRef(colours::kWhite));
-    // The corners of a button show what it lies on.
+    // The corners of a button show what it lies on: on the camera panel that is no card.
     const int id = GetDlgCtrlID(control);
-    const bool onWindow = id == kIdAutomatic || id == kIdPreview || id == kIdPause;
+    const bool onWindow = std::any_of(kControls.begin(), kControls.end(), [id](const Control& row) {
+        return row.id == id && (row.shown == Shown::kCamera || row.shown == Shown::kCameraInEpisode);
+    });
     return reinterpret_cast<LRESULT>(onWindow ? painter_.windowBrush() : painter_.whiteBrush());
 }
 

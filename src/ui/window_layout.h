@@ -2,6 +2,7 @@
 // design units (ui/design_units.h) unless a name says pixels. Pure.
 #pragma once
 
+#include <string_view>
 #include <vector>
 
 #include "config/settings.h"
@@ -39,7 +40,7 @@ struct LayoutInput {
     int dpi = kDesignDpi;
     Panel panel = Panel::kCamera;
     SourceKind selectedSource = SourceKind::kInternalProfile;  // of the source list, saved or not
-    bool episodeActive = false;                                // somebody is watching
+    bool episodeActive = false;                                // a demand episode is under way
     bool advancedShown = false;
 };
 
@@ -50,6 +51,17 @@ struct PlacedControl {
 
 // The controls that are visible; all others are hidden.
 std::vector<PlacedControl> placeControls(const LayoutInput& input);
+
+// The label of a control that is visible, above it.
+struct PlacedLabel {
+    ControlId id{};
+    std::wstring_view text;
+    int size = 0;  // height of a character
+    int x = 0;
+    int y = 0;
+    int width = 0;
+};
+std::vector<PlacedLabel> placeLabels(const LayoutInput& input);
 
 // A third of the settings card, the width of a field of the direct camera.
 constexpr int directFieldWidth(int clientWidth) {

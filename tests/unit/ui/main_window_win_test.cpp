@@ -92,8 +92,7 @@ protected:
 
 TEST_F(MainWindowTest, NamesItsFieldsForAScreenReader) {
     for (const Control& each : kControls)
-        EXPECT_EQ(annotations.service.text(control(each.id), PROPID_ACC_NAME),
-                  std::wstring(each.accessibleName))
+        EXPECT_EQ(annotations.service.text(control(each.id), PROPID_ACC_NAME), std::wstring(each.label.text))
             << each.id;
 }
 
