@@ -1,9 +1,15 @@
 #include "ui/labels.h"
 
 #include "bridge/bridge_layout.h"
-#include "producers/backend_choice.h"
 
 namespace vextra {
+
+StatusView statusNow(const SharedStatus& shared, Tick now) {
+    return {.status = static_cast<BrokerStatus>(shared.status.load()),
+            .leaseCount = shared.leaseCount,
+            .lastFrameTick = shared.lastFrameTick,
+            .now = now};
+}
 
 bool frameIsRecent(Tick lastFrameTick, Tick now) {
     // The Supervisor's clock may be a step ahead of the one that `now` was read from.
@@ -26,8 +32,8 @@ std::wstring_view statusLabel(const StatusView& view) {
     return {};
 }
 
-std::wstring_view backendLabel(std::uint32_t effectiveBackend) {
-    switch (static_cast<EffectiveBackend>(effectiveBackend)) {
+std::wstring_view backendLabel(EffectiveBackend backend) {
+    switch (backend) {
         case EffectiveBackend::kGstreamer: return L"GStreamer";
         case EffectiveBackend::kFfmpeg: return L"FFmpeg";
         case EffectiveBackend::kNone: break;
@@ -35,9 +41,13 @@ std::wstring_view backendLabel(std::uint32_t effectiveBackend) {
     return L"Nenhum";
 }
 
-std::wstring_view reportBackendLabel(std::uint32_t effectiveBackend) {
-    const std::wstring_view label = backendLabel(effectiveBackend);
-    return label == backendLabel(0) ? L"Nenhum • ocioso" : label;
+std::wstring_view reportBackendLabel(EffectiveBackend backend) {
+    switch (backend) {
+        case EffectiveBackend::kGstreamer:
+        case EffectiveBackend::kFfmpeg: return backendLabel(backend);
+        case EffectiveBackend::kNone: break;
+    }
+    return L"Nenhum • ocioso";
 }
 
 std::wstring_view protectedSourceLabel(SourceKind source) {

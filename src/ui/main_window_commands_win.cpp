@@ -66,8 +66,7 @@ void MainWindow::send(SupervisorCommand command) {
 }
 
 std::wstring_view MainWindow::currentStatusLabel() const {
-    return statusLabel({static_cast<BrokerStatus>(shared_.status.load()), shared_.leaseCount,
-                        shared_.lastFrameTick, GetTickCount64()});
+    return statusLabel(statusNow(shared_, GetTickCount64()));
 }
 
 // --- The camera ---
@@ -225,18 +224,18 @@ void MainWindow::selectPanel(Panel panel) {
 // --- Diagnostics ---
 
 std::wstring MainWindow::report() const {
-    const Tick now = GetTickCount64();
+    const WindowState state = windowState({});
     DiagnosticFigures figures;
-    figures.sourceLabel = protectedSourceLabel(sourceInEffect());
-    figures.statusLabel = currentStatusLabel();
-    figures.backendLabel = reportBackendLabel(shared_.effectiveBackend);
-    figures.leaseCount = shared_.leaseCount;
-    figures.previewRuns = shared_.previewRuns(now);
-    figures.observedFps = rate_.perSecond();
-    figures.frameCounter = shared_.frameCounter;
-    figures.lastFrameTick = shared_.lastFrameTick;
-    figures.now = now;
-    figures.reconnects = shared_.reconnects;
+    figures.sourceLabel = protectedSourceLabel(state.configuredSource);
+    figures.statusLabel = statusLabel(state);
+    figures.backendLabel = reportBackendLabel(state.effectiveBackend);
+    figures.leaseCount = state.leaseCount;
+    figures.previewRuns = shared_.previewRuns(state.now);
+    figures.observedFps = state.observedFps;
+    figures.frameCounter = state.frameCounter;
+    figures.lastFrameTick = state.lastFrameTick;
+    figures.now = state.now;
+    figures.reconnects = state.reconnects;
     figures.generation = shared_.generation;
     figures.lastError = shared_.lastError;
     return buildDiagnosticReport(figures);

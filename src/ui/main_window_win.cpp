@@ -402,19 +402,15 @@ void MainWindow::layoutControls() {
 }
 
 WindowState MainWindow::windowState(SIZE clientPixels) const {
-    WindowState state;
+    WindowState state{statusNow(shared_, GetTickCount64())};
     state.clientWidth = designFromPixels(clientPixels.cx, dpi_);
     state.clientHeight = designFromPixels(clientPixels.cy, dpi_);
     state.panel = panel_;
-    state.now = GetTickCount64();
-    state.status = static_cast<BrokerStatus>(shared_.status.load());
-    state.leaseCount = shared_.leaseCount;
     state.active = shared_.active;
     state.paused = shared_.paused;
-    state.lastFrameTick = shared_.lastFrameTick;
     state.frameCounter = shared_.frameCounter;
     state.reconnects = shared_.reconnects;
-    state.effectiveBackend = shared_.effectiveBackend;
+    state.effectiveBackend = static_cast<EffectiveBackend>(shared_.effectiveBackend.load());
     state.observedFps = rate_.perSecond();
     state.configuredSource = sourceInEffect();
     state.selectedSource = settingsPanel_.selectedSource();

@@ -13,10 +13,6 @@ constexpr std::wstring_view kEffectiveBackendKey = L"Backend efetivo: ";
 constexpr std::wstring_view kLeaseNote =
     L"Leases não são contagem de aplicativos. Latência ponta a ponta não medida.";
 
-std::wstring_view labelOf(const WindowState& state) {
-    return statusLabel({state.status, state.leaseCount, state.lastFrameTick, state.now});
-}
-
 std::wstring figuresLine(const SpokenFigures& figures, std::wstring_view separator) {
     wchar_t fps[160];
     std::swprintf(fps, std::size(fps), L"%.1f", figures.fps);
@@ -60,7 +56,7 @@ private:
         label(28, 166, w_ - 318, 27, Weight::kBold, colours::kHeading, L"Pronta para suas reuniões");
         label(28, 207, w_ - 318, 17, Weight::kBold,
               state_.status == BrokerStatus::kLive ? colours::kStatusLive : colours::kStatus,
-              labelOf(state_));
+              statusLabel(state_));
         const PreviewPlace place = placePreview(w_, h_);
         const bool live = previewIsLive();
         view_.cards.push_back({28, 252, w_ - 56, place.height + 28});
@@ -133,7 +129,7 @@ WindowView composeView(const WindowState& state) {
 }
 
 SpokenCamera spokenCamera(const WindowState& state) {
-    return {labelOf(state), protectedSourceLabel(state.configuredSource),
+    return {statusLabel(state), protectedSourceLabel(state.configuredSource),
             backendLabel(state.effectiveBackend)};
 }
 
@@ -146,9 +142,9 @@ std::wstring textOf(const SpokenCamera& camera) {
 }
 
 SpokenFigures spokenFigures(const WindowState& state) {
-    return {labelOf(state),    backendLabel(state.effectiveBackend),
-            state.observedFps, state.frameCounter,
-            state.reconnects,  state.leaseCount};
+    return {statusLabel(state), backendLabel(state.effectiveBackend),
+            state.observedFps,  state.frameCounter,
+            state.reconnects,   state.leaseCount};
 }
 
 std::wstring textOf(const SpokenFigures& figures) {

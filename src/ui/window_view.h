@@ -81,27 +81,23 @@ struct WindowView {
 };
 
 // What the picture depends on, read once per paint.
-struct WindowState {
+struct WindowState : StatusView {
     int clientWidth = 0;
     int clientHeight = 0;
     Panel panel = Panel::kCamera;
-    Tick now = 0;
 
     // As in SharedStatus
-    BrokerStatus status = BrokerStatus::kIdle;
-    std::int32_t leaseCount = 0;
     bool active = false;
     bool paused = false;
-    Tick lastFrameTick = 0;
     std::uint64_t frameCounter = 0;
     std::uint32_t reconnects = 0;
-    std::uint32_t effectiveBackend = 0;
+    EffectiveBackend effectiveBackend = EffectiveBackend::kNone;
 
     double observedFps = 0;
     SourceKind configuredSource = SourceKind::kInternalProfile;
     SourceKind selectedSource = SourceKind::kInternalProfile;  // of the source list
     bool advancedShown = false;
-    std::wstring_view defaultManifestUrl;  // of the update channel that this build trusts
+    std::wstring_view defaultManifestUrl = {};  // of the update channel that this build trusts
 };
 
 WindowView composeView(const WindowState& state);

@@ -150,10 +150,9 @@ TEST(SupervisorRaces, TheWindowSeesWholePicturesAndTextsWhileItCommands) {
         const std::uint64_t counter = shared.frameCounter;
         ASSERT_GE(counter, highest);
         highest = counter;
-        const StatusView view{static_cast<BrokerStatus>(shared.status.load()), shared.leaseCount,
-                              shared.lastFrameTick, supervisor.now};
-        ASSERT_FALSE(statusLabel(view).empty());
-        ASSERT_FALSE(backendLabel(shared.effectiveBackend).empty());
+        ASSERT_FALSE(statusLabel(statusNow(shared, supervisor.now)).empty());
+        const auto backend = static_cast<EffectiveBackend>(shared.effectiveBackend.load());
+        ASSERT_FALSE(backendLabel(backend).empty());
         ASSERT_LE(shared.generation, looks + kFrames);
         statusTextNow(shared);
         if (looks % 8 != 0)

@@ -66,7 +66,7 @@ TEST(DiagnosticReport, OfABrokerThatHasDoneNothingIsAllZeros) {
     DiagnosticFigures figures;
     figures.sourceLabel = protectedSourceLabel(SourceKind::kSyntheticTest);
     figures.statusLabel = statusLabel({});
-    figures.backendLabel = reportBackendLabel(0);
+    figures.backendLabel = reportBackendLabel(EffectiveBackend::kNone);
     figures.now = 5'000'000;
     EXPECT_EQ(buildDiagnosticReport(figures),
               L"Vextra MF 0.2.0-beta.5\r\n"
@@ -155,7 +155,7 @@ TEST(DiagnosticReport, HoldsTheLargestNumbersWithTheLongestLabels) {
     DiagnosticFigures figures = sample();
     figures.sourceLabel = protectedSourceLabel(SourceKind::kCustomUrl);
     figures.statusLabel = L"Indisponível • broker sem canal de demanda";
-    figures.backendLabel = reportBackendLabel(0);
+    figures.backendLabel = reportBackendLabel(EffectiveBackend::kNone);
     figures.leaseCount = std::numeric_limits<std::int32_t>::min();
     figures.observedFps = 1e6;
     figures.frameCounter = std::numeric_limits<std::uint64_t>::max();

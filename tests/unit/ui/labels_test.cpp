@@ -59,22 +59,34 @@ TEST(StatusLabel, OfLiveIsRecentForAFrameYoungerThanTheClockReading) {
     EXPECT_EQ(liveLabel(10'001, 10'000), kRecent);
 }
 
+TEST(StatusLabel, IsOfWhatIsSharedNow) {
+    SharedStatus shared;
+    shared.leaseCount = -1;
+    EXPECT_EQ(labelOf(statusNow(shared, 0)), L"Indisponível • broker sem canal de demanda");
+    shared.status = static_cast<std::uint32_t>(BrokerStatus::kLive);
+    shared.lastFrameTick = 10'000;
+    EXPECT_EQ(labelOf(statusNow(shared, 12'000)), kRecent);
+    EXPECT_EQ(labelOf(statusNow(shared, 12'001)), kOutdated);
+}
+
 TEST(StatusLabel, OfAnUnknownStateIsEmpty) {
     EXPECT_EQ(labelOf({static_cast<BrokerStatus>(6), 0, 0, 0}), L"");
 }
 
+constexpr auto kUnknown = static_cast<EffectiveBackend>(3);
+
 TEST(BackendLabel, NamesWhatDecodes) {
-    EXPECT_EQ(std::wstring(backendLabel(0)), L"Nenhum");
-    EXPECT_EQ(std::wstring(backendLabel(1)), L"FFmpeg");
-    EXPECT_EQ(std::wstring(backendLabel(2)), L"GStreamer");
-    EXPECT_EQ(std::wstring(backendLabel(3)), L"Nenhum");
+    EXPECT_EQ(std::wstring(backendLabel(EffectiveBackend::kNone)), L"Nenhum");
+    EXPECT_EQ(std::wstring(backendLabel(EffectiveBackend::kFfmpeg)), L"FFmpeg");
+    EXPECT_EQ(std::wstring(backendLabel(EffectiveBackend::kGstreamer)), L"GStreamer");
+    EXPECT_EQ(std::wstring(backendLabel(kUnknown)), L"Nenhum");
 }
 
 TEST(BackendLabel, OfTheReportSaysWhatNoneMeans) {
-    EXPECT_EQ(std::wstring(reportBackendLabel(0)), L"Nenhum • ocioso");
-    EXPECT_EQ(std::wstring(reportBackendLabel(1)), L"FFmpeg");
-    EXPECT_EQ(std::wstring(reportBackendLabel(2)), L"GStreamer");
-    EXPECT_EQ(std::wstring(reportBackendLabel(3)), L"Nenhum • ocioso");
+    EXPECT_EQ(std::wstring(reportBackendLabel(EffectiveBackend::kNone)), L"Nenhum • ocioso");
+    EXPECT_EQ(std::wstring(reportBackendLabel(EffectiveBackend::kFfmpeg)), L"FFmpeg");
+    EXPECT_EQ(std::wstring(reportBackendLabel(EffectiveBackend::kGstreamer)), L"GStreamer");
+    EXPECT_EQ(std::wstring(reportBackendLabel(kUnknown)), L"Nenhum • ocioso");
 }
 
 TEST(SourceLabel, NamesTheKindOfSourceOnly) {

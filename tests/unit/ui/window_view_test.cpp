@@ -156,7 +156,7 @@ TEST(CameraView, SaysThatItWaits) {
 TEST(CameraView, ShowsTheLivePictureWithNothingOverIt) {
     WindowState state = watching();
     state.configuredSource = SourceKind::kDirectCamera;
-    state.effectiveBackend = 2;
+    state.effectiveBackend = EffectiveBackend::kGstreamer;
     expectLabels(state,
                  {{28, 166, 662, 27, kBold, {51, 34, 62}, L"Pronta para suas reuniões"},
                   {28, 207, 662, 17, kBold, {25, 110, 77}, L"Ao vivo • imagem recente"},
@@ -306,11 +306,11 @@ TEST(CameraView, NamesTheConfiguredSourceNotTheSelectedOne) {
 }
 
 TEST(CameraView, NamesTheBackendBesideThePauseButton) {
-    const std::pair<std::uint32_t, const wchar_t*> kLines[] = {
-        {0, L"Prévia do produtor • backend: Nenhum"},
-        {1, L"Prévia do produtor • backend: FFmpeg"},
-        {2, L"Prévia do produtor • backend: GStreamer"},
-        {77, L"Prévia do produtor • backend: Nenhum"},
+    const std::pair<EffectiveBackend, const wchar_t*> kLines[] = {
+        {EffectiveBackend::kNone, L"Prévia do produtor • backend: Nenhum"},
+        {EffectiveBackend::kFfmpeg, L"Prévia do produtor • backend: FFmpeg"},
+        {EffectiveBackend::kGstreamer, L"Prévia do produtor • backend: GStreamer"},
+        {static_cast<EffectiveBackend>(77), L"Prévia do produtor • backend: Nenhum"},
     };
     WindowState state = stateOf(Panel::kCamera);
     for (const auto& [backend, line] : kLines) {
@@ -430,7 +430,7 @@ TEST(DiagnosticsView, ShowsStateBackendAndFigures) {
     WindowState state = stateOf(Panel::kDiagnostics);
     state.status = BrokerStatus::kLive;
     state.lastFrameTick = state.now - 40;
-    state.effectiveBackend = 1;
+    state.effectiveBackend = EffectiveBackend::kFfmpeg;
     state.observedFps = 15.96;
     state.frameCounter = 1234;
     state.reconnects = 5;
@@ -497,7 +497,7 @@ TEST(DiagnosticsView, ShowsAnUnknownNumberOfLeasesAsItIs) {
 TEST(Spoken, SaysStateSourceAndBackend) {
     WindowState state = watching();
     state.configuredSource = SourceKind::kDirectCamera;
-    state.effectiveBackend = 1;
+    state.effectiveBackend = EffectiveBackend::kFfmpeg;
     const std::wstring live = textOf(spokenCamera(state));
     EXPECT_EQ(
         live,
@@ -510,7 +510,7 @@ TEST(Spoken, SaysStateSourceAndBackend) {
 
 TEST(Spoken, SaysTheFigures) {
     WindowState state = watching();
-    state.effectiveBackend = 2;
+    state.effectiveBackend = EffectiveBackend::kGstreamer;
     state.observedFps = 15.96;
     state.frameCounter = 320;
     state.reconnects = 3;
@@ -533,7 +533,7 @@ TEST(Spoken, DiffersWhereverTheTextWould) {
     };
     EXPECT_TRUE(differs([](WindowState& other) { other.status = BrokerStatus::kPaused; }));
     EXPECT_TRUE(differs([](WindowState& other) { other.configuredSource = SourceKind::kCustomUrl; }));
-    EXPECT_TRUE(differs([](WindowState& other) { other.effectiveBackend = 2; }));
+    EXPECT_TRUE(differs([](WindowState& other) { other.effectiveBackend = EffectiveBackend::kGstreamer; }));
     EXPECT_TRUE(differs([](WindowState& other) { other.observedFps = 15; }));
     EXPECT_TRUE(differs([](WindowState& other) { other.frameCounter = 1; }));
     EXPECT_TRUE(differs([](WindowState& other) { other.reconnects = 1; }));
