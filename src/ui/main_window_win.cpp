@@ -9,7 +9,6 @@
 #include "base/text.h"
 #include "core/instance_win.h"
 #include "core/window_messages_win.h"
-#include "ui/preview_picture.h"
 
 namespace vextra {
 namespace {
@@ -419,18 +418,6 @@ WindowState MainWindow::windowState(SIZE clientPixels) const {
     return state;
 }
 
-// The newest frame, or the picture that stands for none.
-const std::byte* MainWindow::pictureToShow(bool live) {
-    if (live) {
-        copyPreviewFrame(shared_, picture_);
-        pictureIsPlaceholder_ = false;
-    } else if (!pictureIsPlaceholder_) {
-        fillPlaceholderFrame(picture_);
-        pictureIsPlaceholder_ = true;
-    }
-    return picture_.data();
-}
-
 void MainWindow::paintWindow() {
     PAINTSTRUCT paint{};
     const HDC dc = BeginPaint(window_, &paint);
@@ -451,7 +438,7 @@ void MainWindow::paintWindow() {
 
 void MainWindow::paintTo(HDC dc, SIZE clientPixels) {
     const WindowView view = composeView(windowState(clientPixels));
-    const std::byte* frame = view.preview ? pictureToShow(view.preview->live) : nullptr;
+    const std::byte* frame = view.preview ? picture_.pixelsFor(*view.preview, shared_) : nullptr;
     const int before = SaveDC(dc);
     painter_.paint(dc, clientPixels, dpi_, view, frame);
     RestoreDC(dc, before);

@@ -16,6 +16,7 @@
 #include "ui/control_set_win.h"
 #include "ui/frame_rate.h"
 #include "ui/painter_win.h"
+#include "ui/preview_picture.h"
 #include "ui/settings_panel_win.h"
 #include "ui/spoken_window_win.h"
 #include "ui/tool_tip_win.h"
@@ -104,7 +105,6 @@ private:
     void paintWindow();
     void paintTo(HDC dc, SIZE clientPixels);
     WindowState windowState(SIZE clientPixels) const;
-    const std::byte* pictureToShow(bool live);
     void sampleFrameRate(Tick now);
     void refreshButtons(Tick now);
     void refreshFailureReason();
@@ -173,9 +173,7 @@ private:
     std::optional<bool> pausedBeforeEnd_;
     bool startsAgain_ = false;  // it was called off, and the Supervisor is still to be started again
 
-    std::vector<std::byte> picture_;  // kFrameBytes once the preview was painted
-    bool pictureIsPlaceholder_ = false;
-
+    PreviewPicture picture_;
     FrameRate rate_;
     bool laidOutActive_ = false;  // as the timer last saw it
 

@@ -30,4 +30,15 @@ void fillPlaceholderFrame(std::vector<std::byte>& frame) {
     }
 }
 
+const std::byte* PreviewPicture::pixelsFor(const PreviewView& view, SharedStatus& shared) {
+    if (view.live) {
+        copyPreviewFrame(shared, pixels_);
+        isPlaceholder_ = false;
+    } else if (!isPlaceholder_) {
+        fillPlaceholderFrame(pixels_);
+        isPlaceholder_ = true;
+    }
+    return pixels_.data();
+}
+
 }  // namespace vextra

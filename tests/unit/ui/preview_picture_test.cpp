@@ -2,9 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
+
+#include "bridge/bridge_layout.h"
 
 namespace vextra {
 namespace {
@@ -26,6 +29,55 @@ TEST(PlaceholderFrame, IsADarkFieldWithABarAndNothingElse) {
             const bool inBar = 214 <= x && x < 1066 && 345 <= y && y < 376;
             ASSERT_EQ(pixelAt(x, y), inBar ? kBar : kField) << x << "," << y;
         }
+    }
+}
+
+constexpr PreviewView kLive{{}, true};
+constexpr PreviewView kNotLive{{}, false};
+
+class PreviewPictureTest : public testing::Test {
+protected:
+    PreviewPictureTest() {
+        fillPlaceholderFrame(placeholder);
+        come(1);
+    }
+    void come(unsigned char number) {
+        const std::vector<std::byte> frame(kFrameBytes, std::byte{number});
+        keepPreviewFrame(shared, frame.data());
+    }
+    // The number of the frame that is shown, of which every byte has it; -1: the placeholder.
+    int shown(const PreviewView& view) {
+        const std::byte* pixels = picture.pixelsFor(view, shared);
+        if (std::equal(placeholder.begin(), placeholder.end(), pixels))
+            return -1;
+        const bool whole =
+            std::all_of(pixels, pixels + kFrameBytes, [&](std::byte each) { return each == *pixels; });
+        EXPECT_TRUE(whole);
+        return std::to_integer<int>(*pixels);
+    }
+
+    SharedStatus shared;
+    PreviewPicture picture;
+    std::vector<std::byte> placeholder;
+};
+
+TEST_F(PreviewPictureTest, IsThePlaceholderBeforeTheFirstLiveFrame) {
+    EXPECT_EQ(shown(kNotLive), -1);
+}
+
+TEST_F(PreviewPictureTest, IsTheNewestFrameWhileItIsLive) {
+    EXPECT_EQ(shown(kLive), 1);
+    come(2);
+    EXPECT_EQ(shown(kLive), 2);
+}
+
+// The last picture of a camera that was switched off must not stay on the screen.
+TEST_F(PreviewPictureTest, IsThePlaceholderAgainAfterEveryLiveEpisode) {
+    for (unsigned char episode = 1; episode <= 3; ++episode) {
+        come(episode);
+        ASSERT_EQ(shown(kLive), episode);
+        EXPECT_EQ(shown(kNotLive), -1) << int{episode};
+        EXPECT_EQ(shown(kNotLive), -1) << int{episode} << ", painted once more";
     }
 }
 
