@@ -18,10 +18,6 @@ constexpr UINT_PTR kTimerId = 1;
 constexpr UINT kTimerMs = 200;
 constexpr Tick kIdleReadyMs = 500;
 
-bool canTakeFocus(HWND control) {
-    return control != nullptr && IsWindowVisible(control) && IsWindowEnabled(control);
-}
-
 }  // namespace
 
 MainWindow::MainWindow(HINSTANCE instance, MainWindowSetup setup)
@@ -162,14 +158,12 @@ LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
         case WM_CTLCOLORBTN:
             return onControlColour(reinterpret_cast<HDC>(wParam), reinterpret_cast<HWND>(lParam));
         case WM_DRAWITEM: onDrawItem(*reinterpret_cast<const DRAWITEMSTRUCT*>(lParam)); return TRUE;
-        case DM_GETDEFID: return defaultButton();
-        case WM_NEXTDLGCTL: moveFocus(wParam, lParam); return 0;
-        case WM_SETFOCUS:
-            SetFocus(canTakeFocus(lastFocus_) ? lastFocus_ : controls_[tabOf(panel_)]);
-            return 0;
+        case DM_GETDEFID: return keys_.defaultButton(panel_);
+        case WM_NEXTDLGCTL: WindowKeys::moveFocus(window_, wParam, lParam); return 0;
+        case WM_SETFOCUS: keys_.giveFocusBack(panel_); return 0;
         case WM_ACTIVATE:
-            if (LOWORD(wParam) == WA_INACTIVE && IsChild(window_, GetFocus()))
-                lastFocus_ = GetFocus();
+            if (LOWORD(wParam) == WA_INACTIVE)
+                keys_.keepFocus(window_);
             break;
         case WM_CLOSE: onClose(); return 0;
         case WM_DESTROY:
@@ -462,36 +456,13 @@ void MainWindow::onDrawItem(const DRAWITEMSTRUCT& item) const {
 
 // --- How keys move in it ---
 
-// Enter presses the button that has the focus; a tab would not count as one by itself. From a field of the
-// settings panel it saves. The other panels have no default.
-LRESULT MainWindow::defaultButton() const {
-    const HWND focused = GetFocus();
-    for (const Control& control : kControls) {
-        const bool button = control.kind == ControlKind::kTab || control.kind == ControlKind::kButton ||
-                            control.kind == ControlKind::kFoldButton;
-        if (button && controls_[control.id] == focused)
-            return MAKELRESULT(control.id, DC_HASDEFID);
-    }
-    return panel_ == Panel::kSettings ? MAKELRESULT(kIdApply, DC_HASDEFID) : 0;
-}
-
-// Ctrl+Tab and Ctrl+Shift+Tab, wherever in the window the keyboard is.
 bool MainWindow::turnsPanel(const MSG& message) {
-    const auto held = [](int key) { return GetKeyState(key) < 0; };
-    if (message.message != WM_KEYDOWN || message.wParam != VK_TAB || !held(VK_CONTROL) || held(VK_MENU) ||
-        !(message.hwnd == window_ || IsChild(window_, message.hwnd)))
+    const std::optional<Panel> panel = WindowKeys::panelAskedFor(message, window_, panel_);
+    if (!panel)
         return false;
-    selectPanel(held(VK_SHIFT) ? panelBefore(panel_) : panelAfter(panel_));
-    SetFocus(controls_[tabOf(panel_)]);
+    selectPanel(*panel);
+    SetFocus(controls_[tabOf(*panel)]);
     return true;
-}
-
-void MainWindow::moveFocus(WPARAM wParam, LPARAM lParam) {
-    const bool isControl = LOWORD(lParam) != 0;
-    const HWND next = isControl ? reinterpret_cast<HWND>(wParam)
-                                : GetNextDlgTabItem(window_, GetFocus(), wParam != 0 ? TRUE : FALSE);
-    if (next != nullptr && IsChild(window_, next))
-        SetFocus(next);
 }
 
 }  // namespace vextra

@@ -22,6 +22,7 @@
 #include "ui/tool_tip_win.h"
 #include "ui/tray_icon_win.h"
 #include "ui/window_fit.h"
+#include "ui/window_keys_win.h"
 #include "ui/window_view.h"
 #include "update/channel.h"
 #include "update/update_channel.h"
@@ -86,8 +87,6 @@ private:
     void onSessionEndCalledOff();
     void onClose();
     LRESULT onControlColour(HDC dc, HWND control) const;
-    LRESULT defaultButton() const;
-    void moveFocus(WPARAM wParam, LPARAM lParam);
     bool turnsPanel(const MSG& message);  // true: the message was for that
 
     // The screen (main_window_screen_win.cpp)
@@ -160,12 +159,12 @@ private:
     ControlSet controls_;
     SettingsPanel settingsPanel_{controls_};
     SpokenWindow spoken_{controls_};
+    WindowKeys keys_{controls_};
     ToolTip reasonTip_;           // of the status line
     std::wstring failureReason_;  // that it shows
     TrayIcon tray_;
     std::optional<UpdateChannel> update_;  // as soon as there is a window
     Panel panel_;
-    HWND lastFocus_ = nullptr;  // of our controls, while another window is active
     bool sessionNotified_ = false;
     bool quitting_ = false;
 
