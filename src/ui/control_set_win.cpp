@@ -6,8 +6,7 @@
 #include <iterator>
 #include <string>
 
-#include "ui/gdi_win.h"
-#include "ui/window_view.h"
+#include "ui/painter_win.h"
 
 // Of commctrl.h since Windows 10 1809; older headers lack them.
 #ifndef EM_SETEXTENDEDSTYLE
@@ -20,7 +19,6 @@ namespace {
 
 constexpr wchar_t kBullet = L'\u25CF';
 constexpr UINT_PTR kSubclassNumber = 1;
-constexpr COLORREF kFieldBorder = RGB(139, 135, 150);
 // The status line's text keeps this much of its height away from its left edge.
 constexpr int kStatusMarginDivisor = 3;
 
@@ -46,9 +44,8 @@ RECT wholeOf(HWND control) {
 
 void drawBorder(HDC dc, HWND control, const RECT& whole) {
     const bool focused = GetFocus() == control;
-    const UniqueBrush border(CreateSolidBrush(
-        focused ? RGB(colours::kSelectedTab.red, colours::kSelectedTab.green, colours::kSelectedTab.blue)
-                : kFieldBorder));
+    const UniqueBrush border(
+        CreateSolidBrush(colorRef(focused ? colours::kSelectedTab : colours::kFieldBorder)));
     FrameRect(dc, &whole, border.get());
 }
 

@@ -296,6 +296,9 @@ void MainWindow::refreshUpdateButtons() {
     controls_.setEnabled(kIdCheckUpdate, update_->checkButtonEnabled());
     controls_.setEnabled(kIdDownloadUpdate, update_->installerButtonEnabled(use));
     controls_.setText(kIdDownloadUpdate, update_->installerButtonLabel());
+}
+
+void MainWindow::showUpdateProgress() {
     if (const auto progress = update_->progressText())
         showStatus(*progress);
 }

@@ -217,6 +217,7 @@ void MainWindow::onTimer() {
         layoutControls();
     startSupervisorAgain();
     refreshButtons(now);
+    showUpdateProgress();
     refreshFailureReason();
     if (IsWindowVisible(window_)) {
         // When all messages of a change have come, whichever they were.

@@ -107,6 +107,7 @@ private:
     void sampleFrameRate(Tick now);
     void refreshButtons(Tick now);
     void refreshFailureReason();
+    void showUpdateProgress();
 
     void selectPanel(Panel panel);
     void showTrayMenu();
@@ -146,7 +147,8 @@ private:
     const UpdateChannelIdentity& channel_;
     const std::wstring defaultManifestUrl_;
     const ComApartment apartment_{COINIT_APARTMENTTHREADED};
-    const UINT taskbarCreated_;  // registered message: the shell was started anew
+    const UINT taskbarCreated_;  // registered message: the shell was started anew; 0, as WM_NULL, where there
+                                 // is none
 
     HWND window_ = nullptr;  // owned by the system; null before creation and after destruction
     Screen screen_;          // as it was last seen

@@ -27,6 +27,7 @@ inline constexpr Colour kWindow{247, 248, 250};
 inline constexpr Colour kWhite{255, 255, 255};  // header band, cards, control background
 inline constexpr Colour kCardBorder{226, 229, 235};
 inline constexpr Colour kControlText{39, 36, 46};
+inline constexpr Colour kFieldBorder{139, 135, 150};  // with the focus: kSelectedTab
 inline constexpr Colour kSelectedTab{65, 41, 78};
 inline constexpr Colour kTab{245, 246, 249};
 inline constexpr Colour kTabText{69, 65, 77};
