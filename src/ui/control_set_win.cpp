@@ -59,8 +59,8 @@ void paintFieldFrame(HWND field) {
     ReleaseDC(field, dc);
 }
 
-// What was made frame is the control's face all the same: without an answer of its own a click there would
-// reach nobody.
+// What was made frame is the control's face all the same: by itself the system would not give the control a
+// click there.
 LRESULT faceAt(LRESULT hit) {
     return hit == HTNOWHERE ? HTCLIENT : hit;
 }

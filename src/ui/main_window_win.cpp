@@ -66,8 +66,8 @@ void MainWindow::showWithoutActivating() {
     if (IsIconic(window_))
         ShowWindow(window_, SW_SHOWNOACTIVATE);
     followScreen();  // it may have changed, or gone, while the window was hidden
-    // A maximised or arranged window stays so. ShowWindow would make it small, and whoever started this
-    // program has a say in its first call. Above the windows of others it rises by the right to the
+    // A maximised or arranged window stays so. ShowWindow would make it small, and the process that started
+    // this one has a say in its first call. Above the windows of others it rises by the right to the
     // foreground (SetWindowPos, remarks), which a second start of the broker and a click on the icon bring
     // along.
     SetWindowPos(window_, HWND_TOP, 0, 0, 0, 0, SWP_SHOWWINDOW | SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);

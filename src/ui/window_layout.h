@@ -17,7 +17,7 @@ constexpr ControlId tabOf(Panel panel) {
     return static_cast<ControlId>(kIdTabCamera + static_cast<int>(panel));
 }
 
-// Round and round.
+// After the last comes the first.
 constexpr Panel panelAfter(Panel panel) {
     return static_cast<Panel>((static_cast<int>(panel) + 1) % 3);
 }
@@ -82,6 +82,6 @@ constexpr int kWindowMinWidth = 880, kWindowMinHeight = 745;  // of the whole wi
 // What that leaves to the client area within the usual frame, and what the panels need.
 constexpr int kLeastClientWidth = 864, kLeastClientHeight = 706;
 constexpr int kUiFontHeight = 17;
-constexpr int kClosedListHeight = 32;  // as the fields beside them
+constexpr int kClosedListHeight = 32;  // as the fields next to them
 
 }  // namespace vextra

@@ -128,7 +128,7 @@ struct SpokenFigures {
 SpokenFigures spokenFigures(const WindowState& state);
 std::wstring textOf(const SpokenFigures& figures);
 
-// What the settings panel says below the list of sources, or behind the one field; empty: nothing.
+// What the settings panel says of the selected source, below the list or the one field; empty: nothing.
 std::wstring_view sourceHint(SourceKind selected);
 // What leaving the manifest's field empty means.
 std::wstring emptyManifestHint(std::wstring_view defaultUrl);

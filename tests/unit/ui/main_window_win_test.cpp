@@ -367,7 +367,7 @@ TEST_F(PreviewOfTheWindow, IsTheCamerasPictureWhileThatIsLive) {
     EXPECT_EQ(preview(), kCamera);
 }
 
-// The last picture of a camera that somebody switched off must not stay on the screen.
+// The last picture of a camera that was switched off must not stay on the screen.
 TEST_F(PreviewOfTheWindow, IsThePlaceholderAgainAfterEveryLiveEpisode) {
     for (int episode = 0; episode < 2; ++episode) {
         goLive();

@@ -194,7 +194,7 @@ TEST_P(PainterAt, ShowsTheFrameUprightAndInItsColours) {
     EXPECT_EQ(picture.at(right, top), kGreen);
     EXPECT_EQ(picture.at(left, bottom), kBlue);
     EXPECT_EQ(picture.at(right, bottom), kYellow);
-    // Nothing beside it
+    // Nothing around it
     EXPECT_EQ(picture.at(left - 1, top), kWhite);
     EXPECT_EQ(picture.at(right + 1, bottom), kWhite);
     EXPECT_EQ(picture.at(left, top - 1), kWhite);

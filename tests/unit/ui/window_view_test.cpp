@@ -22,7 +22,7 @@ WindowState stateOf(Panel panel, int width = 980, int height = 720) {
     return state;
 }
 
-// Somebody watches, and a frame has just come.
+// An episode is under way, and a frame has just come.
 WindowState watching(int width = 980, int height = 720) {
     WindowState state = stateOf(Panel::kCamera, width, height);
     state.status = BrokerStatus::kLive;
