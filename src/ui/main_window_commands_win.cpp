@@ -10,7 +10,7 @@
 #include "ui/clipboard_win.h"
 #include "ui/main_window_win.h"
 #include "ui/tray_text.h"
-#include "update/update_doors.h"
+#include "update/update_doors_win.h"
 
 namespace vextra {
 

@@ -1,8 +1,7 @@
-#include "update/fetch_json.h"
-#include "update/installer_download.h"
-#include "update/installer_launch.h"
+#include "update/update_doors_win.h"
+#include "update/https_transfer_win.h"
+#include "update/installer_win.h"
 #include "update/signature.h"
-#include "update/update_doors.h"
 
 namespace vextra {
 

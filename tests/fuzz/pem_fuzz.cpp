@@ -11,7 +11,7 @@
 #include "base/text.h"
 #include "fuzz_text.h"
 #include "signer/signer_rules.h"
-#include "update/channel_key.h"
+#include "update/channel.h"
 #include "update/signature.h"
 
 namespace {

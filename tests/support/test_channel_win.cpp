@@ -10,7 +10,6 @@
 #include "broker_fixture_win.h"
 #include "services_win.h"
 #include "update/channel.h"
-#include "update/channel_key.h"
 #include "update/strict_url.h"
 
 namespace vextra {

@@ -4,7 +4,7 @@
 #include <array>
 
 #include "base/pem.h"
-#include "update/channel_key.h"
+#include "update/channel.h"
 
 namespace vextra {
 

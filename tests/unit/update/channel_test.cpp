@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "base/text.h"
-#include "update/channel_key.h"
 #include "update/manifest.h"
 #include "update/signature.h"
 #include "update/strict_url.h"

@@ -1,4 +1,4 @@
-#include "update/installer_download.h"
+#include "update/installer_win.h"
 
 #include <windows.h>
 

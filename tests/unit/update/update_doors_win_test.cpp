@@ -1,4 +1,4 @@
-#include "update/update_doors.h"
+#include "update/update_doors_win.h"
 
 #include <gtest/gtest.h>
 

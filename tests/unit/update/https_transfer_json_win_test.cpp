@@ -1,5 +1,5 @@
 // Against a real server with a real authority: what the system's HTTPS does is part of what is tested.
-#include "update/fetch_json.h"
+#include "update/https_transfer_win.h"
 
 #include <windows.h>
 

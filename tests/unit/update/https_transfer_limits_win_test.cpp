@@ -16,8 +16,8 @@
 #include "base/text.h"
 #include "import_swap_win.h"
 #include "signed_installer_win.h"
-#include "update/fetch_json.h"
-#include "update/installer_download.h"
+#include "update/https_transfer_win.h"
+#include "update/installer_win.h"
 
 namespace vextra {
 namespace {

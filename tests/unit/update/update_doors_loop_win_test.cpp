@@ -11,7 +11,7 @@
 #include "local_app_data_win.h"
 #include "signer/signer_win.h"
 #include "update/update_channel.h"
-#include "update/update_doors.h"
+#include "update/update_doors_win.h"
 #include "update_server_win.h"
 
 namespace vextra {
