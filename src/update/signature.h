@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cstddef>
-#include <optional>
 #include <string_view>
 
 #include "update/channel.h"
@@ -15,10 +14,7 @@ namespace vextra {
 // r, then s, 32 bytes each, big-endian; no ASN.1 around them.
 using EcSignature = std::array<std::byte, 64>;
 
-// From 128 hexadecimal digits in either case, the high digit of each byte first. Pure.
-std::optional<EcSignature> decodeSignature(std::string_view hex);
-
-// True only for a well-formed signature that verifies.
+// True only for a signature of 128 hexadecimal digits, in either case, that verifies.
 bool verifyManifestSignature(std::string_view message, std::string_view signatureHex,
                              const EcPoint& publicKey);
 

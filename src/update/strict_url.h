@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <string_view>
 
-#include "base/secret.h"
 #include "base/text.h"
 
 namespace vextra {
@@ -89,8 +88,5 @@ constexpr bool isStrictHttpsUrl(std::string_view url) {
     return detail::isStrictAuthority(behindScheme.substr(0, authorityEnd)) &&
            detail::hasWholeEscapes(behindScheme.substr(authorityEnd));
 }
-
-// An address as bytes; empty, which no rule accepts, when it is longer than 8192 units or not ASCII.
-SecretUtf8 narrowedUrl(std::wstring_view url);
 
 }  // namespace vextra

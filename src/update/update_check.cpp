@@ -23,7 +23,7 @@ UpdateCheckResult refused(std::wstring_view message) {
 }
 
 bool isValid(const UpdateCheckRequest& request) {
-    return isStrictHttpsUrl(narrowedUrl(request.manifestUrl.view()).view()) &&
+    return isStrictHttpsUrl(narrowedAscii(request.manifestUrl.view()).view()) &&
            parseVersion(request.currentVersion) && request.operationTimeoutMs >= kMinOperationTimeoutMs &&
            request.operationTimeoutMs <= kMaxOperationTimeoutMs &&
            request.operationTimeoutMs <= request.totalTimeoutMs &&

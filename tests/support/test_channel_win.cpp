@@ -7,10 +7,10 @@
 
 #include <string>
 
+#include "base/text.h"
 #include "broker_fixture_win.h"
 #include "services_win.h"
 #include "update/channel.h"
-#include "update/strict_url.h"
 
 namespace vextra {
 namespace {
@@ -22,7 +22,7 @@ UpdateChannelIdentity channelOfTheTest() {
     const auto keyFile = test::variable(L"VEXTRA_TEST_CHANNEL_KEY");
     if (!origin || !keyFile)
         return channel;
-    channel.origin = narrowedUrl(*origin).view();
+    channel.origin = narrowedAscii(*origin).view();
     channel.publicKey = publicKeyFromPem(readFile(test::windowsPath(*keyFile))).value();
     return channel;
 }

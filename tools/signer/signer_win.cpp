@@ -10,7 +10,6 @@
 #include "update/channel.h"
 #include "update/installer_win.h"
 #include "update/signature.h"
-#include "update/strict_url.h"
 #include "update/transfer_profile.h"
 #include "update/update_check.h"
 
@@ -136,7 +135,7 @@ std::optional<UpdateManifest> describeInstaller(const ReleaseFiles& files, const
 // The broker's check, whose server is the folder.
 bool clientAccepts(const ReleaseFiles& files, const UpdateChannelIdentity& channel) {
     const auto fetch = [&](const UpdateCheckRequest& request) -> std::optional<std::string> {
-        const bool first = narrowedUrl(request.manifestUrl.view()).view() == defaultManifestUrl(channel);
+        const bool first = narrowedAscii(request.manifestUrl.view()).view() == defaultManifestUrl(channel);
         const auto body = readSmallFile(first ? files.newManifest() : files.signature(), 65'536);
         return body ? std::optional(std::string(body->view())) : std::nullopt;
     };
@@ -170,9 +169,9 @@ bool isPublicHalf(const std::wstring& path, const SigningKey& key) {
 
 // Empty when a release may be made of this at all.
 std::wstring findTrouble(const ReleasePlan& plan, const SigningKey& key) {
-    if (!parseVersion(narrowedUrl(plan.version).view()))
+    if (!parseVersion(narrowedAscii(plan.version).view()))
         return L"not a version as Semantic Versioning 2.0.0 has them: " + plan.version;
-    if (!isChannelOrigin(narrowedUrl(plan.origin).view()))
+    if (!isChannelOrigin(narrowedAscii(plan.origin).view()))
         return L"not an https origin in small letters without a path: " + plan.origin;
     if (!plan.publicKeyPath.empty() && !isPublicHalf(plan.publicKeyPath, key))
         return L"not the public half of the private key: " + plan.publicKeyPath;
@@ -244,8 +243,8 @@ std::optional<SigningKey> readSigningKey(const std::wstring& path) {
 SignerReport publishRelease(const ReleasePlan& plan, const SigningKey& key) {
     if (std::wstring trouble = findTrouble(plan, key); !trouble.empty())
         return stopped(std::move(trouble));
-    const std::string version(narrowedUrl(plan.version).view());
-    const UpdateChannelIdentity channel{std::string(narrowedUrl(plan.origin).view()), key.point};
+    const std::string version(narrowedAscii(plan.version).view());
+    const UpdateChannelIdentity channel{std::string(narrowedAscii(plan.origin).view()), key.point};
     ReleaseFiles files(plan.outFolder, plan.version);
     if (!files.begin())
         return stopped(L"published before, or the folder cannot be written: " + plan.version);

@@ -136,6 +136,15 @@ TEST_F(UpdateCheck, SendsNothingToAnAddressThatIsNotStrict) {
     EXPECT_TRUE(fetched.empty());
 }
 
+TEST_F(UpdateCheck, SendsNothingToAnAddressOfMoreThan8192Units) {
+    std::wstring url = L"https://h/";
+    url.resize(8193, L'a');
+    EXPECT_EQ(codeWith(requestFor(url)), UpdateCode::kInvalidRequest);
+    EXPECT_TRUE(fetched.empty());
+    url.pop_back();
+    EXPECT_EQ(codeWith(requestFor(url)), UpdateCode::kUnreachable);
+}
+
 TEST_F(UpdateCheck, SendsNothingForAVersionThatIsNone) {
     UpdateCheckRequest request = updateCheckRequest({}, testChannel());
     request.currentVersion = "0.2";
