@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "base/secret.h"
+#include "update/json_reader.h"
 
 namespace vextra {
 namespace {
@@ -142,7 +142,7 @@ namespace {
 
 bool isJsonOfAllowedSize(const HttpsTransfer& transfer) {
     const auto type = transfer.contentType();
-    return type && isJsonContentType(*type) && transfer.contentLength().value_or(0) <= kMaxJsonBodyBytes;
+    return type && isJsonContentType(*type) && transfer.contentLength().value_or(0) <= kMaxJsonDocumentBytes;
 }
 
 // The time that a document may take: a server that sends a byte now and then keeps every single step within
@@ -188,7 +188,7 @@ std::optional<std::string> readBody(HttpsTransfer& transfer, const Budget& budge
             return std::nullopt;
         if (*bytes == 0)
             return isWhole(body, transfer) && budget.leftMs() != 0 ? std::optional(body) : std::nullopt;
-        if (*bytes > kMaxJsonBodyBytes - body.size())
+        if (*bytes > kMaxJsonDocumentBytes - body.size())
             return std::nullopt;
         body.append(reinterpret_cast<const char*>(piece.data()), *bytes);
     }
@@ -197,13 +197,14 @@ std::optional<std::string> readBody(HttpsTransfer& transfer, const Budget& budge
 
 }  // namespace
 
-std::optional<std::string> fetchJson(const UpdateCheckRequest& request, const std::atomic<bool>& cancel) {
+std::optional<std::string> fetchJson(const SecretText& url, const TransferLimits& limits,
+                                     const std::atomic<bool>& cancel) {
     HttpsTransfer transfer;
-    const Budget budget(transfer, request.totalTimeoutMs, cancel);
-    if (cancel || !transfer.open(kJsonTransfer, request.manifestUrl.view(), request.operationTimeoutMs) ||
-        !transfer.send() || !receiveHead(transfer, budget) || !isJsonOfAllowedSize(transfer))
+    const Budget budget(transfer, limits.totalTimeoutMs, cancel);
+    if (cancel || !transfer.open(kJsonTransfer, url.view(), limits.operationTimeoutMs) || !transfer.send() ||
+        !receiveHead(transfer, budget) || !isJsonOfAllowedSize(transfer))
         return std::nullopt;
-    return readBody(transfer, budget, request.operationTimeoutMs);
+    return readBody(transfer, budget, limits.operationTimeoutMs);
 }
 
 }  // namespace vextra

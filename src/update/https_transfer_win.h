@@ -15,10 +15,10 @@
 #include <string>
 #include <string_view>
 
+#include "base/secret.h"
 #include "base/system_types.h"
 #include "base/unique_win.h"
 #include "update/transfer_profile.h"
-#include "update/update_check.h"
 
 namespace vextra {
 
@@ -57,9 +57,10 @@ private:
     UniqueInternetHandle request_;
 };
 
-// The body of the request's address, as bytes: 1 to 65,536 of them, received whole within the total timeout
-// with status 200 and the type JSON. Nothing otherwise, without a reason; never tried again. Any thread;
-// blocks for about the total timeout and one step at most, and for about one step once `cancel` is set.
-std::optional<std::string> fetchJson(const UpdateCheckRequest& request, const std::atomic<bool>& cancel);
+// The body of a small document, as bytes: 1 to 65,536 of them, received whole within the total timeout with
+// status 200 and the type JSON. Nothing otherwise, without a reason; never tried again. Any thread; blocks
+// for about the total timeout and one step at most, and for about one step once `cancel` is set.
+std::optional<std::string> fetchJson(const SecretText& url, const TransferLimits& limits,
+                                     const std::atomic<bool>& cancel);
 
 }  // namespace vextra

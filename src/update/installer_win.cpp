@@ -92,7 +92,7 @@ bool receiveBody(HttpsTransfer& transfer, HANDLE file, Sha256& hash, const Updat
                  const Progress& progress) {
     std::vector<std::byte> piece(kInstallerReadBytes);
     std::uint64_t written = 0;
-    while (transfer.elapsedMs() <= kInstallerTotalMs) {
+    while (transfer.elapsedMs() <= kInstallerLimits.totalTimeoutMs) {
         const std::optional<std::size_t> count = transfer.read(piece);
         if (!count)
             return false;
@@ -113,10 +113,11 @@ bool receiveInstaller(HANDLE file, const UpdateManifest& manifest, const Progres
     Sha256 hash;
     HttpsTransfer transfer;
     if (!hash.ready() ||
-        !transfer.open(kInstallerTransfer, widenedAscii(manifest.installerUrl), kInstallerTimeoutMs) ||
+        !transfer.open(kInstallerTransfer, widenedAscii(manifest.installerUrl),
+                       kInstallerLimits.operationTimeoutMs) ||
         progress.cancel || !transfer.send() || progress.cancel ||
-        !transfer.setHeadTimeout(kInstallerTimeoutMs) || !transfer.receiveHead() || progress.cancel ||
-        !receiveBody(transfer, file, hash, manifest, progress))
+        !transfer.setHeadTimeout(kInstallerLimits.operationTimeoutMs) || !transfer.receiveHead() ||
+        progress.cancel || !receiveBody(transfer, file, hash, manifest, progress))
         return false;
     const std::optional<Sha256Digest> digest = hash.finish();
     return digest && isInstallerDigest(manifest, *digest) && FlushFileBuffers(file);

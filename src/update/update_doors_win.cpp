@@ -8,8 +8,9 @@ namespace vextra {
 UpdateCheckResult checkForUpdate(UpdateCheckRequest request, const UpdateChannelIdentity& channel,
                                  const std::atomic<bool>& cancel) {
     return runUpdateCheck(
-        std::move(request), channel,
-        {.fetchJson = [&cancel](const UpdateCheckRequest& one) { return fetchJson(one, cancel); },
+        request, channel,
+        {.fetchJson = [&cancel](const SecretText& url,
+                                const TransferLimits& limits) { return fetchJson(url, limits, cancel); },
          .verifySignature =
              [&channel](std::string_view message, std::string_view signatureHex) {
                  return verifyManifestSignature(message, signatureHex, channel.publicKey);

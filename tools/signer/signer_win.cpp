@@ -9,8 +9,8 @@
 #include "base/unique_win.h"
 #include "update/channel.h"
 #include "update/installer_win.h"
+#include "update/json_reader.h"
 #include "update/signature.h"
-#include "update/transfer_profile.h"
 #include "update/update_check.h"
 
 namespace vextra {
@@ -134,9 +134,10 @@ std::optional<UpdateManifest> describeInstaller(const ReleaseFiles& files, const
 
 // The broker's check, whose server is the folder.
 bool clientAccepts(const ReleaseFiles& files, const UpdateChannelIdentity& channel) {
-    const auto fetch = [&](const UpdateCheckRequest& request) -> std::optional<std::string> {
-        const bool first = narrowedAscii(request.manifestUrl.view()).view() == defaultManifestUrl(channel);
-        const auto body = readSmallFile(first ? files.newManifest() : files.signature(), 65'536);
+    const auto fetch = [&](const SecretText& url, const TransferLimits&) -> std::optional<std::string> {
+        const bool first = url.view() == widenedAscii(defaultManifestUrl(channel));
+        const auto body =
+            readSmallFile(first ? files.newManifest() : files.signature(), kMaxJsonDocumentBytes);
         return body ? std::optional(std::string(body->view())) : std::nullopt;
     };
     const auto verify = [&](std::string_view message, std::string_view signatureHex) {
@@ -152,7 +153,7 @@ bool clientAccepts(const ReleaseFiles& files, const UpdateChannelIdentity& chann
 
 // The version that the server announces so far, if it is newer; empty otherwise.
 std::string announcedNewer(const ReleaseFiles& files, const std::string& version) {
-    const auto body = readSmallFile(files.manifest(), kMaxJsonBodyBytes);
+    const auto body = readSmallFile(files.manifest(), kMaxJsonDocumentBytes);
     const auto announced = body ? parseUpdateManifest(body->view()) : std::nullopt;
     return announced && compareVersions(announced->version, version) == 1 ? announced->version
                                                                           : std::string();

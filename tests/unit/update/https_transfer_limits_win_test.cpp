@@ -135,12 +135,9 @@ TEST(TransferLimits, HoldForDocuments) {
     expectNoCellBeyondItsLimit(kLimits, [&](const Trouble& trouble, const std::atomic<bool>& cancel) {
         const ServedFolder folder(server);
         folder.put("document.json", std::string(100, 'x'), trouble.reply);
-        UpdateCheckRequest request;
-        request.manifestUrl.assign(
-            widenedAscii(server.origin(trouble.server) + folder.place() + "/document.json"));
-        request.operationTimeoutMs = kLimits.stepMs;
-        request.totalTimeoutMs = kLimits.totalMs;
-        return fetchJson(request, cancel).has_value();
+        const SecretText url(widenedAscii(server.origin(trouble.server) + folder.place() + "/document.json"));
+        const TransferLimits limits{.operationTimeoutMs = kLimits.stepMs, .totalTimeoutMs = kLimits.totalMs};
+        return fetchJson(url, limits, cancel).has_value();
     });
 }
 

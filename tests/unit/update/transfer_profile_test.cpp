@@ -34,10 +34,9 @@ TEST(TransferProfiles, DifferAsTheyAreMeantTo) {
 }
 
 TEST(TransferProfiles, HaveTheirLimits) {
-    EXPECT_EQ(kMaxJsonBodyBytes, 65'536u);
     EXPECT_EQ(kJsonReadBytes, 4096u);
-    EXPECT_EQ(kInstallerTimeoutMs, 3000u);
-    EXPECT_EQ(kInstallerTotalMs, 300'000u);
+    EXPECT_EQ(kInstallerLimits.operationTimeoutMs, 3000u);
+    EXPECT_EQ(kInstallerLimits.totalTimeoutMs, 300'000u);
     EXPECT_EQ(kInstallerReadBytes, 65'536u);
 }
 

@@ -26,18 +26,19 @@ protected:
     }
     UpdateCheckResult run() { return run(updateCheckRequest({}, testChannel())); }
     UpdateCheckResult run(UpdateCheckRequest request) {
-        return runUpdateCheck(std::move(request), testChannel(),
-                              {.fetchJson = [this](const UpdateCheckRequest& asked) { return fetch(asked); },
-                               .verifySignature =
-                                   [this](std::string_view message, std::string_view signature) {
-                                       messages.emplace_back(message);
-                                       return signature == "good";
-                                   }});
+        return runUpdateCheck(
+            std::move(request), testChannel(),
+            {.fetchJson = [this](const SecretText& url,
+                                 const TransferLimits& limits) { return fetch(url, limits); },
+             .verifySignature =
+                 [this](std::string_view message, std::string_view signature) {
+                     messages.emplace_back(message);
+                     return signature == "good";
+                 }});
     }
-    std::optional<std::string> fetch(const UpdateCheckRequest& asked) {
-        const std::wstring_view url = asked.manifestUrl.view();
-        fetched.emplace_back(url.begin(), url.end());
-        timeouts.push_back({asked.operationTimeoutMs, asked.totalTimeoutMs});
+    std::optional<std::string> fetch(const SecretText& url, const TransferLimits& limits) {
+        fetched.emplace_back(url.view().begin(), url.view().end());
+        timeouts.push_back({limits.operationTimeoutMs, limits.totalTimeoutMs});
         const auto found = documents.find(fetched.back());
         return found == documents.end() ? std::nullopt : std::optional(found->second);
     }
@@ -62,8 +63,7 @@ UpdateCheckRequest requestFor(std::wstring_view url) {
 }
 UpdateCheckRequest requestWithTimeouts(std::uint32_t operationMs, std::uint32_t totalMs) {
     UpdateCheckRequest request = updateCheckRequest({}, testChannel());
-    request.operationTimeoutMs = operationMs;
-    request.totalTimeoutMs = totalMs;
+    request.limits = {.operationTimeoutMs = operationMs, .totalTimeoutMs = totalMs};
     return request;
 }
 
@@ -72,8 +72,8 @@ TEST_F(UpdateCheck, AsksTheChannelUnlessTheSettingsNameAnotherPlace) {
     EXPECT_EQ(std::wstring(request.manifestUrl.view()),
               L"https://updates.example:8443/camera-virtual-vextra-mf/beta.json");
     EXPECT_EQ(request.currentVersion, "0.2.0-beta.5");
-    EXPECT_EQ(request.operationTimeoutMs, 3000u);
-    EXPECT_EQ(request.totalTimeoutMs, 15'000u);
+    EXPECT_EQ(request.limits.operationTimeoutMs, 3000u);
+    EXPECT_EQ(request.limits.totalTimeoutMs, 15'000u);
     EXPECT_EQ(
         std::wstring(updateCheckRequest(SecretText(L"https://mirror/x"), testChannel()).manifestUrl.view()),
         L"https://mirror/x");
