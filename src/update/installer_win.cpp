@@ -158,7 +158,7 @@ std::wstring downloadInto(const std::wstring& folder, const UpdateManifest& mani
 DownloadResult downloadInstaller(const UpdateManifest& manifest, const UpdateChannelIdentity& channel,
                                  const std::atomic<bool>& cancel,
                                  std::atomic<std::uint32_t>& progressPercent) {
-    if (!isManifestStillTrusted(manifest, channel))
+    if (!isManifestStillTrusted(manifest, channel, verifyManifestSignature))
         return {false, {}, L"Atualização sem assinatura MF válida; download recusado."};
     DownloadResult result{false, {}, L"Download não concluído; nenhuma instalação foi iniciada."};
     const std::wstring folder = makeDownloadFolder();
@@ -219,7 +219,7 @@ bool isAnnouncedInstaller(HANDLE file, const UpdateManifest& manifest) {
 
 bool openVerifiedInstaller(HWND owner, const UpdateManifest& manifest, const std::wstring& path,
                            const UpdateChannelIdentity& channel) {
-    if (!isManifestStillTrusted(manifest, channel))
+    if (!isManifestStillTrusted(manifest, channel, verifyManifestSignature))
         return false;
     // Shared for reading only, and held until the program has started: the file that was checked stays as it
     // is. The shell opens it by its path once more, so this does not keep the user's own programs from moving

@@ -99,4 +99,10 @@ std::string buildSignedMessage(const UpdateManifest& manifest) {
     return message + std::to_string(manifest.sizeBytes) + "\n";
 }
 
+bool isManifestStillTrusted(const UpdateManifest& manifest, const UpdateChannelIdentity& channel,
+                            const SignatureVerifier& verify) {
+    return isOfficialInstallerUrl(manifest, channel) && isInstallerSize(manifest.sizeBytes) &&
+           verify(buildSignedMessage(manifest), manifest.signature, channel.publicKey);
+}
+
 }  // namespace vextra

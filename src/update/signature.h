@@ -7,7 +7,6 @@
 #include <string_view>
 
 #include "update/channel.h"
-#include "update/manifest.h"
 
 namespace vextra {
 
@@ -17,9 +16,5 @@ using EcSignature = std::array<std::byte, 64>;
 // True only for a signature of 128 hexadecimal digits, in either case, that verifies.
 bool verifyManifestSignature(std::string_view message, std::string_view signatureHex,
                              const EcPoint& publicKey);
-
-// What held when the manifest was checked still holds: the installer's place, its size, the stored signature.
-// Asked again before the download and before the launch.
-bool isManifestStillTrusted(const UpdateManifest& manifest, const UpdateChannelIdentity& channel);
 
 }  // namespace vextra

@@ -39,9 +39,4 @@ bool verifyManifestSignature(std::string_view message, std::string_view signatur
                                  static_cast<ULONG>(signature->size()), 0) >= 0;
 }
 
-bool isManifestStillTrusted(const UpdateManifest& manifest, const UpdateChannelIdentity& channel) {
-    return isOfficialInstallerUrl(manifest, channel) && isInstallerSize(manifest.sizeBytes) &&
-           verifyManifestSignature(buildSignedMessage(manifest), manifest.signature, channel.publicKey);
-}
-
 }  // namespace vextra

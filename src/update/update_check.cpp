@@ -75,7 +75,8 @@ UpdateCheckResult runUpdateCheck(const UpdateCheckRequest& request, const Update
     if (!root || root->members.size() != 1)
         return refused(L"Assinatura da atualização indisponível; instalação não autorizada.");
     const JsonValue* const signature = findMember(*root, "signature", JsonKind::kString);
-    if (signature == nullptr || !doors.verifySignature(buildSignedMessage(*manifest), signature->text))
+    if (signature == nullptr ||
+        !doors.verifySignature(buildSignedMessage(*manifest), signature->text, channel.publicKey))
         return refused(L"Assinatura da atualização inválida; instalação recusada.");
     manifest->signature = signature->text;
     return compared(std::move(*manifest), request.currentVersion);

@@ -40,7 +40,7 @@ struct UpdateCheckResult {
 
 struct UpdateCheckDoors {
     std::function<std::optional<std::string>(const SecretText& url, const TransferLimits&)> fetchJson;
-    std::function<bool(std::string_view message, std::string_view signatureHex)> verifySignature;
+    SignatureVerifier verifySignature;
 };
 
 // For the address in the settings, or the channel's own where that is empty.

@@ -11,10 +11,7 @@ UpdateCheckResult checkForUpdate(UpdateCheckRequest request, const UpdateChannel
         request, channel,
         {.fetchJson = [&cancel](const SecretText& url,
                                 const TransferLimits& limits) { return fetchJson(url, limits, cancel); },
-         .verifySignature =
-             [&channel](std::string_view message, std::string_view signatureHex) {
-                 return verifyManifestSignature(message, signatureHex, channel.publicKey);
-             }});
+         .verifySignature = verifyManifestSignature});
 }
 
 UpdateChannelDoors systemUpdateDoors(HWND owner, const UpdateChannelIdentity& channel) {

@@ -140,14 +140,12 @@ bool clientAccepts(const ReleaseFiles& files, const UpdateChannelIdentity& chann
             readSmallFile(first ? files.newManifest() : files.signature(), kMaxJsonDocumentBytes);
         return body ? std::optional(std::string(body->view())) : std::nullopt;
     };
-    const auto verify = [&](std::string_view message, std::string_view signatureHex) {
-        return verifyManifestSignature(message, signatureHex, channel.publicKey);
-    };
     const UpdateCheckResult result =
-        runUpdateCheck(updateCheckRequest({}, channel), channel, {fetch, verify});
+        runUpdateCheck(updateCheckRequest({}, channel), channel,
+                       {.fetchJson = fetch, .verifySignature = verifyManifestSignature});
     const UniqueFile installer = openForReading(files.installer());
     return (result.code == UpdateCode::kAvailable || result.code == UpdateCode::kUpToDate) &&
-           isManifestStillTrusted(result.manifest, channel) && installer &&
+           isManifestStillTrusted(result.manifest, channel, verifyManifestSignature) && installer &&
            isAnnouncedInstaller(installer.get(), result.manifest);
 }
 

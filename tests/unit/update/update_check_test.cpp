@@ -25,13 +25,14 @@ protected:
             documents[signatureDocumentUrl(*manifest)] = signatureJson;
     }
     UpdateCheckResult run() { return run(updateCheckRequest({}, testChannel())); }
-    UpdateCheckResult run(UpdateCheckRequest request) {
+    UpdateCheckResult run(const UpdateCheckRequest& request) {
         return runUpdateCheck(
-            std::move(request), testChannel(),
+            request, testChannel(),
             {.fetchJson = [this](const SecretText& url,
                                  const TransferLimits& limits) { return fetch(url, limits); },
              .verifySignature =
-                 [this](std::string_view message, std::string_view signature) {
+                 [this](std::string_view message, std::string_view signature, const EcPoint& publicKey) {
+                     EXPECT_EQ(publicKey, testChannel().publicKey);
                      messages.emplace_back(message);
                      return signature == "good";
                  }});
