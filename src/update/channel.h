@@ -33,7 +33,7 @@ struct UpdateChannelIdentity {
 
 inline constexpr std::string_view kChannelApp = VEXTRA_PROGRAM;
 inline constexpr std::string_view kChannelName = "beta";
-inline constexpr std::string_view kChannelPath = "/camera-virtual-vextra-mf/";  // behind the origin
+inline constexpr std::string_view kChannelFolder = "camera-virtual-vextra-mf";  // at the origin's root
 inline constexpr std::string_view kManifestFileName = "beta.json";
 inline constexpr std::string_view kInstallerFileName = "Setup.exe";
 inline constexpr std::string_view kSignatureSuffix = ".sig.json";
@@ -41,9 +41,13 @@ inline constexpr std::string_view kSignatureSuffix = ".sig.json";
 // The identity of this build: VEXTRA_UPDATE_ORIGIN and VEXTRA_CHANNEL_PUBLIC_KEY of the CMake cache.
 const UpdateChannelIdentity& builtInChannel();
 
+inline std::string channelBase(const UpdateChannelIdentity& channel) {
+    return channel.origin + "/" + std::string(kChannelFolder) + "/";
+}
+
 // Where the manifest lies unless the settings name another place.
 inline std::string defaultManifestUrl(const UpdateChannelIdentity& channel) {
-    return channel.origin + std::string(kChannelPath) + std::string(kManifestFileName);
+    return channelBase(channel) + std::string(kManifestFileName);
 }
 
 // --- The key as publishers hand it over ---

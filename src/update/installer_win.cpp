@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "base/product.h"
-#include "base/sha256.h"
+#include "base/system_win.h"
 #include "base/text.h"
 #include "base/unique_win.h"
 #include "update/download_folder.h"
@@ -17,6 +17,7 @@
 namespace vextra {
 namespace {
 
+constexpr std::size_t kFilePieceBytes = 65'536;
 constexpr std::size_t kGuidUnits = 39;  // {xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx} and its terminator
 
 using UniqueFileSearch = Unique<HANDLE, &FindClose, kInvalidHandleValue>;
@@ -176,12 +177,6 @@ DownloadResult downloadInstaller(const UpdateManifest& manifest, const UpdateCha
 // --- The last look at it, and its start ---
 namespace {
 
-bool isPlainFile(HANDLE file) {
-    BY_HANDLE_FILE_INFORMATION information{};
-    return GetFileInformationByHandle(file, &information) &&
-           (information.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) == 0;
-}
-
 bool start(HWND owner, const std::wstring& path) {
     SHELLEXECUTEINFOW execution{};
     execution.cbSize = sizeof execution;
@@ -198,22 +193,25 @@ bool start(HWND owner, const std::wstring& path) {
 
 }  // namespace
 
+std::optional<Sha256Digest> sha256OfFile(HANDLE file) {
+    Sha256 hash;
+    std::vector<std::byte> piece(kFilePieceBytes);
+    for (;;) {
+        DWORD taken = 0;
+        if (!ReadFile(file, piece.data(), static_cast<DWORD>(piece.size()), &taken, nullptr))
+            return std::nullopt;
+        if (taken == 0)
+            return hash.finish();
+        if (!hash.add(std::span(piece).first(taken)))
+            return std::nullopt;
+    }
+}
+
 bool isAnnouncedInstaller(HANDLE file, const UpdateManifest& manifest) {
     LARGE_INTEGER size{};
     if (!GetFileSizeEx(file, &size) || static_cast<std::uint64_t>(size.QuadPart) != manifest.sizeBytes)
         return false;
-    Sha256 hash;
-    std::vector<std::byte> piece(kInstallerReadBytes);
-    for (;;) {
-        DWORD taken = 0;
-        if (!ReadFile(file, piece.data(), static_cast<DWORD>(piece.size()), &taken, nullptr))
-            return false;
-        if (taken == 0)
-            break;
-        if (!hash.add(std::span(piece).first(taken)))
-            return false;
-    }
-    const std::optional<Sha256Digest> digest = hash.finish();
+    const std::optional<Sha256Digest> digest = sha256OfFile(file);
     return digest && isInstallerDigest(manifest, *digest);
 }
 
@@ -224,10 +222,8 @@ bool openVerifiedInstaller(HWND owner, const UpdateManifest& manifest, const std
     // Shared for reading only, and held until the program has started: the file that was checked stays as it
     // is. The shell opens it by its path once more, so this does not keep the user's own programs from moving
     // folders.
-    const UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                      FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-    return file && isPlainFile(file.get()) && isAnnouncedInstaller(file.get(), manifest) &&
-           start(owner, path);
+    const PlainFile installer = openPlainFile(path, GENERIC_READ, FILE_SHARE_READ);
+    return installer && isAnnouncedInstaller(installer.file.get(), manifest) && start(owner, path);
 }
 
 }  // namespace vextra

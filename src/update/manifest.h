@@ -14,6 +14,8 @@
 
 namespace vextra {
 
+constexpr std::uint64_t kManifestSchema = 1;
+constexpr std::string_view kManifestAssetKind = "mf-installer";
 constexpr std::uint64_t kMaxInstallerBytes = 536'870'912;  // 512 MiB
 constexpr std::size_t kSha256HexDigits = 64;
 

@@ -9,9 +9,6 @@
 namespace vextra {
 namespace {
 
-constexpr std::wstring_view kRetryLabel = L"Tentar download novamente";
-constexpr std::wstring_view kInstallLabel = L"Instalar atualização";
-
 constexpr UpdateQuestion kDownloadQuestion{
     L"Baixar o instalador completo da nova versão MF? A assinatura, o tamanho e o SHA-256 serão verificados. "
     L"Nada será instalado sem sua confirmação.",
@@ -150,7 +147,7 @@ void UpdateChannel::finishCheck() {
                L" disponível • assinatura MF validada. Baixe para atualizar.";
         window_.showBalloon(L"Atualização " VEXTRA_SHORT_NAME_W L" disponível",
                             L"Abra Diagnóstico para baixar a nova versão. A câmera não será interrompida.");
-        buttonLabel_ = kDownloadLabel;
+        buttonLabel_ = kDownloadUpdateLabel;
     }
     window_.log(EventCode::kUpdateCheckCompleted, static_cast<std::int32_t>(result.code));
     window_.showStatus(text);
@@ -165,7 +162,7 @@ void UpdateChannel::finishDownload() {
     }
     downloading_ = false;
     downloaded_ = result.verified;
-    buttonLabel_ = result.verified ? kInstallLabel : kRetryLabel;
+    buttonLabel_ = result.verified ? kInstallUpdateLabel : kRetryDownloadLabel;
     window_.log(result.verified ? EventCode::kUpdateDownloadVerified : EventCode::kUpdateDownloadFailed, 0);
     window_.showStatus(result.message);
 }

@@ -24,6 +24,11 @@ namespace vextra {
 
 constexpr Tick kStartupCheckSpacingMs = 300'000;
 
+// What the installer's button says: at first, after a download that failed, after one that was verified.
+inline constexpr std::wstring_view kDownloadUpdateLabel = L"Baixar atualização";
+inline constexpr std::wstring_view kRetryDownloadLabel = L"Tentar download novamente";
+inline constexpr std::wstring_view kInstallUpdateLabel = L"Instalar atualização";
+
 enum class CheckKind : std::uint8_t {
     kStartup = 1,  // at start and whenever the window is shown; at most one in kStartupCheckSpacingMs
     kManual,
@@ -112,8 +117,6 @@ public:
     std::optional<std::wstring> progressText() const;  // while downloading
 
 private:
-    static constexpr std::wstring_view kDownloadLabel = L"Baixar atualização";
-
     void sayWhatCameBetween();
     void startDownload();
     void launchInstaller();
@@ -137,7 +140,7 @@ private:
     bool downloaded_ = false;
     bool shuttingDown_ = false;
     Tick nextStartupCheck_ = 0;  // no start-up check before this
-    std::wstring_view buttonLabel_ = kDownloadLabel;
+    std::wstring_view buttonLabel_ = kDownloadUpdateLabel;
     std::wstring checkText_;        // what was last said of a check
     std::thread worker_;            // the one that may exist
     std::future<void> workerDone_;  // ready when it has nothing left to do

@@ -65,24 +65,11 @@ std::optional<SecretUtf8> readSmallFile(const std::wstring& path, std::size_t ma
     return SecretUtf8({reinterpret_cast<const char*>(bytes.data()), taken});
 }
 
-std::optional<Sha256Digest> hashOf(HANDLE file) {
-    Sha256 hash;
-    std::vector<std::byte> piece(65'536);
-    for (;;) {
-        DWORD taken = 0;
-        if (!ReadFile(file, piece.data(), static_cast<DWORD>(piece.size()), &taken, nullptr))
-            return std::nullopt;
-        if (taken == 0)
-            return hash.finish();
-        hash.add(std::span(piece).first(taken));
-    }
-}
-
-// The files of one release on their way to the server. Whatever is not committed is taken back.
+// The files of one release on their way to the server. What is not committed is taken back.
 class ReleaseFiles {
 public:
     ReleaseFiles(const std::wstring& outFolder, const std::wstring& version)
-        : channelFolder_(outFolder + L"\\camera-virtual-vextra-mf"),
+        : channelFolder_(outFolder + L"\\" + widenedAscii(kChannelFolder)),
           folder_(channelFolder_ + L"\\" + version) {}
     ReleaseFiles(const ReleaseFiles&) = delete;
     ReleaseFiles& operator=(const ReleaseFiles&) = delete;
@@ -125,7 +112,7 @@ std::optional<UpdateManifest> describeInstaller(const ReleaseFiles& files, const
     LARGE_INTEGER size{};
     if (!file || !GetFileSizeEx(file.get(), &size))
         return std::nullopt;
-    const std::optional<Sha256Digest> digest = hashOf(file.get());
+    const std::optional<Sha256Digest> digest = sha256OfFile(file.get());
     if (!digest)
         return std::nullopt;
     return UpdateManifest{version, installerUrl(version, channel), lowerHex(*digest),
