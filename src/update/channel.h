@@ -1,5 +1,5 @@
 // Whom the broker trusts for updates: one origin and one key, both fixed when the program is compiled. No
-// file and no setting can name another. Pure.
+// file and no setting can name another. Usable at compile time. Pure.
 #pragma once
 
 #include <algorithm>

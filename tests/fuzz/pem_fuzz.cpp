@@ -1,4 +1,4 @@
-// Any bytes as a key file and as a signature: whatever is accepted is, line breaks aside, the very text that
+// Any bytes as a key file and as a signature: what is accepted is, line breaks aside, the very text that
 // is written for it, so that no two texts but by their breaks mean the same key; and bytes that are written
 // come back.
 #include <algorithm>

@@ -8,7 +8,7 @@
 namespace vextra {
 namespace {
 
-// From a block of exactly this size, so that a sanitizer sees a read behind it.
+// From a block of exactly this size, so that a sanitizer sees a read past it.
 bool accepted(std::string_view url) {
     const std::vector<char> exact(url.begin(), url.end());
     return isStrictHttpsUrl({exact.data(), exact.size()});
