@@ -24,7 +24,7 @@ TEST(JsonContentType, IsNothingElse) {
 // Two agents and two ranges of TLS: not an oversight.
 TEST(TransferProfiles, DifferAsTheyAreMeantTo) {
     EXPECT_EQ(std::wstring(kJsonTransfer.userAgent), L"CameraVirtualVextraMF/0.2 beta");
-    EXPECT_EQ(std::wstring(kInstallerTransfer.userAgent), L"CameraVirtualVextraMF/0.2.0-beta.5");
+    EXPECT_EQ(std::wstring(kInstallerTransfer.userAgent), L"CameraVirtualVextraMF/" VEXTRA_VERSION_W);
     EXPECT_EQ(kJsonTransfer.tls, TlsVersions::k12And13);
     EXPECT_EQ(kInstallerTransfer.tls, TlsVersions::k12Only);
     EXPECT_EQ(std::wstring(kJsonTransfer.acceptType), L"application/json");

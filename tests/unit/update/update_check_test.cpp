@@ -13,7 +13,14 @@ namespace {
 using test::ManifestText;
 using test::testChannel;
 
+constexpr const char* kRunningVersion = "0.2.0-beta.5";  // of the broker that asks, whichever is built here
 constexpr const char* kManifestUrl = "https://updates.example:8443/camera-virtual-vextra-mf/beta.json";
+
+UpdateCheckRequest defaultRequest() {
+    UpdateCheckRequest request = updateCheckRequest({}, testChannel());
+    request.currentVersion = kRunningVersion;
+    return request;
+}
 
 // A server that hands out documents, and a verifier that knows one signature.
 class UpdateCheck : public testing::Test {
@@ -24,7 +31,7 @@ protected:
         if (manifest)
             documents[signatureDocumentUrl(*manifest)] = signatureJson;
     }
-    UpdateCheckResult run() { return run(updateCheckRequest({}, testChannel())); }
+    UpdateCheckResult run() { return run(defaultRequest()); }
     UpdateCheckResult run(const UpdateCheckRequest& request) {
         return runUpdateCheck(
             request, testChannel(),
@@ -58,12 +65,12 @@ protected:
 };
 
 UpdateCheckRequest requestFor(std::wstring_view url) {
-    UpdateCheckRequest request;
+    UpdateCheckRequest request = defaultRequest();
     request.manifestUrl.assign(url);
     return request;
 }
 UpdateCheckRequest requestWithTimeouts(std::uint32_t operationMs, std::uint32_t totalMs) {
-    UpdateCheckRequest request = updateCheckRequest({}, testChannel());
+    UpdateCheckRequest request = defaultRequest();
     request.limits = {.operationTimeoutMs = operationMs, .totalTimeoutMs = totalMs};
     return request;
 }
@@ -72,7 +79,7 @@ TEST_F(UpdateCheck, AsksTheChannelUnlessTheSettingsNameAnotherPlace) {
     const UpdateCheckRequest request = updateCheckRequest({}, testChannel());
     EXPECT_EQ(std::wstring(request.manifestUrl.view()),
               L"https://updates.example:8443/camera-virtual-vextra-mf/beta.json");
-    EXPECT_EQ(request.currentVersion, "0.2.0-beta.5");
+    EXPECT_EQ(request.currentVersion, VEXTRA_VERSION);
     EXPECT_EQ(request.limits.operationTimeoutMs, 3000u);
     EXPECT_EQ(request.limits.totalTimeoutMs, 15'000u);
     EXPECT_EQ(

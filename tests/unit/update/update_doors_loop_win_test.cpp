@@ -103,7 +103,7 @@ protected:
         return localAppData->downloads().at(0).wstring() + L"\\Setup.exe";
     }
 
-    const std::wstring version = L"0.3.0-loop.1";
+    const std::wstring version = L"4000000000.0.0-loop.1";  // newer than every broker
     std::optional<UpdateServer> server;
     SigningKey key;
     UpdateChannelIdentity identity;
@@ -120,7 +120,8 @@ protected:
 TEST_F(UpdateLoop, GoesFromTheSignedReleaseToTheStartedInstaller) {
     publish();
     check();
-    EXPECT_EQ(status, L"Nova versão 0.3.0-loop.1 disponível • assinatura MF validada. Baixe para atualizar.");
+    EXPECT_EQ(status,
+              L"Nova versão " + version + L" disponível • assinatura MF validada. Baixe para atualizar.");
 
     channel->pressInstallerButton();
     EXPECT_TRUE(channel->progressText());
