@@ -19,9 +19,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr wchar_t kVersion[] = L"0.3.0-system.1";
+constexpr wchar_t kVersion[] = L"4000000000.0.0-system.1";  // newer than every broker
 constexpr wchar_t kAnnounced[] =
-    L"Nova versão 0.3.0-system.1 disponível • assinatura MF validada. Baixe para atualizar.";
+    L"Nova versão 4000000000.0.0-system.1 disponível • assinatura MF validada. Baixe para atualizar.";
 constexpr wchar_t kUnreachable[] = L"Não foi possível verificar a atualização MF com segurança.";
 constexpr wchar_t kVerified[] =
     L"Instalador baixado: assinatura, tamanho e SHA-256 verificados. Instale quando a câmera estiver ociosa.";

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "base/text.h"
-#include "update/channel_key.h"
+#include "update/channel.h"
 #include "update/json_reader.h"
 
 namespace vextra {

@@ -1,4 +1,4 @@
-#include "update/installer_download.h"
+#include "update/installer_win.h"
 
 #include <windows.h>
 
@@ -194,7 +194,7 @@ TEST_F(EarlierDownloads, ThatAreInUseAreNoHindrance) {
 TEST_F(InstallerDownload, IntroducesItselfByItsOwnNameAndNamesNoType) {
     download(installer->publish(bytes));
     const std::string request = installer->folder().requests("Setup.exe");
-    EXPECT_NE(request.find("\"User-Agent\": \"CameraVirtualVextraMF/0.2.0-beta.5\""), std::string::npos)
+    EXPECT_NE(request.find("\"User-Agent\": \"CameraVirtualVextraMF/" VEXTRA_VERSION "\""), std::string::npos)
         << request;
     EXPECT_EQ(request.find("application/json"), std::string::npos) << request;
     for (const char* header : {"Cookie", "Authorization", "Referer"})
