@@ -22,6 +22,8 @@ protected:
         return reinterpret_cast<LPARAM>(memory);
     }
 };
+using ReleaseWindow = Window;
+using FullWindow = Window;
 
 // --- Panels ---
 
@@ -186,7 +188,7 @@ TEST_F(Window, SaysThatItIsLive) {
     EXPECT_TRUE(window.waitForStatus(kLiveStatus));
 }
 
-TEST_F(Window, SaysThatThePictureIsOld) {
+TEST_F(ReleaseWindow, SaysThatThePictureIsOld) {
     decoder().behave("frames=20\nframesPerSecond=16\nthen=hang");
     start();
     goLive();
@@ -254,7 +256,7 @@ TEST_F(Window, SaysThatTheProducerIsTriedAgain) {
         window.waitForStatus(L"Produtor indisponível. MF envia fallback; reconexão automática limitada."));
 }
 
-TEST_F(Window, SaysThatTheDecoderCannotBeStartedAndAtLastThatItGivesUp) {
+TEST_F(FullWindow, SaysThatTheDecoderCannotBeStartedAndAtLastThatItGivesUp) {
     DeleteFileW(decoder().decoderPath().c_str());
     start();
     viewer().takeLease();
