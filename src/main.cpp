@@ -9,10 +9,11 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
+#include <utility>
 
-#include "base/handle_win.h"
-#include "base/token_win.h"
+#include "base/product.h"
+#include "base/system_win.h"
+#include "base/unique_win.h"
 #include "config/legacy_import.h"
 #include "config/settings_store.h"
 #include "config/source_url.h"
@@ -25,9 +26,9 @@
 #include "core/shared_status.h"
 #include "core/supervisor_thread_win.h"
 #include "diag/event_log.h"
-#include "producers/ffmpeg_process.h"
-#include "producers/gst_runtime.h"
-#include "ui/main_window.h"
+#include "producers/ffmpeg_process_win.h"
+#include "producers/gst_runtime_win.h"
+#include "ui/main_window_win.h"
 #include "update/channel.h"
 
 namespace vextra {
@@ -41,35 +42,26 @@ struct Folders {
 
 CommandLine readCommandLine() {
     int count = 0;
-    const Unique<LocalMemoryTraits> owner(CommandLineToArgvW(GetCommandLineW(), &count));
+    const UniqueLocalMemory owner(CommandLineToArgvW(GetCommandLineW(), &count));
     const auto* arguments = static_cast<const wchar_t* const*>(owner.get());
     if (arguments == nullptr || count < 1)
         return {};
     return parseCommandLine({arguments + 1, static_cast<std::size_t>(count) - 1});
 }
 
-std::wstring ownExecutablePath() {
-    std::vector<wchar_t> path(32'768);  // the longest path there is
-    return {path.data(), GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()))};
-}
-
 std::wstring localAppData() {
-    std::vector<wchar_t> value(32'768);  // the longest value of an environment variable
-    const DWORD length =
-        GetEnvironmentVariableW(L"LOCALAPPDATA", value.data(), static_cast<DWORD>(value.size()));
-    if (length != 0 && length < value.size())
-        return {value.data(), length};
+    if (std::optional<std::wstring> value = environmentVariable(L"LOCALAPPDATA"))
+        return std::move(*value);
     // Without the variable the paths below would start at the root of some drive.
-    PWSTR known = nullptr;
-    const HRESULT found = SHGetKnownFolderPath(FOLDERID_LocalAppData, KF_FLAG_DEFAULT, nullptr, &known);
-    const std::unique_ptr<wchar_t, decltype(&CoTaskMemFree)> owner(known, &CoTaskMemFree);
-    return SUCCEEDED(found) ? std::wstring(known) : std::wstring();
+    UniqueTaskText known;
+    const HRESULT found = SHGetKnownFolderPath(FOLDERID_LocalAppData, KF_FLAG_DEFAULT, nullptr, known.put());
+    return SUCCEEDED(found) ? std::wstring(known.get()) : std::wstring();
 }
 
 Folders prepareFolders() {
     const std::wstring base = localAppData();
-    Folders folders{installRootOf(ownExecutablePath()), base + L"\\Vextra\\CameraVirtualMFBeta",
-                    base + L"\\Vextra\\CameraVirtualMF"};
+    Folders folders{installRootOf(modulePath(nullptr)), base + L"\\" VEXTRA_FOLDER_W,
+                    base + L"\\" VEXTRA_LEGACY_FOLDER_W};
     SHCreateDirectoryExW(nullptr, folders.data.c_str(), nullptr);
     return folders;
 }

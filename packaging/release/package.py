@@ -35,10 +35,10 @@ DOCUMENT_MODE = 0o100644
 
 
 def version():
-    text = (ROOT / "src" / "base" / "product_version.h").read_text(encoding="utf-8")
+    text = (ROOT / "src" / "base" / "product.h").read_text(encoding="utf-8")
     found = re.search(r'#define VEXTRA_VERSION "([^"]+)"', text)
     if not found:
-        sys.exit("package: no version in src/base/product_version.h")
+        sys.exit("package: no version in src/base/product.h")
     return found[1]
 
 

@@ -9,7 +9,11 @@
 namespace vextra {
 
 // Overwrites memory in a way that the compiler may not remove.
-void wipeMemory(void* memory, std::size_t bytes);
+inline void wipeMemory(void* memory, std::size_t bytes) {
+    auto* const volatileBytes = static_cast<volatile unsigned char*>(memory);
+    for (std::size_t i = 0; i < bytes; ++i)
+        volatileBytes[i] = 0;
+}
 
 // Wipes every block it gives back, so that a growing container leaves no copies behind.
 template <typename T>
@@ -31,8 +35,8 @@ struct WipingAllocator {
     }
 };
 
-// A string without stream operators, formatters or implicit conversions: whoever wants the text has to say
-// `view()` or `c_str()`. Every block that ever held the text is wiped before it is freed.
+// A string without stream operators, formatters or implicit conversions: a caller that wants the text has to
+// say `view()` or `c_str()`. Every block that ever held the text is wiped before it is freed.
 template <typename Char>
 class SecretString {
 public:

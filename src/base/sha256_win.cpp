@@ -4,8 +4,8 @@
 
 #include <vector>
 
-#include "base/crypto_handle_win.h"
 #include "base/sha256.h"
+#include "base/unique_win.h"
 
 namespace vextra {
 

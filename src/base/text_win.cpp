@@ -1,4 +1,4 @@
-#include "base/text_win.h"
+#include "base/text.h"
 
 #include <windows.h>
 

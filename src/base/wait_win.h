@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 
 namespace vextra {
 

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "base/ticks.h"
+#include "base/system_types.h"
 
 namespace vextra {
 

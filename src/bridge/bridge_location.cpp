@@ -8,7 +8,7 @@ bool isOwnerSidForm(std::wstring_view sid) {
 
 std::wstring deriveBridgePath(std::wstring_view programData, std::wstring_view ownerSid) {
     std::wstring path(programData);
-    path += L"\\Vextra\\CameraVirtualMFBeta\\";
+    path += L"\\" VEXTRA_FOLDER_W L"\\";
     path += ownerSid;
     path += L"\\latest.frame";
     return path;

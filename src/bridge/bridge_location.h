@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "base/product.h"
+
 namespace vextra {
 
 // --- Rules ---
@@ -37,7 +39,7 @@ inline constexpr wchar_t kOwnerSidValue[] = L"OwnerSid";
 inline constexpr wchar_t kBridgePathValue[] = L"BridgePath";
 inline constexpr wchar_t kDemandPathValue[] = L"DemandPath";
 inline constexpr wchar_t kInstallDirValue[] = L"InstallDir";
-inline constexpr wchar_t kBrokerRegistryKey[] = L"SOFTWARE\\Vextra\\CameraVirtualMFBeta";
+inline constexpr wchar_t kBrokerRegistryKey[] = L"SOFTWARE\\" VEXTRA_FOLDER_W;
 
 // A REG_SZ value of the broker's key in the 64-bit view of HKEY_LOCAL_MACHINE; at most 1023 characters.
 std::wstring readBrokerRegistryValue(const wchar_t* name);

@@ -2,24 +2,16 @@
 
 #include <sddl.h>
 
-#include "base/handle_win.h"
-#include "base/token_win.h"
+#include "base/system_win.h"
+#include "base/unique_win.h"
 #include "bridge/bridge_location.h"
 
 namespace vextra {
 namespace {
 
 bool isSid(const std::wstring& text) {
-    PSID sid = nullptr;
-    if (!ConvertStringSidToSidW(text.c_str(), &sid))
-        return false;
-    LocalFree(sid);
-    return true;
-}
-
-bool equalsIgnoringCase(const std::wstring& a, const std::wstring& b) {
-    return CompareStringOrdinal(a.data(), static_cast<int>(a.size()), b.data(), static_cast<int>(b.size()),
-                                TRUE) == CSTR_EQUAL;
+    UniqueLocalMemory sid;
+    return ConvertStringSidToSidW(text.c_str(), sid.put()) != FALSE;
 }
 
 }  // namespace
@@ -37,11 +29,10 @@ std::wstring resolveBridgePath() {
     const std::wstring owner = readBrokerRegistryValue(kOwnerSidValue);
     if (!isOwnerSidForm(owner) || !isSid(owner))
         return {};
-    wchar_t programData[1024];
-    const DWORD length = GetEnvironmentVariableW(L"ProgramData", programData, ARRAYSIZE(programData));
-    if (length == 0 || length >= ARRAYSIZE(programData))
+    const std::optional<std::wstring> programData = environmentVariable(L"ProgramData");
+    if (!programData)
         return {};
-    std::wstring derived = deriveBridgePath({programData, length}, owner);
+    std::wstring derived = deriveBridgePath(*programData, owner);
     if (!equalsIgnoringCase(derived, readBrokerRegistryValue(kBridgePathValue)))
         return {};
     return derived;

@@ -1,6 +1,6 @@
 #include <windows.h>
 
-#include "base/token_win.h"
+#include "base/system_win.h"
 #include "bridge/bridge_location.h"
 #include "bridge/bridge_writer.h"
 

@@ -4,7 +4,8 @@
 #include <cstdint>
 #include <string>
 
-#include "base/handle_win.h"
+#include "base/system_win.h"
+#include "base/unique_win.h"
 
 namespace vextra {
 
@@ -31,10 +32,5 @@ private:
     UniqueHandle mapping_;
     UniqueView view_;
 };
-
-// The verdict on a file that was opened without following links.
-constexpr bool isPlainFile(DWORD attributes) {
-    return (attributes & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY)) == 0;
-}
 
 }  // namespace vextra

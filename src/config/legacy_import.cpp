@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "base/whole_number.h"
+#include "base/text.h"
 
 namespace vextra {
 namespace {

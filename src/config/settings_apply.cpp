@@ -3,7 +3,7 @@
 #include <string>
 #include <utility>
 
-#include "base/whole_number.h"
+#include "base/text.h"
 
 namespace vextra {
 namespace {
@@ -57,10 +57,6 @@ SettingsForm formFromSettings(const BrokerSettings& settings) {
     form.updateManifestUrl = settings.updateManifestUrl;
     form.updateDisabled = settings.updateDisabled;
     return form;
-}
-
-bool cameraIsIdle(const CameraUse& use) {
-    return !use.episodeActive && !use.previewRuns && use.leaseCount == 0;
 }
 
 ApplyResult applySettings(const SettingsForm& form, const BrokerSettings& current, const CameraUse& use,

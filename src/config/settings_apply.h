@@ -6,6 +6,7 @@
 #include <functional>
 #include <string_view>
 
+#include "config/camera_use.h"
 #include "config/settings.h"
 
 namespace vextra {
@@ -27,15 +28,6 @@ struct SettingsForm {
 };
 
 SettingsForm formFromSettings(const BrokerSettings& settings);
-
-// Whether the settings may change: no demand episode, no manual preview, and the demand channel says that
-// nobody holds a lease. A channel that cannot be read (-1) is not idle.
-struct CameraUse {
-    bool episodeActive = true;
-    bool previewRuns = true;
-    std::int32_t leaseCount = -1;
-};
-bool cameraIsIdle(const CameraUse& use);
 
 enum class ApplyOutcome {
     kBlocked = 1,  // the camera is in use, or nobody knows

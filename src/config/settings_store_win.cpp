@@ -7,9 +7,10 @@
 #include <span>
 #include <utility>
 
-#include "base/handle_win.h"
-#include "base/ticks.h"
-#include "base/token_win.h"
+#include "base/product.h"
+#include "base/system_types.h"
+#include "base/system_win.h"
+#include "base/unique_win.h"
 #include "config/save_faults.h"
 #include "config/settings_record.h"
 #include "config/settings_store.h"
@@ -63,7 +64,7 @@ DATA_BLOB asBlob(const SecretBytes& bytes) {
 
 bool protect(const SecretBytes& plain, ProtectionResult& result) {
     DATA_BLOB in = asBlob(plain);
-    return CryptProtectData(&in, L"Vextra MF beta settings", nullptr, nullptr, nullptr,
+    return CryptProtectData(&in, VEXTRA_SHORT_NAME_W L" beta settings", nullptr, nullptr, nullptr,
                             CRYPTPROTECT_UI_FORBIDDEN, result.put()) != FALSE;
 }
 

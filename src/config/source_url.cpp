@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "base/utf.h"
+#include "base/text.h"
 
 namespace vextra {
 namespace {

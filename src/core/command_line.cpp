@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "base/whole_number.h"
+#include "base/text.h"
 
 namespace vextra {
 namespace {

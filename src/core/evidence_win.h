@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "base/ticks.h"
+#include "base/system_types.h"
 #include "diag/event_log.h"
 
 namespace vextra {

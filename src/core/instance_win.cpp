@@ -1,8 +1,6 @@
 #include "core/instance_win.h"
 
-#include <sddl.h>
-
-#include "base/token_win.h"
+#include "base/system_win.h"
 #include "core/supervisor_thread_win.h"
 
 namespace vextra {
@@ -13,15 +11,15 @@ std::wstring lockPath(const std::wstring& dataFolder) {
 }
 
 std::wstring stopSignalName(const std::wstring& userSid) {
-    return L"Local\\VextraMfBetaStop_" + userSid;
+    return L"Local\\" VEXTRA_OBJECT_PREFIX_W L"Stop_" + userSid;
 }
 
 }  // namespace
 
-void InstanceLockTraits::close(Value file) {
+void closeInstanceLock(HANDLE file) {
     SetFilePointer(file, 0, nullptr, FILE_BEGIN);
     SetEndOfFile(file);
-    FileHandleTraits::close(file);
+    const UniqueFile owner(file);
 }
 
 InstanceLock takeInstanceLock(const std::wstring& dataFolder) {
@@ -70,12 +68,10 @@ UniqueHandle createStopSignal() {
     if (sid.empty())
         return {};
     const std::wstring sddl = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)(A;;GA;;;" + sid + L")";
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), SDDL_REVISION_1, &descriptor,
-                                                              nullptr))
+    const UniqueLocalMemory descriptor = descriptorFromSddl(sddl);
+    if (!descriptor)
         return {};
-    const UniqueLocalMemory owner(descriptor);
-    SECURITY_ATTRIBUTES attributes{sizeof attributes, descriptor, FALSE};
+    SECURITY_ATTRIBUTES attributes{sizeof attributes, descriptor.get(), FALSE};
     return UniqueHandle(CreateEventW(&attributes, FALSE, FALSE, stopSignalName(sid).c_str()));
 }
 

@@ -4,19 +4,18 @@
 #include <cstdint>
 #include <string>
 
-#include "base/handle_win.h"
+#include "base/product.h"
+#include "base/unique_win.h"
 
 namespace vextra {
 
-inline constexpr wchar_t kMainWindowClass[] = L"VextraMfBetaF7E23FCF";
+inline constexpr wchar_t kMainWindowClass[] = VEXTRA_OBJECT_PREFIX_W VEXTRA_CLASS_DIGITS_W;
 
 // The lock file, which names its holder. Let go in order it names nobody: the id may soon be that of another
 // program, which --shutdown-broker would take for a broker that is not the installed one. A broker that
 // crashed leaves its id behind.
-struct InstanceLockTraits : FileHandleTraits {
-    static void close(Value file);
-};
-using InstanceLock = Unique<InstanceLockTraits>;
+void closeInstanceLock(HANDLE file);
+using InstanceLock = Unique<HANDLE, &closeInstanceLock, kInvalidHandleValue>;
 
 // Takes <dataFolder>\app.lock and writes this process's id into it. The lock holds as long as the result
 // lives; invalid when another broker holds it.

@@ -2,11 +2,11 @@
 
 #include <vector>
 
-#include "base/com_win.h"
-#include "base/handle_win.h"
-#include "base/hresult.h"
-#include "base/text_win.h"
-#include "base/token_win.h"
+#include "base/product.h"
+#include "base/system_types.h"
+#include "base/system_win.h"
+#include "base/text.h"
+#include "base/unique_win.h"
 #include "bridge/bridge_location.h"
 #include "bridge/demand_channel.h"
 #include "core/camera_operation.h"
@@ -27,7 +27,7 @@ bool captureActiveOrUnknown() {
 }
 
 std::wstring imagePathOf(HANDLE process) {
-    std::vector<wchar_t> path(32'768);  // the longest path there is
+    std::vector<wchar_t> path(kMaxSystemTextUnits);
     DWORD length = static_cast<DWORD>(path.size());
     if (!QueryFullProcessImageNameW(process, 0, path.data(), &length))
         return {};
@@ -40,9 +40,9 @@ bool isInstalledBroker(HANDLE process, DWORD processId) {
     if (!session || session != sessionOfProcess(GetCurrentProcessId()))
         return false;
     const std::wstring expected =
-        readBrokerRegistryValue(kInstallDirValue) + L"\\bin\\CameraVirtualVextraMF.exe";
+        readBrokerRegistryValue(kInstallDirValue) + L"\\bin\\" VEXTRA_PROGRAM_W L".exe";
     const std::wstring actual = imagePathOf(process);
-    return CompareStringOrdinal(actual.c_str(), -1, expected.c_str(), -1, TRUE) == CSTR_EQUAL;
+    return equalsIgnoringCase(actual, expected);
 }
 
 ExitCode shutdownBroker(const std::wstring& dataFolder) {

@@ -2,8 +2,8 @@
 
 #include <mfapi.h>
 
-#include "base/hresult.h"
-#include "base/system_library_win.h"
+#include "base/system_types.h"
+#include "base/system_win.h"
 
 namespace vextra {
 

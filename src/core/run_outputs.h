@@ -4,14 +4,14 @@
 #include <string>
 #include <string_view>
 
-#include "base/product_version.h"
+#include "base/product.h"
 
 namespace vextra {
 
 inline constexpr std::string_view kVersionFileText = VEXTRA_VERSION "\n";
 
-inline constexpr std::string_view kHelpFileText =
-    "CameraVirtualVextraMF --help --version --runtime-self-test --import-legacy-env --background --force "
+inline constexpr std::string_view kHelpFileText = VEXTRA_PROGRAM
+    " --help --version --runtime-self-test --import-legacy-env --background --force "
     "--install "
     "--reset --maintenance-check --shutdown-broker\n--reset: only owned MF device, idle required; never AK. "
     "--force: automatic mode, no forced network.\n";

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "core/session_presence.h"
 
 namespace vextra {
@@ -23,16 +23,12 @@ static_assert(offsetof(SessionInfo, sessionId) == 8 && offsetof(SessionInfo, fla
 constexpr auto kSessionInfoClass = static_cast<WTS_INFO_CLASS>(25);  // WTSSessionInfoEx
 constexpr std::int32_t kFlagsLocked = 0, kFlagsUnlocked = 1;         // any other: not known
 
-struct SessionMemoryTraits {
-    using Value = wchar_t*;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { WTSFreeMemory(value); }
-};
+using UniqueSessionText = Unique<wchar_t*, &WTSFreeMemory>;
 
 }  // namespace
 
 SessionAnswer askAboutSession() {
-    Unique<SessionMemoryTraits> memory;
+    UniqueSessionText memory;
     DWORD bytes = 0;
     if (!WTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, WTS_CURRENT_SESSION, kSessionInfoClass,
                                      memory.put(), &bytes) ||

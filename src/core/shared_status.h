@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/ticks.h"
+#include "base/system_types.h"
 #include "config/settings.h"
 
 namespace vextra {

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "base/hresult.h"
+#include "base/system_types.h"
 #include "config/source_url.h"
 #include "producers/backend_choice.h"
 #include "producers/gst_contract.h"

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string_view>
 
-#include "base/ticks.h"
+#include "base/system_types.h"
 #include "bridge/bridge_layout.h"
 #include "config/settings.h"
 #include "core/shared_status.h"

@@ -4,8 +4,8 @@
 
 #include <utility>
 
-#include "base/com_win.h"
-#include "base/token_win.h"
+#include "base/system_win.h"
+#include "base/unique_win.h"
 #include "base/wait_win.h"
 #include "bridge/bridge_location.h"
 #include "bridge/bridge_writer.h"
@@ -13,7 +13,7 @@
 #include "core/evidence_win.h"
 #include "core/media_foundation_win.h"
 #include "core/supervisor.h"
-#include "producers/gst_runtime.h"
+#include "producers/gst_runtime_win.h"
 #include "producers/producer.h"
 
 namespace vextra {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "core/shared_status.h"
 #include "diag/event_log.h"
 

@@ -1,16 +1,15 @@
 #include "core/virtual_camera_win.h"
 
-#include <memory>
-
-#include "base/hresult.h"
-#include "base/system_library_win.h"
+#include "base/product.h"
+#include "base/system_types.h"
+#include "base/system_win.h"
 
 namespace vextra {
 namespace {
 
 // What the camera's media source is registered under, and what applications list.
-constexpr wchar_t kSourceId[] = L"{F7E23FCF-2FFF-4D62-BB1C-50891180E2CC}";
-constexpr wchar_t kFriendlyName[] = L"Camera Virtual Vextra MF 0.2 beta";
+constexpr wchar_t kSourceId[] = VEXTRA_CAMERA_CLASS_W;
+constexpr wchar_t kFriendlyName[] = VEXTRA_CAMERA_NAME_W;
 static_assert(sizeof kSourceId / sizeof kSourceId[0] == 38 + 1);  // a class id in text, with its braces
 
 }  // namespace
@@ -37,15 +36,14 @@ std::int32_t VirtualCamera::remove() {
 }
 
 std::int32_t VirtualCamera::readLink(std::wstring& link) {
-    LPWSTR text = nullptr;
+    UniqueTaskText text;
     UINT32 length = 0;
-    const HRESULT result = camera_->GetAllocatedString(kVideoCaptureSymbolicLink, &text, &length);
-    const std::unique_ptr<wchar_t, decltype(&CoTaskMemFree)> owner(text, &CoTaskMemFree);
+    const HRESULT result = camera_->GetAllocatedString(kVideoCaptureSymbolicLink, text.put(), &length);
     if (FAILED(result))
         return result;
-    if (text == nullptr)
+    if (!text)
         return E_POINTER;
-    link.assign(text, length);
+    link.assign(text.get(), length);
     return result;
 }
 

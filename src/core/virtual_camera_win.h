@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "base/com_win.h"
+#include "base/unique_win.h"
 #include "core/virtual_camera_api_win.h"
 
 namespace vextra {

@@ -2,7 +2,7 @@
 
 #include <cwchar>
 
-#include "base/product_version.h"
+#include "base/product.h"
 
 namespace vextra {
 
@@ -15,7 +15,7 @@ std::wstring buildDiagnosticReport(const DiagnosticFigures& figures) {
     wchar_t text[kReportUnits];
     const int written =
         std::swprintf(text, kReportUnits,
-                      L"Vextra MF " VEXTRA_VERSION_W L"\r\n"
+                      VEXTRA_SHORT_NAME_W L" " VEXTRA_VERSION_W L"\r\n"
                       L"Fonte: %.*ls\r\n"
                       L"Entrada: %.*ls\r\n"
                       L"Backend efetivo: %.*ls\r\n"

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/ticks.h"
+#include "base/system_types.h"
 
 namespace vextra {
 

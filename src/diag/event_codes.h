@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "base/product_version.h"
+#include "base/product.h"
 
 namespace vextra {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "base/ticks.h"
+#include "base/system_types.h"
 #include "diag/event_codes.h"
 
 namespace vextra {

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "base/text_win.h"
+#include "base/text.h"
 #include "diag/event_log.h"
 
 namespace vextra {

@@ -4,8 +4,8 @@
 #include <utility>
 #include <vector>
 
-#include "base/hresult.h"
-#include "producers/ffmpeg_process.h"
+#include "base/system_types.h"
+#include "producers/ffmpeg_process_win.h"
 
 namespace vextra {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <limits>
 
-#include "base/ascii.h"
+#include "base/text.h"
 #include "bridge/bridge_layout.h"
 #include "config/source_url.h"
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <span>
 
-#include "base/ascii.h"
 #include "base/fnv1a.h"
+#include "base/text.h"
 
 namespace vextra {
 namespace {

@@ -1,4 +1,4 @@
-#include "producers/gst_runtime.h"
+#include "producers/gst_runtime_win.h"
 
 #include <algorithm>
 #include <optional>

@@ -9,7 +9,7 @@
 
 #include "config/settings.h"
 #include "producers/backend_choice.h"
-#include "producers/ffmpeg_process.h"
+#include "producers/ffmpeg_process_win.h"
 #include "producers/gst_pipeline.h"
 
 namespace vextra {

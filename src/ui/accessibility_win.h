@@ -3,11 +3,13 @@
 // https://learn.microsoft.com/windows/win32/winauto/dynamic-annotation-api).
 #pragma once
 
+#include <windows.h>
+
+#include <oleacc.h>
+
 #include <string_view>
 
-#include "base/com_win.h"
-
-struct IAccPropServices;
+#include "base/unique_win.h"
 
 namespace vextra {
 

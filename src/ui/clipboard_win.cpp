@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 
 namespace vextra {
 namespace {
@@ -10,11 +10,7 @@ namespace {
 constexpr int kAttempts = 5;
 constexpr DWORD kPauseMs = 20;
 
-struct GlobalMemoryTraits {
-    using Value = HGLOBAL;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { GlobalFree(value); }
-};
+using UniqueGlobalMemory = Unique<HGLOBAL, &GlobalFree>;
 
 class OpenedClipboard {
 public:
@@ -46,7 +42,7 @@ private:
 bool copyToClipboard(HWND owner, const std::wstring& text) {
     // Before the clipboard is emptied, so that a failure costs nobody what they had copied.
     const std::size_t bytes = (text.size() + 1) * sizeof(wchar_t);
-    Unique<GlobalMemoryTraits> block(GlobalAlloc(GMEM_MOVEABLE, bytes));
+    UniqueGlobalMemory block(GlobalAlloc(GMEM_MOVEABLE, bytes));
     void* memory = block ? GlobalLock(block.get()) : nullptr;
     if (memory == nullptr)
         return false;

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "base/ticks.h"
+#include "base/system_types.h"
 
 namespace vextra {
 

@@ -1,39 +1,17 @@
 // Owners for what GDI and the window manager hand out.
 #pragma once
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 
 namespace vextra {
 
-template <typename Object>
-struct GdiObjectTraits {
-    using Value = Object;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { DeleteObject(value); }
-};
-struct MemoryDcTraits {
-    using Value = HDC;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { DeleteDC(value); }
-};
-struct IconTraits {
-    using Value = HICON;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { DestroyIcon(value); }
-};
-struct MenuTraits {
-    using Value = HMENU;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { DestroyMenu(value); }
-};
-
-using UniqueFont = Unique<GdiObjectTraits<HFONT>>;
-using UniqueBrush = Unique<GdiObjectTraits<HBRUSH>>;
-using UniquePen = Unique<GdiObjectTraits<HPEN>>;
-using UniqueBitmap = Unique<GdiObjectTraits<HBITMAP>>;
-using UniqueMemoryDc = Unique<MemoryDcTraits>;  // CreateCompatibleDC
-using UniqueIcon = Unique<IconTraits>;          // LoadImage without LR_SHARED
-using UniqueMenu = Unique<MenuTraits>;          // CreatePopupMenu
+using UniqueFont = Unique<HFONT, &DeleteObject>;
+using UniqueBrush = Unique<HBRUSH, &DeleteObject>;
+using UniquePen = Unique<HPEN, &DeleteObject>;
+using UniqueBitmap = Unique<HBITMAP, &DeleteObject>;
+using UniqueMemoryDc = Unique<HDC, &DeleteDC>;   // CreateCompatibleDC
+using UniqueIcon = Unique<HICON, &DestroyIcon>;  // LoadImage without LR_SHARED
+using UniqueMenu = Unique<HMENU, &DestroyMenu>;  // CreatePopupMenu
 
 // Keeps an object selected into a device context as long as it lives.
 class Selection {

@@ -8,7 +8,7 @@
 #include "core/supervisor_thread_win.h"
 #include "diag/diagnostic_report.h"
 #include "ui/clipboard_win.h"
-#include "ui/main_window.h"
+#include "ui/main_window_win.h"
 #include "ui/tray_text.h"
 #include "update/update_doors.h"
 
@@ -268,10 +268,7 @@ UpdateChannelDoors MainWindow::updateDoors() {
         const std::lock_guard guard(shared_.settingsLock);
         return UpdateSettings{shared_.settings.updateDisabled, shared_.settings.updateManifestUrl};
     };
-    doors.camera = [this] {
-        const CameraUse use = cameraUse();
-        return CameraActivity{use.episodeActive, use.previewRuns, use.leaseCount};
-    };
+    doors.camera = [this] { return cameraUse(); };
     // The status line shows the shared text and nothing else, so that whoever speaks next is heard.
     doors.showStatus = [this](std::wstring_view text) { showStatus(text); };
     doors.showNotice = doors.showStatus;
@@ -290,9 +287,11 @@ UpdateChannelDoors MainWindow::updateDoors() {
 // On every tick of the timer: by the Supervisor's words, without a look into the demand file.
 void MainWindow::refreshUpdateButtons() {
     update_->catchUp();  // a full message queue takes no completion
-    const CameraActivity activity{shared_.active, shared_.previewRuns(GetTickCount64()), shared_.leaseCount};
+    const CameraUse use{.episodeActive = shared_.active,
+                        .previewRuns = shared_.previewRuns(GetTickCount64()),
+                        .leaseCount = shared_.leaseCount};
     controls_.setEnabled(kIdCheckUpdate, update_->checkButtonEnabled());
-    controls_.setEnabled(kIdDownloadUpdate, update_->installerButtonEnabled(activity));
+    controls_.setEnabled(kIdDownloadUpdate, update_->installerButtonEnabled(use));
     controls_.setText(kIdDownloadUpdate, update_->installerButtonLabel());
     if (const auto progress = update_->progressText())
         showStatus(*progress);

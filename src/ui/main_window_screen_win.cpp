@@ -1,7 +1,7 @@
 // What the main window does about the screen that it is on: its scale, its size and its place.
 #include <utility>
 
-#include "ui/main_window.h"
+#include "ui/main_window_win.h"
 
 namespace vextra {
 namespace {

@@ -1,11 +1,11 @@
-#include "ui/main_window.h"
+#include "ui/main_window_win.h"
 
 #include <wtsapi32.h>
 
 #include <string>
 #include <utility>
 
-#include "base/ascii.h"
+#include "base/text.h"
 #include "core/instance_win.h"
 #include "core/supervisor_thread_win.h"
 

@@ -1,5 +1,7 @@
 #include "ui/tray_text.h"
 
+#include "base/product.h"
+
 namespace vextra {
 namespace {
 
@@ -21,8 +23,8 @@ std::wstring cutWithEllipsis(std::wstring_view text, std::size_t units) {
 }
 
 std::wstring trayTip(std::wstring_view statusLabel) {
-    return cutWithEllipsis(L"Vextra MF beta • Dispositivo persistente • " + std::wstring(statusLabel),
-                           kTrayTipUnits);
+    return cutWithEllipsis(
+        VEXTRA_SHORT_NAME_W L" beta • Dispositivo persistente • " + std::wstring(statusLabel), kTrayTipUnits);
 }
 
 std::vector<TrayMenuLine> trayMenu(std::wstring_view statusLabel, bool paused) {

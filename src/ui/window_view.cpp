@@ -3,7 +3,7 @@
 #include <cwchar>
 #include <utility>
 
-#include "base/product_version.h"
+#include "base/product.h"
 
 namespace vextra {
 namespace {

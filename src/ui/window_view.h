@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/ticks.h"
+#include "base/system_types.h"
 #include "core/shared_status.h"
 #include "ui/window_layout.h"
 

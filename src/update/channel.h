@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/product.h"
 #include "update/strict_url.h"
 
 namespace vextra {
@@ -28,7 +29,7 @@ struct UpdateChannelIdentity {
     EcPoint publicKey{};
 };
 
-inline constexpr std::string_view kChannelApp = "CameraVirtualVextraMF";
+inline constexpr std::string_view kChannelApp = VEXTRA_PROGRAM;
 inline constexpr std::string_view kChannelName = "beta";
 inline constexpr std::string_view kChannelPath = "/camera-virtual-vextra-mf/";  // behind the origin
 inline constexpr std::string_view kManifestFileName = "beta.json";

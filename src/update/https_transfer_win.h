@@ -14,18 +14,13 @@
 #include <string>
 #include <string_view>
 
-#include "base/handle_win.h"
-#include "base/ticks.h"
+#include "base/system_types.h"
+#include "base/unique_win.h"
 #include "update/transfer_profile.h"
 
 namespace vextra {
 
-struct InternetHandleTraits {
-    using Value = HINTERNET;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { WinHttpCloseHandle(value); }
-};
-using UniqueInternetHandle = Unique<InternetHandleTraits>;
+using UniqueInternetHandle = Unique<HINTERNET, &WinHttpCloseHandle>;
 
 // Every call that says false or nothing ends the transfer.
 class HttpsTransfer {

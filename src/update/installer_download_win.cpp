@@ -5,9 +5,10 @@
 
 #include <vector>
 
-#include "base/ascii.h"
-#include "base/handle_win.h"
+#include "base/product.h"
 #include "base/sha256.h"
+#include "base/text.h"
+#include "base/unique_win.h"
 #include "update/download_folder.h"
 #include "update/https_transfer_win.h"
 #include "update/installer_download.h"
@@ -18,17 +19,7 @@ namespace {
 
 constexpr std::size_t kGuidUnits = 39;  // {xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx} and its terminator
 
-struct TaskMemoryTraits {
-    using Value = PWSTR;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { CoTaskMemFree(value); }
-};
-
-struct FindHandleTraits {
-    using Value = HANDLE;
-    static Value invalid() { return INVALID_HANDLE_VALUE; }
-    static void close(Value value) { FindClose(value); }
-};
+using UniqueFileSearch = Unique<HANDLE, &FindClose, kInvalidHandleValue>;
 
 struct Progress {
     const std::atomic<bool>& cancel;
@@ -62,7 +53,7 @@ void removeDownload(const std::wstring& folder) {
 // killed. An installer that runs stays.
 void removeEarlierDownloads(const std::wstring& updates) {
     WIN32_FIND_DATAW found{};
-    const Unique<FindHandleTraits> search(FindFirstFileW(fileIn(updates, L"*").c_str(), &found));
+    const UniqueFileSearch search(FindFirstFileW(fileIn(updates, L"*").c_str(), &found));
     if (!search)
         return;
     do {
@@ -74,10 +65,10 @@ void removeEarlierDownloads(const std::wstring& updates) {
 
 // A new folder for one download, the only one of its kind as far as possible; empty on failure.
 std::wstring makeDownloadFolder() {
-    Unique<TaskMemoryTraits> local;
+    UniqueTaskText local;
     if (FAILED(SHGetKnownFolderPath(FOLDERID_LocalAppData, KF_FLAG_DEFAULT, nullptr, local.put())))
         return {};
-    const std::wstring updates = std::wstring(local.get()) + L"\\Vextra\\CameraVirtualMFBeta\\updates";
+    const std::wstring updates = std::wstring(local.get()) + L"\\" VEXTRA_FOLDER_W L"\\updates";
     const int made = SHCreateDirectoryExW(nullptr, updates.c_str(), nullptr);
     if (made != ERROR_SUCCESS && made != ERROR_ALREADY_EXISTS && made != ERROR_FILE_EXISTS)
         return {};

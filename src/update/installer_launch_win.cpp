@@ -4,8 +4,8 @@
 
 #include <vector>
 
-#include "base/handle_win.h"
 #include "base/sha256.h"
+#include "base/unique_win.h"
 #include "update/installer_launch.h"
 #include "update/signature.h"
 #include "update/transfer_profile.h"

@@ -4,7 +4,7 @@
 #include <limits>
 #include <utility>
 
-#include "base/ascii.h"
+#include "base/text.h"
 
 namespace vextra {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "base/ascii.h"
+#include "base/text.h"
 #include "update/json_reader.h"
 #include "update/strict_url.h"
 #include "update/version.h"

@@ -1,6 +1,6 @@
 #include "update/signature.h"
 
-#include "base/ascii.h"
+#include "base/text.h"
 
 namespace vextra {
 

@@ -2,8 +2,8 @@
 
 #include <bcrypt.h>
 
-#include "base/crypto_handle_win.h"
 #include "base/sha256.h"
+#include "base/unique_win.h"
 #include "update/signature.h"
 
 namespace vextra {

@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <string_view>
 
-#include "base/ascii.h"
 #include "base/secret.h"
+#include "base/text.h"
 
 namespace vextra {
 

@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "base/ascii.h"
+#include "base/text.h"
 
 namespace vextra {
 

@@ -6,8 +6,8 @@
 #include <optional>
 #include <string_view>
 
-#include "base/product_version.h"
-#include "base/ticks.h"
+#include "base/product.h"
+#include "base/system_types.h"
 
 namespace vextra {
 
@@ -25,11 +25,12 @@ struct TransferProfile {
     AddressCheck addressCheck;
 };
 
-inline constexpr TransferProfile kJsonTransfer{L"CameraVirtualVextraMF/0.2 beta", L"application/json",
-                                               TlsVersions::k12And13, AddressCheck::kSchemeHostAndNoUser};
+inline constexpr TransferProfile kJsonTransfer{VEXTRA_PROGRAM_W L"/" VEXTRA_RELEASE_LINE_W,
+                                               L"application/json", TlsVersions::k12And13,
+                                               AddressCheck::kSchemeHostAndNoUser};
 
 // Another name for the agent and no TLS 1.3: odd but meant. What arrives is judged by its signed digest.
-inline constexpr TransferProfile kInstallerTransfer{L"CameraVirtualVextraMF/" VEXTRA_VERSION_W, nullptr,
+inline constexpr TransferProfile kInstallerTransfer{VEXTRA_PROGRAM_W L"/" VEXTRA_VERSION_W, nullptr,
                                                     TlsVersions::k12Only, AddressCheck::kSchemeOnly};
 
 constexpr std::size_t kMaxJsonBodyBytes = 65'536;

@@ -3,7 +3,8 @@
 #include <chrono>
 #include <utility>
 
-#include "base/ascii.h"
+#include "base/product.h"
+#include "base/text.h"
 
 namespace vextra {
 namespace {
@@ -18,7 +19,7 @@ constexpr UpdateQuestion kDownloadQuestion{
 constexpr UpdateQuestion kInstallQuestion{
     L"Abrir o instalador da nova versão MF? O Windows poderá pedir autorização. Suas configurações serão "
     L"preservadas. A instalação só prossegue sem captura ativa.",
-    L"Atualização Câmera Virtual Vextra MF"};
+    L"Atualização " VEXTRA_TITLE_W};
 
 }  // namespace
 
@@ -98,7 +99,7 @@ void UpdateChannel::startDownload() {
 void UpdateChannel::launchInstaller() {
     if (!mayLaunchInstaller())
         return;
-    if (!doors_.camera().idle()) {
+    if (!cameraIsIdle(doors_.camera())) {
         doors_.showNotice(
             L"Instalação adiada: encerre a captura e a prévia. Nenhuma reunião será interrompida.");
         return;
@@ -110,7 +111,7 @@ void UpdateChannel::launchInstaller() {
         return;
     }
     // The box may have been open for hours, and a meeting may have begun meanwhile.
-    if (!doors_.camera().idle()) {
+    if (!cameraIsIdle(doors_.camera())) {
         doors_.showNotice(L"Captura iniciada: instalação adiada.");
         return;
     }
@@ -150,7 +151,7 @@ void UpdateChannel::finishCheck() {
     if (updateAvailable_) {
         text = L"Nova versão " + widenedAscii(result.manifest.version) +
                L" disponível • assinatura MF validada. Baixe para atualizar.";
-        doors_.showBalloon(L"Atualização Vextra MF disponível",
+        doors_.showBalloon(L"Atualização " VEXTRA_SHORT_NAME_W L" disponível",
                            L"Abra Diagnóstico para baixar a nova versão. A câmera não será interrompida.");
         buttonLabel_ = kDownloadLabel;
     }
@@ -189,8 +190,8 @@ bool UpdateChannel::shutDown(std::uint32_t limitMs) {
     return true;
 }
 
-bool UpdateChannel::installerButtonEnabled(const CameraActivity& camera) const {
-    return !busy_ && updateAvailable_ && (!downloaded_ || camera.idle());
+bool UpdateChannel::installerButtonEnabled(const CameraUse& camera) const {
+    return !busy_ && updateAvailable_ && (!downloaded_ || cameraIsIdle(camera));
 }
 
 std::optional<std::wstring> UpdateChannel::progressText() const {

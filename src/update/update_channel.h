@@ -15,7 +15,8 @@
 #include <utility>
 
 #include "base/secret.h"
-#include "base/ticks.h"
+#include "base/system_types.h"
+#include "config/camera_use.h"
 #include "diag/event_codes.h"
 #include "update/update_check.h"
 
@@ -37,14 +38,6 @@ struct DownloadResult {
     std::wstring message;        // for the user
 };
 
-struct CameraActivity {
-    bool captureActive = true;
-    bool previewRuns = true;
-    std::int32_t leaseCount = -1;  // -1: unknown, which is not idle
-
-    bool idle() const { return !captureActive && !previewRuns && leaseCount == 0; }
-};
-
 struct UpdateSettings {
     bool disabled = false;
     SecretText manifestUrl;  // empty: the channel's own
@@ -60,7 +53,7 @@ struct UpdateChannelDoors {
     // Called on the window's thread.
     std::function<Tick()> now;
     std::function<UpdateSettings()> settings;  // copied under the settings lock
-    std::function<CameraActivity()> camera;    // as it is at this moment, the leases freshly counted
+    std::function<CameraUse()> camera;         // as it is at this moment, the leases freshly counted
     std::function<bool(const UpdateQuestion&)> ask;
     std::function<void(std::wstring_view)> showStatus;  // the status line alone
     std::function<void(std::wstring_view)> showNotice;  // the shared status text, and a message to the window
@@ -105,7 +98,7 @@ public:
     // What the window shows.
     bool busy() const { return busy_; }
     bool checkButtonEnabled() const { return !busy_; }
-    bool installerButtonEnabled(const CameraActivity& camera) const;
+    bool installerButtonEnabled(const CameraUse& camera) const;
     std::wstring_view installerButtonLabel() const { return buttonLabel_; }
     std::optional<std::wstring> progressText() const;  // while downloading
 

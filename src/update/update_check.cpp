@@ -2,7 +2,8 @@
 
 #include <utility>
 
-#include "base/ascii.h"
+#include "base/product.h"
+#include "base/text.h"
 #include "update/json_reader.h"
 #include "update/strict_url.h"
 
@@ -63,7 +64,7 @@ UpdateCheckResult runUpdateCheck(UpdateCheckRequest request, const UpdateChannel
         return ended(UpdateCode::kUnreachable, L"Não foi possível verificar a atualização MF com segurança.");
     std::optional<UpdateManifest> manifest = parseUpdateManifest(*body);
     if (!manifest)
-        return refused(L"Manifesto inválido para CameraVirtualVextraMF/beta.");
+        return refused(L"Manifesto inválido para " VEXTRA_PROGRAM_W L"/beta.");
     if (!isOfficialInstallerUrl(*manifest, channel))
         return refused(L"Instalador fora do canal MF oficial; atualização recusada.");
 

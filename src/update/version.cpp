@@ -4,7 +4,7 @@
 #include <compare>
 #include <limits>
 
-#include "base/ascii.h"
+#include "base/text.h"
 
 namespace vextra {
 namespace {

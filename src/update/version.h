@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/product_version.h"
+#include "base/product.h"
 
 namespace vextra {
 

@@ -18,7 +18,7 @@
 #include "bridge/bridge_layout.h"
 #include "config/source_url.h"
 #include "producers/gst_contract.h"
-#include "producers/gst_runtime.h"
+#include "producers/gst_runtime_win.h"
 
 namespace vextra {
 namespace {

@@ -17,7 +17,7 @@
 #include <string_view>
 #include <vector>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "bridge/bridge_layout.h"
 #include "producers/ffmpeg_command.h"
 

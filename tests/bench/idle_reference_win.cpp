@@ -12,7 +12,7 @@
 #include <cwchar>
 #include <thread>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 
 namespace vextra {
 namespace {

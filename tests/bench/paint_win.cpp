@@ -15,7 +15,7 @@
 #include "bridge/bridge_layout.h"
 #include "gdi_count_win.h"
 #include "handle_count_win.h"
-#include "ui/main_window.h"
+#include "ui/main_window_win.h"
 
 namespace {
 

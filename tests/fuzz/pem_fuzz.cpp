@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/ascii.h"
+#include "base/text.h"
 #include "fuzz_text.h"
 #include "signer/signer_rules.h"
 #include "update/channel_key.h"

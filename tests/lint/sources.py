@@ -46,7 +46,7 @@ FORMATTERS = {
     "swprintf": ("src/diag/diagnostic_report.cpp", "src/ui/window_view.cpp"),
     **dict.fromkeys(["sprintf", "vsnprintf", "vswprintf", "_snwprintf", "wsprintfW", "StringCchPrintfW"], ()),
 }
-CLOSERS = dict.fromkeys(["CloseHandle", "UnmapViewOfFile"], ("src/base/handle_win.h",))
+CLOSERS = dict.fromkeys(["CloseHandle", "UnmapViewOfFile"], ("src/base/unique_win.h",))
 
 # Where the lines of the log are made and written: numbers and one constant, never text that was put together.
 LOG_MAKERS = re.compile(r"src/diag/event_(line|log|log_win)\.(h|cpp)")

@@ -65,7 +65,7 @@ REFUSED = [
     ("src/update/a.cpp", '#include "core/supervisor.h"', "lies above it"),
     ("src/diag/event_line.h", '#include "base/secret.h"', "know of secrets"),
     # House rules
-    ("src/core/a.cpp", "CloseHandle(event);", "CloseHandle belongs here: src/base/handle_win.h"),
+    ("src/core/a.cpp", "CloseHandle(event);", "CloseHandle belongs here: src/base/unique_win.h"),
     ("tools/signer/a.cpp", "UnmapViewOfFile(view);", "UnmapViewOfFile belongs here"),
     ("src/core/a.cpp", "goto done;", "goto"),
     ("tests/unit/a_test.cpp", "\n" * 601, "601 lines"),
@@ -87,7 +87,7 @@ ACCEPTED = [
     ("src/diag/diagnostic_report.cpp", "view += logTail;"),
     ("src/ui/a.cpp", "DiagnosticFigures figures;\nfigures.statusLabel = currentStatusLabel();"),
     ("src/ui/a.h", '#include "core/supervisor.h"\n#include <windows.h>'),
-    ("src/base/handle_win.h", "static void close(Value value) { CloseHandle(value); }"),
+    ("src/base/unique_win.h", "static void close(Value value) { CloseHandle(value); }"),
     ("src/core/a.cpp", "pixel.format = format; WinHttpCloseHandle(request);"),
     ("tools/console/a.cpp", 'std::snprintf(fps, sizeof fps, "%.2f", value);'),
     ("tests/unit/a_test.cpp", "static_cast<EventCode>(number); CloseHandle(raw);" + "\n" * 600),

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cwchar>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "gdi_count_win.h"
 #include "handle_count_win.h"
 

@@ -28,7 +28,7 @@
 #include <string_view>
 
 #include "base/fnv1a.h"
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "base/wait_win.h"
 #include "bridge/bridge_location.h"
 #include "bridge/shared_file_win.h"

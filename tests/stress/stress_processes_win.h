@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <string>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "broker_fixture_win.h"
 
 namespace vextra::stress {

@@ -14,8 +14,8 @@
 #include <string_view>
 #include <system_error>
 
-#include "base/handle_win.h"
-#include "base/token_win.h"
+#include "base/system_win.h"
+#include "base/unique_win.h"
 #include "bridge/bridge_layout.h"
 #include "bridge/bridge_location.h"
 #include "start_process_win.h"

@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "bridge/bridge_layout.h"
 #include "broker_fixture_win.h"
 

@@ -14,7 +14,7 @@
 
 #include "bridge/bridge_layout.h"
 #include "broker_fixture_win.h"
-#include "producers/ffmpeg_process.h"
+#include "producers/ffmpeg_process_win.h"
 #include "stub_decoder/frame_collector.h"
 #include "stub_decoder/stub_install_win.h"
 

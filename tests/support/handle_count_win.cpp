@@ -1,6 +1,6 @@
 #include "handle_count_win.h"
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 
 namespace vextra::test {
 namespace {

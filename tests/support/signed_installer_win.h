@@ -4,8 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "base/ascii.h"
 #include "base/sha256.h"
+#include "base/text.h"
 #include "signer/signer_win.h"
 #include "update_server_win.h"
 

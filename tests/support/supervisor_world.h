@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/hresult.h"
+#include "base/system_types.h"
 #include "core/supervisor.h"
 #include "producers/backend_choice.h"
 

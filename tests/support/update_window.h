@@ -19,7 +19,7 @@
 
 namespace vextra::test {
 
-inline constexpr CameraActivity kIdleCamera{false, false, 0};
+inline constexpr CameraUse kIdleCamera{false, false, 0};
 
 struct Said {
     enum class Where { kStatus = 1, kNotice, kBalloon, kQuestion, kLog } where;
@@ -140,7 +140,7 @@ protected:
     Tick now = 1'000'000;
     bool disabled = false;
     std::wstring manifestUrl;
-    CameraActivity camera = kIdleCamera;
+    CameraUse camera = kIdleCamera;
     bool answer = true;
     std::function<void()> whileAsking;
     bool installerOpens = true;

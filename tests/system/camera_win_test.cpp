@@ -4,7 +4,7 @@
 #include <optional>
 #include <sstream>
 
-#include "base/text_win.h"
+#include "base/text.h"
 #include "bridge/bridge_location.h"
 #include "bridge/demand_channel.h"
 #include "broker_test_win.h"

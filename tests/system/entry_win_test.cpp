@@ -11,7 +11,7 @@
 #include <sstream>
 #include <thread>
 
-#include "base/token_win.h"
+#include "base/system_win.h"
 #include "bridge/bridge_location.h"
 #include "broker_test_win.h"
 #include "core/instance_win.h"

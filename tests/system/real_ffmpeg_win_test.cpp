@@ -24,7 +24,7 @@
 #include <vector>
 
 #include "bridge/bridge_layout.h"
-#include "producers/ffmpeg_process.h"
+#include "producers/ffmpeg_process_win.h"
 #include "services_win.h"
 #include "stub_decoder/frame_collector.h"
 #include "stub_decoder/stub_install_win.h"

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "base/text_win.h"
+#include "base/text.h"
 #include "broker_test_win.h"
 #include "broker_window_win.h"
 

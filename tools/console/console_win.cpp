@@ -1,6 +1,6 @@
 #include "console/console_win.h"
 
-#include "base/text_win.h"
+#include "base/text.h"
 
 namespace vextra {
 

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "base/wait_win.h"
 #include "bridge/bridge_location.h"
 #include "bridge/shared_file_win.h"

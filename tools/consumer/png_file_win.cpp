@@ -6,7 +6,7 @@
 
 #include <vector>
 
-#include "base/com_win.h"
+#include "base/unique_win.h"
 #include "bridge/bridge_layout.h"
 
 namespace vextra {

@@ -7,7 +7,7 @@
 
 #include <algorithm>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "bridge/bridge_location.h"
 
 namespace vextra {
@@ -25,12 +25,7 @@ std::wstring errorText(const std::wstring& what, DWORD error) {
     }
 }
 
-struct RegistryKeyTraits {
-    using Value = HKEY;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { RegCloseKey(value); }
-};
-using UniqueKey = Unique<RegistryKeyTraits>;
+using UniqueKey = Unique<HKEY, &RegCloseKey>;
 
 // --- Security descriptors ---
 

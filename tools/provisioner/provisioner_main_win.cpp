@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "base/token_win.h"
+#include "base/system_win.h"
 #include "bridge/bridge_location.h"
 #include "console/console_win.h"
 #include "provisioner/provision_rules.h"

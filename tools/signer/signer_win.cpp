@@ -4,9 +4,9 @@
 
 #include <bcrypt.h>
 
-#include "base/ascii.h"
-#include "base/crypto_handle_win.h"
 #include "base/sha256.h"
+#include "base/text.h"
+#include "base/unique_win.h"
 #include "update/channel_key.h"
 #include "update/installer_launch.h"
 #include "update/signature.h"

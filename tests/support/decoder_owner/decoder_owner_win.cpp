@@ -2,7 +2,7 @@
 // killed.
 #include <windows.h>
 
-#include "producers/ffmpeg_process.h"
+#include "producers/ffmpeg_process_win.h"
 
 int wmain(int argc, wchar_t** argv) {
     constexpr DWORD kLongestLifeMs = 60'000;

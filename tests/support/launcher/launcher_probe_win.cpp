@@ -13,8 +13,8 @@
 #include <string_view>
 #include <vector>
 
-#include "base/handle_win.h"
-#include "base/text_win.h"
+#include "base/text.h"
+#include "base/unique_win.h"
 
 using vextra::UniqueFile;
 using vextra::UniqueHandle;

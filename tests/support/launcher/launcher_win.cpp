@@ -19,8 +19,8 @@
 #include <string_view>
 #include <vector>
 
-#include "base/handle_win.h"
-#include "base/text_win.h"
+#include "base/text.h"
+#include "base/unique_win.h"
 #include "start_process_win.h"
 #include "trap_report/trap_report.h"
 

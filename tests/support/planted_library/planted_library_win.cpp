@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 
 BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, void*) {
     if (reason != DLL_PROCESS_ATTACH)

@@ -16,8 +16,8 @@
 #include <string>
 #include <utility>
 
-#include "base/handle_win.h"
-#include "base/text_win.h"
+#include "base/text.h"
+#include "base/unique_win.h"
 #include "stub_camera/stub_camera.h"
 
 namespace {

@@ -44,8 +44,8 @@
 #include <utility>
 #include <vector>
 
-#include "base/handle_win.h"
-#include "base/text_win.h"
+#include "base/text.h"
+#include "base/unique_win.h"
 #include "bridge/bridge_layout.h"
 
 namespace vextra {

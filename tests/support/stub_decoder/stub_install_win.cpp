@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "base/text_win.h"
+#include "base/text.h"
 #include "handle_count_win.h"
 
 namespace vextra::test {

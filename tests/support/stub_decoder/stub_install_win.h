@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 
 namespace vextra::test {
 

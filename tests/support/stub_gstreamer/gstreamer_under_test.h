@@ -5,7 +5,7 @@
 
 #include "stub_gstreamer/fake_gstreamer.h"
 #ifdef VEXTRA_THROUGH_STUB_LIBRARIES
-#include "producers/gst_runtime.h"
+#include "producers/gst_runtime_win.h"
 #include "stub_gstreamer/stub_runtime_win.h"
 #endif
 

@@ -19,7 +19,7 @@
 #include <limits>
 #include <string>
 
-#include "base/text_win.h"
+#include "base/text.h"
 #include "stub_gstreamer/fake_gstreamer.h"
 
 namespace vextra::test {

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "base/handle_win.h"
-#include "base/text_win.h"
+#include "base/text.h"
+#include "base/unique_win.h"
 
 int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int) {
     std::vector<wchar_t> path(32'768);  // the longest path there is

@@ -8,7 +8,7 @@
 
 #include <string>
 
-#include "base/ascii.h"
+#include "base/text.h"
 #include "import_swap_win.h"
 
 namespace vextra {

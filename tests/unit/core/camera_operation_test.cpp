@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/hresult.h"
+#include "base/system_types.h"
 
 namespace vextra {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "base/hresult.h"
+#include "base/system_types.h"
 #include "import_swap_win.h"
 
 namespace vextra {

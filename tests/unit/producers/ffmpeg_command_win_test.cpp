@@ -6,7 +6,7 @@
 #include <random>
 #include <string>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "producers/ffmpeg_command.h"
 
 namespace vextra {

@@ -1,5 +1,5 @@
 // The search and the loading, with stub libraries; real_gstreamer_win_test.cpp has a real runtime.
-#include "producers/gst_runtime.h"
+#include "producers/gst_runtime_win.h"
 
 #include <gtest/gtest.h>
 
@@ -268,7 +268,7 @@ TEST_F(GstRuntimeTest, LooksOnAfterARejectedOne) {
 TEST_F(GstRuntimeTest, RejectsOneOfWhichALibraryIsLoadedFromElsewhere) {
     const std::wstring elsewhere = machine_.root / L"elsewhere";
     makeStubRuntime(elsewhere, LibraryNames::kMinGw);
-    const Unique<LibraryTraits> stays(LoadLibraryW((elsewhere + L"\\libgobject-2.0-0.dll").c_str()));
+    const UniqueLibrary stays(LoadLibraryW((elsewhere + L"\\libgobject-2.0-0.dll").c_str()));
     ASSERT_TRUE(stays);
     installRuntime();
     EXPECT_FALSE(GstRuntime(places()).available());

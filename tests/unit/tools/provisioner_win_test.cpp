@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "base/handle_win.h"
-#include "base/token_win.h"
+#include "base/system_win.h"
+#include "base/unique_win.h"
 #include "bridge/bridge_location.h"
 #include "bridge/bridge_writer.h"
 #include "bridge/demand_channel.h"

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "base/ascii.h"
+#include "base/text.h"
 #include "update/channel_key.h"
 #include "update/json_reader.h"
 

@@ -6,8 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include "base/ascii.h"
 #include "base/sha256.h"
+#include "base/text.h"
 #include "import_swap_win.h"
 #include "update/channel_key.h"
 #include "update/json_reader.h"

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <thread>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "import_swap_win.h"
 #include "test_window_win.h"
 

@@ -1,6 +1,6 @@
 // The main window in this process, where the system's answers can be exchanged: another screen, a shell that
 // refuses, a timer that is not to be had.
-#include "ui/main_window.h"
+#include "ui/main_window_win.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // The main window on the test's own thread, with a clock, a shared state and an annotation service of the
 // test's. What needs a Supervisor is tested from outside.
-#include "ui/main_window.h"
+#include "ui/main_window_win.h"
 
 #include <gtest/gtest.h>
 

@@ -16,12 +16,6 @@
 namespace vextra {
 namespace {
 
-struct LibraryTraits {
-    using Value = HMODULE;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { FreeLibrary(value); }
-};
-
 // One picture of a group of icons, as resources hold it; 0 stands for 256.
 #pragma pack(push, 2)
 struct IconEntry {
@@ -60,7 +54,7 @@ protected:
         return resource(RT_MANIFEST, 1).find(text) != std::string_view::npos;
     }
 
-    Unique<LibraryTraits> broker;
+    UniqueLibrary broker;
 };
 
 TEST_F(BrokerResources, HoldTheBannerInItsFullSize) {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "base/ascii.h"
+#include "base/text.h"
 #include "update/channel_key.h"
 #include "update/manifest.h"
 #include "update/signature.h"

@@ -9,7 +9,7 @@
 
 #include <map>
 
-#include "base/ascii.h"
+#include "base/text.h"
 #include "import_swap_win.h"
 #include "update_server_win.h"
 

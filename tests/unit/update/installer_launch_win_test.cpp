@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
-#include "base/ascii.h"
 #include "base/sha256.h"
+#include "base/text.h"
 #include "import_swap_win.h"
 #include "signer/signer_win.h"
 

@@ -8,7 +8,7 @@
 
 #include <algorithm>
 
-#include "base/ascii.h"
+#include "base/text.h"
 #include "import_swap_win.h"
 #include "signature_vectors.h"
 #include "signer/signer_win.h"

@@ -13,7 +13,7 @@
 #include <list>
 #include <thread>
 
-#include "base/ascii.h"
+#include "base/text.h"
 #include "import_swap_win.h"
 #include "signed_installer_win.h"
 #include "update/fetch_json.h"

@@ -44,9 +44,9 @@ TEST_F(UpdateLaunch, TheInstallerIsNotOpenedAfterANo) {
 
 TEST_F(UpdateLaunch, ABusyCameraPutsTheInstallerOff) {
     checkAndDownload();
-    for (const CameraActivity busy :
-         {CameraActivity{true, false, 0}, CameraActivity{false, true, 0}, CameraActivity{false, false, 1},
-          CameraActivity{false, false, 16}, CameraActivity{false, false, -1}, CameraActivity{}}) {
+    for (const CameraUse busy :
+         {CameraUse{true, false, 0}, CameraUse{false, true, 0}, CameraUse{false, false, 1},
+          CameraUse{false, false, 16}, CameraUse{false, false, -1}, CameraUse{}}) {
         camera = busy;
         channel.pressInstallerButton();
         EXPECT_EQ(takeSaid(), (std::vector<Said>{{kNotice,

@@ -104,7 +104,7 @@ protected:
     SigningKey key;
     UpdateChannelIdentity identity;
     std::optional<ScratchLocalAppData> localAppData;
-    CameraActivity camera{false, false, 0};
+    CameraUse camera{false, false, 0};
     std::wstring status, notice;
     std::vector<std::pair<EventCode, std::int32_t>> log;
     std::mutex lock;

@@ -1,4 +1,4 @@
-#include "base/whole_number.h"
+#include "base/text.h"
 
 #include <gtest/gtest.h>
 

@@ -6,9 +6,9 @@
 #include <optional>
 #include <string>
 
-#include "base/com_win.h"
-#include "base/product_version.h"
-#include "base/ticks.h"
+#include "base/product.h"
+#include "base/system_types.h"
+#include "base/unique_win.h"
 #include "core/session_presence.h"
 #include "core/shared_status.h"
 #include "core/supervisor_thread_win.h"
@@ -27,9 +27,9 @@
 
 namespace vextra {
 
-inline constexpr wchar_t kWindowTitle[] = L"Câmera Virtual Vextra MF — " VEXTRA_VERSION_W;
+inline constexpr wchar_t kWindowTitle[] = VEXTRA_TITLE_W L" — " VEXTRA_VERSION_W;
 inline constexpr DWORD kMainWindowStyle = WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN;
-inline constexpr wchar_t kBoxTitle[] = L"Camera Virtual Vextra MF 0.2 beta";
+inline constexpr wchar_t kBoxTitle[] = VEXTRA_CAMERA_NAME_W;
 
 // What is pointed at outlives the window.
 struct MainWindowSetup {

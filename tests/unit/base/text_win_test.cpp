@@ -4,7 +4,7 @@
 #include <random>
 #include <string>
 
-#include "base/utf.h"
+#include "base/text.h"
 
 namespace vextra {
 namespace {

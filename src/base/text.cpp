@@ -1,16 +1,11 @@
-#include "base/utf.h"
+#include "base/text.h"
 
-#include <cstdint>
+#include <cerrno>
+#include <cwchar>
+#include <limits>
 
 namespace vextra {
 namespace {
-
-constexpr bool isHighSurrogate(std::uint32_t unit) {
-    return unit >= 0xD800 && unit <= 0xDBFF;
-}
-constexpr bool isLowSurrogate(std::uint32_t unit) {
-    return unit >= 0xDC00 && unit <= 0xDFFF;
-}
 
 void appendCodePoint(std::uint32_t point, SecretUtf8& out) {
     char bytes[4];
@@ -52,6 +47,25 @@ bool appendUtf8(std::wstring_view units, SecretUtf8& out) {
         ++i;
     }
     return true;
+}
+
+std::optional<std::uint32_t> parseWholeNumber(const wchar_t* text, std::size_t length) {
+    wchar_t* end = nullptr;
+    errno = 0;
+    const unsigned long value = std::wcstoul(text, &end, 10);
+    if (length == 0 || end != text + length)
+        return std::nullopt;
+    // The system's library negates even its largest number where a sign stands before one that is too large.
+    constexpr std::uint32_t kLargest = std::numeric_limits<std::uint32_t>::max();
+    if (errno == ERANGE)
+        return kLargest;
+    // On Windows an unsigned long has 32 bits; where it has more, it is made to stop at the same number.
+    if constexpr (sizeof value > sizeof kLargest) {
+        const bool negative = std::wstring_view(text, length).find(L'-') != std::wstring_view::npos;
+        if ((negative ? 0 - value : value) > kLargest)
+            return kLargest;
+    }
+    return static_cast<std::uint32_t>(value);
 }
 
 }  // namespace vextra

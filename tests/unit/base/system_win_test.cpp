@@ -1,11 +1,11 @@
-#include "base/token_win.h"
+#include "base/system_win.h"
 
 #include <gtest/gtest.h>
 #include <windows.h>
 
 #include <sddl.h>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "import_swap_win.h"
 
 namespace vextra {

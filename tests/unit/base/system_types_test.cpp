@@ -1,4 +1,4 @@
-#include "base/hresult.h"
+#include "base/system_types.h"
 
 #include <gtest/gtest.h>
 

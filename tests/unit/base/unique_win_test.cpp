@@ -1,4 +1,4 @@
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 
 #include <gtest/gtest.h>
 
@@ -71,6 +71,19 @@ TEST(UniqueHandle, ClosesTheOldBeforeAFunctionFillsIt) {
     HANDLE* const place = event.put();
     EXPECT_FALSE(isOpen(old));
     EXPECT_EQ(*place, nullptr);
+}
+
+void closeAndFail(HANDLE handle) {
+    CloseHandle(handle);
+    SetLastError(ERROR_INVALID_HANDLE);
+}
+
+TEST(UniqueHandle, ClosesWithoutChangingTheLastError) {
+    {
+        const Unique<HANDLE, &closeAndFail> event(makeEvent().release());
+        SetLastError(ERROR_DISK_FULL);
+    }
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_DISK_FULL});
 }
 
 TEST(UniqueFile, IsInvalidAsCreateFileSaysIt) {

@@ -6,21 +6,12 @@
 #include <array>
 #include <string>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "producers/gst_abi.h"
 
 namespace vextra {
 
-struct LibraryTraits {
-    using Value = HMODULE;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { FreeLibrary(value); }
-};
-struct DllDirectoryTraits {
-    using Value = DLL_DIRECTORY_COOKIE;
-    static Value invalid() { return nullptr; }
-    static void close(Value value) { RemoveDllDirectory(value); }
-};
+using UniqueDllDirectory = Unique<DLL_DIRECTORY_COOKIE, &RemoveDllDirectory>;
 
 struct GstRuntimePlaces {
     std::wstring installRoot;  // a runtime of the broker's own may lie in its deps\gstreamer
@@ -60,8 +51,8 @@ private:
     bool hasElement(const char* name) const;
 
     std::wstring folder_;
-    Unique<DllDirectoryTraits> directory_;
-    std::array<Unique<LibraryTraits>, std::size(kGstLibraryNames)> libraries_;  // by GstLibrary
+    UniqueDllDirectory directory_;
+    std::array<UniqueLibrary, std::size(kGstLibraryNames)> libraries_;  // by GstLibrary
     GstApi api_{};
     bool available_ = false;
 };

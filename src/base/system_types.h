@@ -1,9 +1,13 @@
-// Result codes as the event log and the status model carry them.
+// Times and result codes as the system counts them.
 #pragma once
 
 #include <cstdint>
 
 namespace vextra {
+
+// Milliseconds since the machine started (GetTickCount64): one clock for all processes of a machine, which is
+// why ages can be judged across the files shared with the camera's media source.
+using Tick = std::uint64_t;
 
 // A Windows error code as an HRESULT: a positive code c becomes 0x80070000 | (c & 0xFFFF); zero and values
 // that already are failing HRESULTs stay as they are.

@@ -6,7 +6,7 @@
 #include <functional>
 #include <string>
 
-#include "base/handle_win.h"
+#include "base/unique_win.h"
 #include "diag/event_codes.h"
 #include "producers/ffmpeg_command.h"
 

@@ -1,0 +1,98 @@
+// Text: the seven-bit alphabet without a locale, as protocols and file formats mean "digit" and "letter";
+// decimal numbers; and the borders between UTF-16 units and bytes. Any thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "base/secret.h"
+
+namespace vextra {
+
+// --- ASCII ---
+
+// Of bytes and of wide units; as objects, so that algorithms take them.
+inline constexpr auto isAsciiDigit = [](auto c) { return c >= '0' && c <= '9'; };
+inline constexpr auto isAsciiLetter = [](auto c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+
+// The value of a hexadecimal digit in either case; -1 for any other character.
+template <typename Char>
+constexpr int hexDigitValue(Char c) {
+    if (isAsciiDigit(c))
+        return c - Char{'0'};
+    if (c >= Char{'a'} && c <= Char{'f'})
+        return c - Char{'a'} + 10;
+    if (c >= Char{'A'} && c <= Char{'F'})
+        return c - Char{'A'} + 10;
+    return -1;
+}
+
+// Only A-Z change.
+template <typename Char>
+constexpr Char asciiLowered(Char c) {
+    return c >= Char{'A'} && c <= Char{'Z'} ? static_cast<Char>(c - Char{'A'} + Char{'a'}) : c;
+}
+
+template <typename Char>
+constexpr bool equalsIgnoringAsciiCase(std::basic_string_view<Char> a, std::basic_string_view<Char> b) {
+    if (a.size() != b.size())
+        return false;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        if (asciiLowered(a[i]) != asciiLowered(b[i]))
+            return false;
+    }
+    return true;
+}
+
+// Two digits a byte, the high one first, "0123456789abcdef".
+inline std::string lowerHex(std::span<const std::byte> bytes) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string text;
+    text.reserve(bytes.size() * 2);
+    for (const std::byte byte : bytes) {
+        text.push_back(kDigits[std::to_integer<std::size_t>(byte >> 4)]);
+        text.push_back(kDigits[std::to_integer<std::size_t>(byte & std::byte{15})]);
+    }
+    return text;
+}
+
+// For text that is known to be ASCII; every byte becomes the unit of the same value.
+inline std::wstring widenedAscii(std::string_view text) {
+    std::wstring units;
+    units.reserve(text.size());
+    for (const char c : text)
+        units.push_back(static_cast<wchar_t>(static_cast<unsigned char>(c)));
+    return units;
+}
+
+// --- Numbers ---
+
+// The whole text in base 10, as the standard conversion reads it where it has 32 bits, on every machine:
+// white space and a sign may stand in front, what is larger than 32 bits becomes the largest number of 32
+// bits, and a negative number wraps at 2^32. Nothing when anything else stands there, as in an empty text.
+// `length` in units; the terminator stands behind them.
+std::optional<std::uint32_t> parseWholeNumber(const wchar_t* text, std::size_t length);
+
+// --- Unicode ---
+
+constexpr bool isHighSurrogate(std::uint32_t unit) {
+    return unit >= 0xD800 && unit <= 0xDBFF;
+}
+constexpr bool isLowSurrogate(std::uint32_t unit) {
+    return unit >= 0xDC00 && unit <= 0xDFFF;
+}
+
+// Strictly: nothing is replaced, nothing is guessed. Appends the UTF-8 form of `units` to `out`. False at the
+// first unpaired surrogate; `out` then holds what came before it. (Unicode 15, table 3-6; the same verdicts
+// as WideCharToMultiByte with WC_ERR_INVALID_CHARS.)
+bool appendUtf8(std::wstring_view units, SecretUtf8& out);
+
+// For people to read: what is invalid is replaced. By the system's own conversion, so on Windows only.
+std::string utf8FromWide(std::wstring_view text);
+std::wstring wideFromUtf8(std::string_view bytes);
+
+}  // namespace vextra
