@@ -11,6 +11,7 @@
 #include <sstream>
 #include <thread>
 
+#include "base/product.h"
 #include "base/system_win.h"
 #include "bridge/bridge_location.h"
 #include "broker_test_win.h"
@@ -62,7 +63,7 @@ TEST_F(Entry, HelpWritesItsTextAndEnds) {
 
 TEST_F(Entry, VersionWritesItsTextAndEnds) {
     EXPECT_EQ(broker().runToEnd(L"--version"), 0u);
-    EXPECT_EQ(output(L"version.txt"), "0.2.0-beta.5\n");
+    EXPECT_EQ(output(L"version.txt"), VEXTRA_VERSION "\n");
 }
 
 TEST_F(Entry, HelpWinsOverVersion) {
@@ -74,7 +75,8 @@ TEST_F(Entry, HelpWinsOverVersion) {
 TEST_F(Entry, TheSelfTestWinsOverHelp) {
     EXPECT_EQ(broker().runToEnd(L"--runtime-self-test --help"), 0u);
     EXPECT_EQ(output(L"runtime-self-test.json"),
-              "{\"version\":\"0.2.0-beta.5\",\"pureContracts\":true,\"ffmpegAvailable\":true,"
+              "{\"version\":\"" VEXTRA_VERSION
+              "\",\"pureContracts\":true,\"ffmpegAvailable\":true,"
               "\"gstreamerAvailable\":false,\"settingsLoaded\":false,\"networkUsed\":false}\n");
     EXPECT_FALSE(fs::exists(broker().dataFolder() + L"\\cli-help.txt"));
 }
@@ -89,7 +91,7 @@ TEST_F(Entry, OutputsGoToTheEvidenceFolderWhereOneIsGiven) {
     const std::wstring evidence = machine_.root() + L"\\evidência com espaço";
     fs::create_directories(evidence);
     EXPECT_EQ(broker().runToEnd(L"--version --evidence-dir \"" + evidence + L"\""), 0u);
-    EXPECT_EQ(readFile(evidence + L"\\version.txt"), "0.2.0-beta.5\n");
+    EXPECT_EQ(readFile(evidence + L"\\version.txt"), VEXTRA_VERSION "\n");
     EXPECT_FALSE(fs::exists(broker().dataFolder() + L"\\version.txt"));
 }
 
@@ -101,7 +103,7 @@ TEST_F(Entry, AnOutputReplacesTheOldFile) {
     fs::create_directories(broker().dataFolder());
     writeFile(broker().dataFolder() + L"\\version.txt", std::string(100, 'x'));
     EXPECT_EQ(broker().runToEnd(L"--version"), 0u);
-    EXPECT_EQ(output(L"version.txt"), "0.2.0-beta.5\n");
+    EXPECT_EQ(output(L"version.txt"), VEXTRA_VERSION "\n");
 }
 
 TEST_F(Entry, InstallShowsItsHintAndDoesNothingElse) {
@@ -146,9 +148,9 @@ TEST_F(Entry, ARunWritesItsEventsInOrder) {
     ASSERT_EQ(broker().waitForExit(5000), 0u);
     // Two threads write, each in its own order; between the first and the last event they are not ordered.
     using Codes = std::vector<std::string>;
-    const Codes ofTheWindow{"APP_START_LIMITED_0.2.0-beta.5", "UI_READY", "AUTOMATIC_IDLE_READY",
+    const Codes ofTheWindow{"APP_START_LIMITED_" VEXTRA_VERSION, "UI_READY", "AUTOMATIC_IDLE_READY",
                             "TRAY_REMOVE", "APP_EXIT_CLEAN"};
-    const Codes ofTheSupervisor{"APP_START_LIMITED_0.2.0-beta.5", "MF_STARTUP", "STOP_COMPLETE",
+    const Codes ofTheSupervisor{"APP_START_LIMITED_" VEXTRA_VERSION, "MF_STARTUP", "STOP_COMPLETE",
                                 "MF_SHUTDOWN", "APP_EXIT_CLEAN"};
     const Codes events = broker().events();
     for (const Codes& expected : {ofTheWindow, ofTheSupervisor}) {
@@ -191,7 +193,7 @@ TEST_F(Entry, TheWindowHasItsClassTitleAndSize) {
     ASSERT_NE(broker().window(), nullptr);
     wchar_t title[128];
     GetWindowTextW(broker().window(), title, ARRAYSIZE(title));
-    EXPECT_STREQ(title, L"Câmera Virtual Vextra MF — 0.2.0-beta.5");
+    EXPECT_STREQ(title, L"Câmera Virtual Vextra MF — " VEXTRA_VERSION_W);
     RECT client{};
     GetClientRect(broker().window(), &client);
     EXPECT_EQ(client.right, 980);

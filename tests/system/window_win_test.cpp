@@ -3,6 +3,7 @@
 
 #include <wtsapi32.h>
 
+#include "base/product.h"
 #include "window_test_win.h"
 
 namespace vextra::test {
@@ -399,7 +400,7 @@ TEST_F(Window, ShowsTheReportAndTheLog) {
     start();
     window.press(kIdTabDiagnostics);
     const std::wstring view = window.text(kIdLogs);
-    EXPECT_EQ(view.find(L"Vextra MF 0.2.0-beta.5\r\nFonte: Teste sintético • sem rede\r\n"), 0u);
+    EXPECT_EQ(view.find(L"Vextra MF " VEXTRA_VERSION_W L"\r\nFonte: Teste sintético • sem rede\r\n"), 0u);
     EXPECT_NE(view.find(L"\r\nEventos sanitizados (sessão atual):\r\n"), std::wstring::npos);
     EXPECT_NE(view.find(L" UI_READY hr=0x00000000"), std::wstring::npos);
 }
@@ -423,7 +424,7 @@ TEST_F(Window, CopiesTheReportWithoutTheLog) {
     window.press(kIdCopyReport);
     EXPECT_TRUE(window.waitForStatus(L"Diagnóstico sanitizado copiado, sem URLs ou credenciais."));
     const std::wstring copied = clipboardText();
-    EXPECT_EQ(copied.find(L"Vextra MF 0.2.0-beta.5\r\n"), 0u);
+    EXPECT_EQ(copied.find(L"Vextra MF " VEXTRA_VERSION_W L"\r\n"), 0u);
     EXPECT_NE(copied.find(L"Recebimento nas reuniões: não verificado\r\n"), std::wstring::npos);
     EXPECT_EQ(copied.find(L"Eventos"), std::wstring::npos);
     EXPECT_EQ(copied.find(L"://"), std::wstring::npos);
