@@ -16,7 +16,7 @@
 namespace vextra {
 namespace {
 
-// Without its variables this broker has a channel that nobody can reach.
+// Without its variables this broker has a channel that cannot be reached.
 UpdateChannelIdentity channelOfTheTest() {
     UpdateChannelIdentity channel{"https://test.invalid", {}};
     const auto origin = test::variable(L"VEXTRA_TEST_CHANNEL_ORIGIN");

@@ -287,7 +287,7 @@ TEST_F(Entry, TheLockFileHoldsTheProcessId) {
     EXPECT_EQ(fs::file_size(broker().dataFolder() + L"\\app.lock"), 4u);
 }
 
-// Its id may be another program's by the time that somebody asks for the broker.
+// Its id may be another program's by the time that the broker is asked for.
 TEST_F(Entry, ABrokerThatEndedIsNamedByNobody) {
     broker().start(L"--test-pattern");
     broker().command(202);
@@ -374,7 +374,7 @@ TEST_F(Entry, ShuttingDownIsRefusedDuringALeaseWithoutASignal) {
     broker().start(L"--test-pattern");
     viewer().takeLease();
     {
-        // A running broker would take the signal, and lose it, before anybody could look.
+        // A running broker would take the signal, and lose it, before the test could look.
         const Suspension still(broker().process());
         EXPECT_EQ(broker().runToEnd(L"--shutdown-broker"), 9u);
         const std::wstring name = L"Local\\VextraMfBetaStop_" + currentUserSidString();

@@ -124,7 +124,7 @@ protected:
             static int error = 0;
             return sourceFails ? reinterpret_cast<GstMessage*>(&error) : nullptr;
         };
-        api.gst_mini_object_unref = [](void*) {};  // that error is nobody's
+        api.gst_mini_object_unref = [](void*) {};  // that error was never allocated
         static FakeGstreamer& gstreamer = machine_.gstreamer;
         static decltype(GstApi::gst_app_sink_try_pull_sample) pull = nullptr;
         pull = api.gst_app_sink_try_pull_sample;
