@@ -128,7 +128,7 @@ void expectNoCellBeyondItsLimit(const Limits& limits, const Transfer& transfer) 
     }
 }
 
-TEST(TransferLimits, HoldForDocuments) {
+TEST(ReleaseTransferLimits, HoldForDocuments) {
     VEXTRA_SKIP_WITHOUT_UPDATE_SERVER();
     const UpdateServer server = *UpdateServer::find();
     constexpr Limits kLimits{.stepMs = 1500, .totalMs = 5000};
@@ -158,7 +158,7 @@ HRESULT WINAPI answerWithIt(REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR* out) {
     return S_OK;
 }
 
-TEST(TransferLimits, HoldForInstallers) {
+TEST(ReleaseTransferLimits, HoldForInstallers) {
     VEXTRA_SKIP_WITHOUT_UPDATE_SERVER();
     const UpdateServer server = *UpdateServer::find();
     const ImportSwap<ULONGLONG WINAPI()> clock("GetTickCount64", hastyClock);

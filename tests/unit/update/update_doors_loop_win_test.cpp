@@ -32,7 +32,7 @@ bool waitForFile(const std::wstring& path) {
     return fileExists(path);
 }
 
-class UpdateLoop : public testing::Test {
+class ServerWideUpdateLoop : public testing::Test {
 protected:
     void SetUp() override {
         VEXTRA_SKIP_WITHOUT_UPDATE_SERVER();
@@ -117,7 +117,7 @@ protected:
     std::optional<UpdateChannel> channel;
 };
 
-TEST_F(UpdateLoop, GoesFromTheSignedReleaseToTheStartedInstaller) {
+TEST_F(ServerWideUpdateLoop, GoesFromTheSignedReleaseToTheStartedInstaller) {
     publish();
     check();
     EXPECT_EQ(status,
@@ -146,12 +146,12 @@ TEST_F(UpdateLoop, GoesFromTheSignedReleaseToTheStartedInstaller) {
                                                                {EventCode::kUpdateInstallerLaunched, 0}}));
 }
 
-TEST_F(UpdateLoop, EndsWhereNothingIsPublished) {
+TEST_F(ServerWideUpdateLoop, EndsWhereNothingIsPublished) {
     check();
     EXPECT_EQ(status, L"Não foi possível verificar a atualização MF com segurança.");
 }
 
-TEST_F(UpdateLoop, EndsWhereTheSignatureIsMissing) {
+TEST_F(ServerWideUpdateLoop, EndsWhereTheSignatureIsMissing) {
     publish();
     DeleteFileW(
         (server->www() + L"\\camera-virtual-vextra-mf\\" + version + L"\\Setup.exe.sig.json").c_str());
@@ -159,14 +159,14 @@ TEST_F(UpdateLoop, EndsWhereTheSignatureIsMissing) {
     EXPECT_EQ(status, L"Assinatura da atualização indisponível; instalação não autorizada.");
 }
 
-TEST_F(UpdateLoop, EndsWhereSomebodyElseSigned) {
+TEST_F(ServerWideUpdateLoop, EndsWhereSomebodyElseSigned) {
     key = generateSigningKey().value();
     publish();
     check();
     EXPECT_EQ(status, L"Assinatura da atualização inválida; instalação recusada.");
 }
 
-TEST_F(UpdateLoop, EndsWhereTheFileOnTheServerIsAnother) {
+TEST_F(ServerWideUpdateLoop, EndsWhereTheFileOnTheServerIsAnother) {
     publish();
     const std::wstring served = server->www() + L"\\camera-virtual-vextra-mf\\" + version + L"\\Setup.exe";
     std::string bytes = readFile(served);
@@ -180,7 +180,7 @@ TEST_F(UpdateLoop, EndsWhereTheFileOnTheServerIsAnother) {
     EXPECT_TRUE(localAppData->downloads().empty());
 }
 
-TEST_F(UpdateLoop, EndsWhereTheDownloadedFileWasExchanged) {
+TEST_F(ServerWideUpdateLoop, EndsWhereTheDownloadedFileWasExchanged) {
     publish();
     check();
     channel->pressInstallerButton();
@@ -194,7 +194,7 @@ TEST_F(UpdateLoop, EndsWhereTheDownloadedFileWasExchanged) {
     EXPECT_FALSE(fileExists(downloadedInstaller() + L".arguments"));
 }
 
-TEST_F(UpdateLoop, EndsWithTheProgramInTheMiddleOfADownload) {
+TEST_F(ServerWideUpdateLoop, EndsWithTheProgramInTheMiddleOfADownload) {
     publish();
     const std::wstring served = server->www() + L"\\camera-virtual-vextra-mf\\" + version + L"\\Setup.exe";
     check();
