@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "base/system_win.h"
 #include "bridge/bridge_location.h"
 
 namespace vextra {
@@ -42,6 +43,61 @@ SharedFile& SharedFile::operator=(SharedFile&& other) noexcept {
     mapping_ = std::move(other.mapping_);
     file_ = std::move(other.file_);
     return *this;
+}
+
+// --- latest.frame ---
+
+bool BridgeWriter::open(FileAccess access) {
+    close();
+    access_ = access;
+    identity_.processId = GetCurrentProcessId();
+    identity_.sessionId = sessionOfProcess(identity_.processId).value_or(0);
+    const std::wstring path = resolveBridgePath();
+    if (path.empty() || (access == FileAccess::kReadWrite && !mayWriteBridge()))
+        return false;
+    file_ = SharedFile::open(path, kBridgeFileBytes, access);
+    return static_cast<bool>(file_);
+}
+
+void BridgeWriter::publish(const std::byte* pixels, BridgeState state, std::uint64_t frameCounter) {
+    if (!file_ || access_ != FileAccess::kReadWrite)
+        return;
+    publishUpdate(*static_cast<BridgeFile*>(file_.data()), {state, GetTickCount64(), frameCounter, pixels},
+                  identity_);
+}
+
+void BridgeWriter::close() {
+    file_ = {};
+}
+
+// --- demand.bin ---
+
+bool DemandChannel::open(FileAccess access) {
+    close();
+    access_ = access;
+    if (access == FileAccess::kReadWrite && !isMediaSourceAccount(currentUserSidString()))
+        return false;
+    file_ = SharedFile::open(resolveDemandPath(), kDemandFileBytes, access);
+    return static_cast<bool>(file_);
+}
+
+std::int32_t DemandChannel::activeLeases() {
+    if (!file_ && !open(FileAccess::kReadOnly))
+        return -1;
+    return countFreshLeases(*view(), GetTickCount64());
+}
+
+void DemandChannel::close() {
+    const bool holdsSlot = heldSlot >= 0 && heldSlot < static_cast<std::int32_t>(kLeaseSlots);
+    if (access_ == FileAccess::kReadWrite && file_ && holdsSlot)
+        releaseLease(view()->slots[heldSlot], heldLeaseId);
+    file_ = {};
+    heldSlot = -1;
+}
+
+std::int32_t countLeasesOnce() {
+    DemandChannel channel;
+    return channel.activeLeases();
 }
 
 }  // namespace vextra

@@ -8,7 +8,7 @@
 #include "base/text.h"
 #include "base/unique_win.h"
 #include "bridge/bridge_location.h"
-#include "bridge/demand_channel.h"
+#include "bridge/shared_file_win.h"
 #include "core/camera_operation.h"
 #include "core/instance_win.h"
 #include "core/maintenance.h"

@@ -3,7 +3,7 @@
 #include <string>
 #include <utility>
 
-#include "bridge/demand_channel.h"
+#include "bridge/shared_file_win.h"
 #include "config/settings_store.h"
 #include "core/supervisor_thread_win.h"
 #include "diag/diagnostic_report.h"

@@ -9,7 +9,7 @@
 #include <functional>
 #include <new>
 
-#include "bridge/demand_channel.h"
+#include "bridge/shared_file_win.h"
 #include "broker_fixture_win.h"
 #include "core/supervisor.h"
 

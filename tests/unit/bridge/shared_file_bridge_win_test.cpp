@@ -3,7 +3,7 @@
 #include <cstring>
 #include <vector>
 
-#include "bridge/bridge_writer.h"
+#include "bridge/shared_file_win.h"
 #include "broker_fixture_win.h"
 
 namespace vextra {
