@@ -18,7 +18,6 @@
 #include "config/settings_store.h"
 #include "config/source_url.h"
 #include "core/command_line.h"
-#include "core/exit_code.h"
 #include "core/instance_win.h"
 #include "core/maintenance.h"
 #include "core/run_outputs.h"

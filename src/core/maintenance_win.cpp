@@ -9,7 +9,6 @@
 #include "base/unique_win.h"
 #include "bridge/bridge_location.h"
 #include "bridge/shared_file_win.h"
-#include "core/camera_operation.h"
 #include "core/instance_win.h"
 #include "core/maintenance.h"
 #include "core/media_foundation_win.h"

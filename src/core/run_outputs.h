@@ -1,10 +1,14 @@
 // The small machine-readable outputs. Texts are pure; writeOutputFile is the door.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "base/product.h"
+#include "base/system_types.h"
+#include "diag/event_log.h"
 
 namespace vextra {
 
@@ -35,5 +39,11 @@ std::wstring outputFolder(const std::wstring& evidenceFolder, const std::wstring
 
 // Writes a file anew; false when it cannot be created. Main thread.
 bool writeOutputFile(const std::wstring& path, std::string_view bytes);
+
+// What a run with an evidence folder keeps of its frames: a hash of each in the log, and some of them whole.
+// Writes the hash line, and for frame 1 and every 64th the raw pixels to <folder>\producer-<number>.bgra.
+// Supervisor's thread. Failing to write is silent.
+void recordFrameEvidence(EventLog& log, const std::wstring& folder, const std::byte* pixels,
+                         std::uint64_t frameNumber, Tick now);
 
 }  // namespace vextra

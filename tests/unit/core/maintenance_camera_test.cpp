@@ -1,4 +1,4 @@
-#include "core/camera_operation.h"
+#include "core/maintenance.h"
 
 #include <gtest/gtest.h>
 
