@@ -19,8 +19,7 @@ Supervisor::Supervisor(SharedStatus& shared, SupervisorDoors doors, bool mediaFo
     : shared_(shared), doors_(std::move(doors)), mediaFoundationStarted_(mediaFoundationStarted) {}
 
 NextPass Supervisor::runPass() {
-    const auto command = static_cast<SupervisorCommand>(
-        shared_.mailbox.exchange(static_cast<std::uint32_t>(SupervisorCommand::kNone)));
+    const SupervisorCommand command = shared_.mailbox.exchange(SupervisorCommand::kNone);
     const std::int32_t leases = doors_.countLeases();
     shared_.leaseCount = leases;
 
@@ -144,10 +143,7 @@ Supervisor::Begin Supervisor::beginDemand(bool demand) {
         doors_.log(EventCode::kBridgeOpenFailed, 0);
         return refuse(L"Componente/bridge não instalado ou ACL inválida. Execute o Setup.exe offline.");
     }
-    {
-        const std::lock_guard guard(shared_.settingsLock);
-        snapshot_ = shared_.settings;
-    }
+    snapshot_ = settingsNow(shared_);
     shared_.testPattern = syntheticTest();
     memory_.forceFfmpeg = false;
     url_ = sourceUrl(snapshot_);
@@ -178,7 +174,7 @@ void Supervisor::stopEpisode() {
     shared_.active = false;
     shared_.paused = false;
     setStatus(BrokerStatus::kIdle);
-    shared_.effectiveBackend = static_cast<std::uint32_t>(EffectiveBackend::kNone);
+    shared_.effectiveBackend = EffectiveBackend::kNone;
     url_.clear();
     doors_.showStatus(kTextIdle);
     doors_.log(EventCode::kStopComplete, 0);
@@ -278,8 +274,7 @@ void Supervisor::watch() {
 }
 
 void Supervisor::recover() {
-    const bool gstreamerRan =
-        shared_.effectiveBackend == static_cast<std::uint32_t>(EffectiveBackend::kGstreamer);
+    const bool gstreamerRan = shared_.effectiveBackend == EffectiveBackend::kGstreamer;
     if (snapshot_.decoder == DecoderBackend::kAutomatic && gstreamerRan) {
         memory_.forceFfmpeg = true;
         doors_.log(EventCode::kAutoGstreamerFallback, 0);

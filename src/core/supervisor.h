@@ -108,7 +108,7 @@ private:
 
     void stopProducerInstance();
     void publishHeader(BridgeState state);
-    void setStatus(BrokerStatus status) { shared_.status = static_cast<std::uint32_t>(status); }
+    void setStatus(BrokerStatus status) { shared_.status = status; }
     void restartFirstFrameClock();
     void clearFailures();
     bool syntheticTest() const { return snapshot_.source == SourceKind::kSyntheticTest; }

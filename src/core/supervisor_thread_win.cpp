@@ -103,7 +103,7 @@ unsigned __stdcall SupervisorThread::run(void* self) noexcept {
 }
 
 void sendCommand(SharedStatus& shared, HANDLE wakeEvent, SupervisorCommand command) {
-    shared.mailbox = static_cast<std::uint32_t>(command);
+    shared.mailbox = command;
     SetEvent(wakeEvent);
 }
 

@@ -12,7 +12,7 @@ constexpr bool kAssumeGstreamer = true;
 }  // namespace
 
 Producer::Producer(std::wstring installRoot, ProducerReports reports,
-                   std::atomic<std::uint32_t>& effectiveBackend, GstreamerDoor gstreamer)
+                   std::atomic<EffectiveBackend>& effectiveBackend, GstreamerDoor gstreamer)
     : reports_(reports),
       effectiveBackend_(effectiveBackend),
       gstreamer_(std::move(gstreamer)),
@@ -49,13 +49,13 @@ bool Producer::startGstreamer(const GstApi* gstreamer, std::wstring_view url,
         return false;
     }
     gstreamerActive_ = true;
-    effectiveBackend_ = static_cast<std::uint32_t>(EffectiveBackend::kGstreamer);
+    effectiveBackend_ = EffectiveBackend::kGstreamer;
     reports_.log(EventCode::kGstreamerStart, 0);
     return true;
 }
 
 bool Producer::startFfmpeg(bool syntheticTest, std::wstring_view url, const BrokerSettings& settings) {
-    effectiveBackend_ = static_cast<std::uint32_t>(EffectiveBackend::kFfmpeg);
+    effectiveBackend_ = EffectiveBackend::kFfmpeg;
     // What is no text would reach the decoder as another address, or with another password.
     if (!syntheticTest && toUtf8Strict(url).empty())
         return false;

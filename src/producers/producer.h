@@ -24,8 +24,8 @@ public:
     // `effectiveBackend` belongs to the shared status and is written when a decoder is started: GStreamer
     // once it plays, FFmpeg before it is tried. A start of GStreamer that fails leaves it as it is.
     // `gstreamer` is not asked before a source is to be decoded by it.
-    Producer(std::wstring installRoot, ProducerReports reports, std::atomic<std::uint32_t>& effectiveBackend,
-             GstreamerDoor gstreamer);
+    Producer(std::wstring installRoot, ProducerReports reports,
+             std::atomic<EffectiveBackend>& effectiveBackend, GstreamerDoor gstreamer);
 
     // Stops what runs and starts the decoder that `settings` ask for. True when one runs. `url` is not used
     // by the synthetic test; one that is no text (half a surrogate pair) starts nothing.
@@ -44,7 +44,7 @@ private:
     bool startFfmpeg(bool syntheticTest, std::wstring_view url, const BrokerSettings& settings);
 
     const ProducerReports reports_;
-    std::atomic<std::uint32_t>& effectiveBackend_;
+    std::atomic<EffectiveBackend>& effectiveBackend_;
     const GstreamerDoor gstreamer_;
     FfmpegProcess ffmpeg_;
     GstPipeline pipeline_;

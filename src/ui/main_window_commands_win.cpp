@@ -64,8 +64,7 @@ void MainWindow::send(SupervisorCommand command) {
 }
 
 std::wstring_view MainWindow::currentStatusLabel() const {
-    return statusLabel({static_cast<BrokerStatus>(shared_.status.load()), shared_.leaseCount,
-                        shared_.lastFrameTick, GetTickCount64()});
+    return statusLabel({shared_.status, shared_.leaseCount, shared_.lastFrameTick, GetTickCount64()});
 }
 
 // --- The camera ---
@@ -225,7 +224,7 @@ std::wstring MainWindow::report() const {
     DiagnosticFigures figures;
     figures.sourceLabel = protectedSourceLabel(sourceInEffect());
     figures.statusLabel = currentStatusLabel();
-    figures.backendLabel = reportBackendLabel(shared_.effectiveBackend);
+    figures.backendLabel = reportBackendLabel(static_cast<std::uint32_t>(shared_.effectiveBackend.load()));
     figures.leaseCount = shared_.leaseCount;
     figures.previewRuns = shared_.previewRuns(now);
     figures.observedFps = rate_.perSecond();

@@ -164,7 +164,7 @@ TEST_F(FailureReason, OfGstreamerStandsBesideTheStatusTextUntilAFrameIsLive) {
         5000));
     sourceFails = false;
     EXPECT_TRUE(reasonBecomes(L""));
-    EXPECT_EQ(shared_.status, static_cast<std::uint32_t>(BrokerStatus::kLive));
+    EXPECT_EQ(shared_.status, BrokerStatus::kLive);
 }
 
 }  // namespace

@@ -47,7 +47,7 @@ TEST_F(SupervisorThreadTest, CanBeStartedAgain) {
         quit();
         ASSERT_TRUE(thread.waitForEnd(5000));
     }
-    EXPECT_EQ(shared.mailbox, 0u);
+    EXPECT_EQ(shared.mailbox, SupervisorCommand::kNone);
 }
 
 }  // namespace

@@ -49,7 +49,7 @@ protected:
     std::vector<std::wstring> statusTexts_;
     std::vector<std::wstring> reasons_;
     std::vector<EventCode> events_;
-    std::atomic<std::uint32_t> effectiveBackend_{0};
+    std::atomic<EffectiveBackend> effectiveBackend_{EffectiveBackend::kNone};
     Producer producer_{install_.root(), reports(), effectiveBackend_, [this] { return &gstreamer_.api(); }};
     std::vector<std::byte> frame_ = std::vector<std::byte>(kFrameBytes);
 };
@@ -59,21 +59,21 @@ using Texts = std::vector<std::wstring>;
 
 TEST_F(ProducerGstreamerTest, ChosenGstreamerRuns) {
     EXPECT_TRUE(startGstreamer());
-    EXPECT_EQ(effectiveBackend_.load(), 2u);
+    EXPECT_EQ(effectiveBackend_, EffectiveBackend::kGstreamer);
     EXPECT_EQ(events_, Events{EventCode::kGstreamerStart});
     EXPECT_TRUE(statusTexts_.empty());
 }
 
 TEST_F(ProducerGstreamerTest, AutomaticPrefersGstreamer) {
     EXPECT_TRUE(start(DecoderBackend::kAutomatic));
-    EXPECT_EQ(effectiveBackend_.load(), 2u);
+    EXPECT_EQ(effectiveBackend_, EffectiveBackend::kGstreamer);
     EXPECT_EQ(events_, Events{EventCode::kGstreamerStart});
 }
 
 TEST_F(ProducerGstreamerTest, ChosenFfmpegAsksNothingOfGstreamer) {
     EXPECT_TRUE(start(DecoderBackend::kFfmpeg));
     EXPECT_TRUE(gstreamer_.calls.empty());
-    EXPECT_EQ(effectiveBackend_.load(), 1u);
+    EXPECT_EQ(effectiveBackend_, EffectiveBackend::kFfmpeg);
 }
 
 TEST_F(ProducerGstreamerTest, SyntheticTestRunsOnFfmpegAllTheSame) {
@@ -106,7 +106,7 @@ TEST_F(ProducerGstreamerTest, ChosenGstreamerThatFailsIsToldAndNothingElseStarts
 TEST_F(ProducerGstreamerTest, AutomaticStartsFfmpegWhereGstreamerFails) {
     gstreamer_.stateChange = kGstStateChangeFailure;
     EXPECT_TRUE(start(DecoderBackend::kAutomatic));
-    EXPECT_EQ(effectiveBackend_.load(), 1u);
+    EXPECT_EQ(effectiveBackend_, EffectiveBackend::kFfmpeg);
     EXPECT_EQ(events_, Events{EventCode::kFfmpegStart});
     EXPECT_TRUE(statusTexts_.empty());
 }
@@ -144,7 +144,7 @@ TEST_F(ProducerGstreamerTest, AStartOfGstreamerThatFailsLeavesTheEffectiveBacken
     ASSERT_TRUE(startGstreamer());
     gstreamer_.stateChange = kGstStateChangeFailure;
     EXPECT_FALSE(startGstreamer());
-    EXPECT_EQ(effectiveBackend_.load(), 2u);
+    EXPECT_EQ(effectiveBackend_, EffectiveBackend::kGstreamer);
 }
 
 TEST_F(ProducerGstreamerTest, AFrameIsReadWhole) {

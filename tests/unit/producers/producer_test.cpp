@@ -39,7 +39,7 @@ protected:
     std::vector<std::wstring> statusTexts_;
     std::vector<std::wstring> reasons_;
     std::vector<EventCode> events_;
-    std::atomic<std::uint32_t> effectiveBackend_{0};
+    std::atomic<EffectiveBackend> effectiveBackend_{EffectiveBackend::kNone};
     int runtimeLookups_ = 0;
     Producer producer_{install_.root(), reports(), effectiveBackend_, [this]() -> const GstApi* {
                            ++runtimeLookups_;
@@ -125,7 +125,7 @@ TEST_F(ProducerTest, AutomaticWithoutRuntimeStartsFfmpeg) {
 
 TEST_F(ProducerTest, AutomaticWithoutRuntimeReportsFfmpegAsEffective) {
     producer_.start(kCamera, kRtspUrl, settingsWith(DecoderBackend::kAutomatic));
-    EXPECT_EQ(effectiveBackend_.load(), 1u);
+    EXPECT_EQ(effectiveBackend_, EffectiveBackend::kFfmpeg);
 }
 
 TEST_F(ProducerTest, AutomaticWithoutRuntimeShowsNothing) {
@@ -135,7 +135,7 @@ TEST_F(ProducerTest, AutomaticWithoutRuntimeShowsNothing) {
 
 TEST_F(ProducerTest, ChosenFfmpegIsReportedAsEffective) {
     producer_.start(kCamera, kRtspUrl, settingsWith(DecoderBackend::kFfmpeg));
-    EXPECT_EQ(effectiveBackend_.load(), 1u);
+    EXPECT_EQ(effectiveBackend_, EffectiveBackend::kFfmpeg);
 }
 
 TEST_F(ProducerTest, RtspRunsOverTcp) {
