@@ -43,7 +43,8 @@ bool GstPipeline::startGstreamer(const GstApi* api, const GstInput& input) {
         return refuse(refusal);
     api_ = api;
     latencyMs_ = input.latencyMs;
-    lowerTransport_ = input.transport == L"udp" ? GstRtspLowerTransport::kUdp : GstRtspLowerTransport::kTcp;
+    lowerTransport_ =
+        input.transport == RtspTransport::kUdp ? GstRtspLowerTransport::kUdp : GstRtspLowerTransport::kTcp;
     return build(input);
 }
 

@@ -44,7 +44,7 @@ bool Producer::start(bool syntheticTest, std::wstring_view url, const BrokerSett
 
 bool Producer::startGstreamer(const GstApi* gstreamer, std::wstring_view url,
                               const BrokerSettings& settings) {
-    if (!pipeline_.startGstreamer(gstreamer, {url, settings.rtspUdp ? L"udp" : L"tcp", settings.latencyMs})) {
+    if (!pipeline_.startGstreamer(gstreamer, {url, rtspTransport(settings), settings.latencyMs})) {
         reports_.explainFailure(pipeline_.reason());
         return false;
     }
@@ -59,8 +59,7 @@ bool Producer::startFfmpeg(bool syntheticTest, std::wstring_view url, const Brok
     // What is no text would reach the decoder as another address, or with another password.
     if (!syntheticTest && toUtf8Strict(url).empty())
         return false;
-    const RtspTransport transport = settings.rtspUdp ? RtspTransport::kUdp : RtspTransport::kTcp;
-    return ffmpeg_.start({syntheticTest, url, transport});
+    return ffmpeg_.start({syntheticTest, url, rtspTransport(settings)});
 }
 
 std::int32_t Producer::read(std::byte* buffer, std::uint32_t capacityBytes) {

@@ -89,7 +89,7 @@ TEST(GstPipelineRaces, TheSourceIsConfiguredOnAThreadOfThePipelineWhileFramesAre
         const int before = gstreamer.configured;
         ASSERT_TRUE(pipeline.startGstreamer(
             &gstreamer.api(),
-            {.url = L"rtsp://10.0.0.1/live", .transport = L"tcp", .latencyMs = 50 * start}));
+            {.url = L"rtsp://10.0.0.1/live", .transport = RtspTransport::kTcp, .latencyMs = 50 * start}));
         for (int pulls = 0; pulls < 3 || gstreamer.configured == before; ++pulls) {
             gstreamer.fake.sample = FakeGstreamer::goodSample();
             ASSERT_TRUE(pipeline.pullGstreamerFrame(frame.data()));
