@@ -37,6 +37,8 @@ struct Folders {
     std::wstring installRoot;
     std::wstring data;    // created at start
     std::wstring legacy;  // of the earlier release; only read
+
+    GstRuntimePlaces gstreamerPlaces() const { return {.installRoot = installRoot, .dataFolder = data}; }
 };
 
 CommandLine readCommandLine() {
@@ -101,7 +103,7 @@ std::optional<StartSettings> prepareSettings(const CommandLine& options, const F
 ExitCode writeRequestedOutput(const CommandLine& options, const Folders& folders, bool settingsLoaded) {
     const std::wstring folder = outputFolder(options.evidenceFolder, folders.data) + L"\\";
     if (options.runtimeSelfTest) {
-        const bool gstreamer = GstRuntime::instance({folders.installRoot, folders.data}).available();
+        const bool gstreamer = GstRuntime::instance(folders.gstreamerPlaces()).available();
         const SelfTestResult result{pureContractsHold(), ffmpegIsInstalled(folders.installRoot), gstreamer,
                                     settingsLoaded};
         const bool written = writeOutputFile(folder + L"runtime-self-test.json", selfTestJson(result));
@@ -147,10 +149,24 @@ ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders
     fillPlaceholderFrame(shared.previewFrame);
     const UniqueHandle wakeEvent(CreateEventW(nullptr, FALSE, FALSE, nullptr));
 
-    SupervisorThread supervisor({&shared, &log, wakeEvent.get(), stopSignal.get(), folders.installRoot,
-                                 options.evidenceFolder, folders.data});
-    MainWindow window(instance, {&shared, &log, wakeEvent.get(), &supervisor, folders.data, &builtInChannel(),
-                                 start.sourceUsable ? Panel::kCamera : Panel::kSettings});
+    SupervisorThread supervisor({
+        .shared = &shared,
+        .log = &log,
+        .wakeEvent = wakeEvent.get(),
+        .stopSignal = stopSignal.get(),
+        .installRoot = folders.installRoot,
+        .evidenceFolder = options.evidenceFolder,
+        .gstreamerPlaces = folders.gstreamerPlaces(),
+    });
+    MainWindow window(instance, {
+                                    .shared = &shared,
+                                    .log = &log,
+                                    .wakeEvent = wakeEvent.get(),
+                                    .supervisor = &supervisor,
+                                    .dataFolder = folders.data,
+                                    .channel = &builtInChannel(),
+                                    .firstPanel = start.sourceUsable ? Panel::kCamera : Panel::kSettings,
+                                });
     if (!wakeEvent || !window.create())
         return ExitCode::kFailed;
     window.startClock(options.testSeconds);

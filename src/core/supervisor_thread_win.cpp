@@ -12,7 +12,7 @@
 #include "core/media_foundation_win.h"
 #include "core/run_outputs.h"
 #include "core/supervisor.h"
-#include "producers/gst_runtime_win.h"
+#include "producers/ffmpeg_process_win.h"
 #include "producers/producer.h"
 
 namespace vextra {
@@ -29,10 +29,20 @@ void runSupervisor(const SupervisorThreadSetup& setup, HWND window) {
     const auto log = [&](EventCode code, std::int32_t value) { setup.log->write(code, value); };
     BridgeWriter bridge;
     DemandChannel demand;
-    const auto explainFailure = [&](std::wstring_view reason) { replaceFailureReason(shared, reason); };
-    Producer producer(setup.installRoot, {showStatus, log, explainFailure}, shared.effectiveBackend, [&] {
-        return GstRuntime::instance({setup.installRoot, setup.dataFolder}).api();
-    });
+    const ProducerReports reports{
+        .showStatus = showStatus,
+        .log = log,
+        .explainFailure = [&](std::wstring_view reason) { replaceFailureReason(shared, reason); },
+    };
+    FfmpegProcess ffmpeg(setup.installRoot, reports);
+    Producer producer(
+        {
+            .startFfmpeg = [&](const FfmpegInput& input) { return ffmpeg.start(input); },
+            .readFfmpeg = [&](std::byte* buffer, std::uint32_t bytes) { return ffmpeg.read(buffer, bytes); },
+            .stopFfmpeg = [&] { ffmpeg.stop(); },
+            .findGstreamer = [&] { return GstRuntime::instance(setup.gstreamerPlaces).api(); },
+        },
+        reports, shared.effectiveBackend);
 
     SupervisorDoors doors{
         .now = [] { return Tick{GetTickCount64()}; },

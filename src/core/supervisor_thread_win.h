@@ -7,6 +7,7 @@
 #include "base/unique_win.h"
 #include "core/shared_status.h"
 #include "diag/event_log.h"
+#include "producers/gst_runtime_win.h"
 
 namespace vextra {
 
@@ -24,7 +25,7 @@ struct SupervisorThreadSetup {
     HANDLE stopSignal = nullptr;  // auto-reset
     std::wstring installRoot;
     std::wstring evidenceFolder;  // empty: off
-    std::wstring dataFolder;
+    GstRuntimePlaces gstreamerPlaces;
 };
 
 // There is at most one at a time. Main thread only.

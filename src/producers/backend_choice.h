@@ -17,9 +17,14 @@ enum class BackendPlan {
     kRefuseNoGstreamer,    // chosen by the user, but there is no runtime
 };
 
-// The synthetic test picture is FFmpeg's own, so it always runs there.
+// Whether a runtime has to be looked for. The synthetic test picture is FFmpeg's own, so it always runs
+// there.
+constexpr bool wantsGstreamer(bool syntheticTest, DecoderBackend decoder) {
+    return !syntheticTest && decoder != DecoderBackend::kFfmpeg;
+}
+
 constexpr BackendPlan planBackend(bool syntheticTest, DecoderBackend decoder, bool gstreamerLoaded) {
-    if (syntheticTest || decoder == DecoderBackend::kFfmpeg)
+    if (!wantsGstreamer(syntheticTest, decoder))
         return BackendPlan::kFfmpeg;
     if (decoder == DecoderBackend::kGstreamer)
         return gstreamerLoaded ? BackendPlan::kGstreamerOnly : BackendPlan::kRefuseNoGstreamer;

@@ -3,22 +3,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <string>
 
 #include "base/unique_win.h"
-#include "diag/event_codes.h"
 #include "producers/ffmpeg_command.h"
+#include "producers/producer.h"
 
 namespace vextra {
-
-// Where producers report: one status line for the user, events for the log, and why GStreamer failed, which
-// stands beside the status line and never holds an address.
-struct ProducerReports {
-    std::function<void(std::wstring_view text)> showStatus;
-    std::function<void(EventCode code, std::int32_t value)> log;
-    std::function<void(std::wstring_view reason)> explainFailure;
-};
 
 // One child at a time, in a job that ends it when the broker ends, however the broker ends. Used by one
 // thread only (the Supervisor's), which for the moment of a start also sets the process's error mode.

@@ -150,8 +150,15 @@ protected:
     EventLog log_{shared_.frameCounter};
     const UniqueHandle wakeEvent_{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
     const UniqueHandle stopSignal_{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
-    SupervisorThread supervisor_{{&shared_, &log_, wakeEvent_.get(), stopSignal_.get(),
-                                  machine_.installRoot(), L"", machine_.dataFolder()}};
+    SupervisorThread supervisor_{{
+        .shared = &shared_,
+        .log = &log_,
+        .wakeEvent = wakeEvent_.get(),
+        .stopSignal = stopSignal_.get(),
+        .installRoot = machine_.installRoot(),
+        .evidenceFolder = L"",
+        .gstreamerPlaces = {.installRoot = machine_.installRoot(), .dataFolder = machine_.dataFolder()},
+    }};
 };
 
 TEST_F(FailureReason, OfGstreamerStandsBesideTheStatusTextUntilAFrameIsLive) {
