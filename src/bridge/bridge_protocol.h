@@ -28,7 +28,7 @@ struct BridgeUpdate {
 // last writer died between its two increments. One writer at a time; readers never block it.
 void publishUpdate(BridgeFile& file, const BridgeUpdate& update, const BridgeWriterIdentity& writer);
 
-// The number of slots held by somebody who still beats: id non-zero and the same when read again, heartbeat
+// The number of slots whose holder still beats: id non-zero and the same when read again, heartbeat
 // non-zero, not after `now`, and at most kLeaseFreshMs old.
 std::int32_t countFreshLeases(const DemandFile& file, Tick now);
 
@@ -50,8 +50,8 @@ void storeShared(T& word, T value) {
 
 // Copies pixels while the other side may be copying too. What comes out torn is thrown away by the sequence
 // word, but to the language, and to ThreadSanitizer, two plain copies at once are a race. Word by word they
-// would be none, and take 2.3 times as long (250 instead of 110 us a frame, under Wine); so that is for the
-// sanitizer's build alone. Whole 8-byte words, aligned.
+// would be none, and take more than twice as long; so that is for the sanitizer's build alone. Whole 8-byte
+// words, aligned.
 inline void copyShared(std::byte* to, const std::byte* from, std::size_t bytes) {
 #ifdef __SANITIZE_THREAD__
     auto* const target = reinterpret_cast<std::uint64_t*>(to);

@@ -12,20 +12,14 @@ SharedFile SharedFile::open(const std::wstring& path, std::uint32_t sizeBytes, F
     if (path.empty() || !parentChainIsPlain(path))
         return {};
 
-    SharedFile opened;
-    opened.file_.reset(CreateFileW(path.c_str(), GENERIC_READ | (writable ? GENERIC_WRITE : 0u),
-                                   FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                                   FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-    if (!opened.file_)
-        return {};
-    BY_HANDLE_FILE_INFORMATION information{};
-    if (!GetFileInformationByHandle(opened.file_.get(), &information) ||
-        !isPlainFile(information.dwFileAttributes))
-        return {};
-    LARGE_INTEGER size{};
-    if (!GetFileSizeEx(opened.file_.get(), &size) || size.QuadPart != sizeBytes)
+    PlainFile file = openPlainFile(path, GENERIC_READ | (writable ? GENERIC_WRITE : 0u),
+                                   FILE_SHARE_READ | FILE_SHARE_WRITE);
+    if (!file || file.sizeBytes != sizeBytes)
         return {};
 
+    SharedFile opened;
+    opened.file_ = std::move(file.file);
+    opened.access_ = access;
     opened.mapping_.reset(CreateFileMappingW(
         opened.file_.get(), nullptr, writable ? PAGE_READWRITE : PAGE_READONLY, 0, sizeBytes, nullptr));
     if (!opened.mapping_)
@@ -42,6 +36,7 @@ SharedFile& SharedFile::operator=(SharedFile&& other) noexcept {
     view_ = std::move(other.view_);
     mapping_ = std::move(other.mapping_);
     file_ = std::move(other.file_);
+    access_ = other.access_;
     return *this;
 }
 
@@ -49,7 +44,6 @@ SharedFile& SharedFile::operator=(SharedFile&& other) noexcept {
 
 bool BridgeWriter::open(FileAccess access) {
     close();
-    access_ = access;
     identity_.processId = GetCurrentProcessId();
     identity_.sessionId = sessionOfProcess(identity_.processId).value_or(0);
     const std::wstring path = resolveBridgePath();
@@ -60,7 +54,7 @@ bool BridgeWriter::open(FileAccess access) {
 }
 
 void BridgeWriter::publish(const std::byte* pixels, BridgeState state, std::uint64_t frameCounter) {
-    if (!file_ || access_ != FileAccess::kReadWrite)
+    if (!file_.mayBeWritten())
         return;
     publishUpdate(*static_cast<BridgeFile*>(file_.data()), {state, GetTickCount64(), frameCounter, pixels},
                   identity_);
@@ -74,7 +68,6 @@ void BridgeWriter::close() {
 
 bool DemandChannel::open(FileAccess access) {
     close();
-    access_ = access;
     if (access == FileAccess::kReadWrite && !isMediaSourceAccount(currentUserSidString()))
         return false;
     file_ = SharedFile::open(resolveDemandPath(), kDemandFileBytes, access);
@@ -89,7 +82,7 @@ std::int32_t DemandChannel::activeLeases() {
 
 void DemandChannel::close() {
     const bool holdsSlot = heldSlot >= 0 && heldSlot < static_cast<std::int32_t>(kLeaseSlots);
-    if (access_ == FileAccess::kReadWrite && file_ && holdsSlot)
+    if (file_.mayBeWritten() && holdsSlot)
         releaseLease(view()->slots[heldSlot], heldLeaseId);
     file_ = {};
     heldSlot = -1;

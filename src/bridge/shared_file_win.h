@@ -11,7 +11,7 @@
 
 namespace vextra {
 
-enum class FileAccess { kReadOnly = 1, kReadWrite = 2 };
+enum class FileAccess { kReadOnly, kReadWrite };
 
 // A mapping of a whole file of known size. Movable; used by one thread at a time.
 class SharedFile {
@@ -27,18 +27,20 @@ public:
 
     explicit operator bool() const { return static_cast<bool>(view_); }
     void* data() const { return view_.get(); }
+    bool mayBeWritten() const { return view_ && access_ == FileAccess::kReadWrite; }
 
 private:
     // What is mapped goes before what it is a view of: members end in reverse order.
     UniqueFile file_;
     UniqueHandle mapping_;
     UniqueView view_;
+    FileAccess access_ = FileAccess::kReadOnly;  // of the view
 };
 
 // --- latest.frame ---
 
 // The broker's end of the bridge: one frame slot in a mapped file, overwritten in place. Used by one thread
-// only (the Supervisor's).
+// only.
 class BridgeWriter {
 public:
     // Closes what is open, then finds, vets and maps latest.frame. For writing, the account must be the
@@ -48,12 +50,11 @@ public:
     // One update; null pixels refresh the header alone. Does nothing while closed or opened read-only.
     void publish(const std::byte* pixels, BridgeState state, std::uint64_t frameCounter);
 
-    // Never writes: whoever closes publishes Stopped first.
+    // Never writes: the caller must publish Stopped first.
     void close();
 
 private:
     SharedFile file_;
-    FileAccess access_ = FileAccess::kReadOnly;
     BridgeWriterIdentity identity_;
 };
 
@@ -78,7 +79,8 @@ public:
 
     void close();
 
-    // The lease that this instance holds as a writer; the broker never sets it. See releaseLease.
+    // The lease that this instance gives back when it closes. A writer that took a slot says so here; a
+    // reader leaves them alone. See releaseLease.
     std::uint64_t heldLeaseId = 0;
     std::int32_t heldSlot = -1;
 
@@ -86,7 +88,6 @@ private:
     DemandFile* view() const { return static_cast<DemandFile*>(file_.data()); }
 
     SharedFile file_;
-    FileAccess access_ = FileAccess::kReadOnly;
 };
 
 // A count taken by a short-lived channel of its own, for callers outside the Supervisor's loop.
