@@ -33,7 +33,7 @@ struct GstInput {
     std::uint32_t latencyMs = 0;  // used by RTSP only
 };
 
-// Empty when such a start may be tried, otherwise the reason for the user.
+// Empty when such a start may be tried, otherwise why not, in the user's words.
 std::wstring_view gstStartRefusal(const GstInput& input, bool runtimeAvailable);
 
 std::wstring_view gstAvailabilityText(bool runtimeAvailable);
