@@ -191,7 +191,7 @@ ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders
         log.write(EventCode::kAppExitClean);
     log.close();
     if (!supervisorEnded || !workerEnded) {
-        // Something hangs in the network or in somebody else's library, and must not keep the broker. The
+        // Something hangs in the network or in a foreign library, and must not keep the broker. The
         // bridge and the decoder's job are the Supervisor's own, closed by it or else by the system with the
         // process.
         stopSignal.reset();
@@ -228,8 +228,7 @@ ExitCode run(HINSTANCE instance) {
         return ExitCode::kSuccess;
     }
     if (options.mode != RunMode::kNormal) {
-        const std::atomic<std::uint64_t> noFrames{0};
-        EventLog log(noFrames);
+        EventLog log;
         return runMaintenance(options, folders.data, log);
     }
 

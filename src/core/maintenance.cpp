@@ -9,28 +9,28 @@ constexpr bool succeeded(std::int32_t result) {
     return result >= 0;
 }
 
-std::int32_t resetCamera(const CameraDoors& doors) {
+bool resetCamera(const CameraDoors& doors) {
     std::int32_t result = doors.remove();
     if (succeeded(result))
         result = doors.start();
     doors.log(EventCode::kCameraReset, result);
-    return result;
+    return succeeded(result);
 }
 
-// Whoever registers the camera is told its link as well: success without the file would be half of it.
-std::int32_t registerCamera(const CameraDoors& doors) {
+// The command promises the camera and its link: without the link's file it has failed.
+bool registerCamera(const CameraDoors& doors) {
     const std::int32_t result = doors.start();
     doors.log(EventCode::kCameraRegistered, result);
-    return succeeded(result) ? doors.recordLink() : result;
+    return succeeded(result) && doors.recordLink();
 }
 
-std::int32_t removeCamera(const CameraDoors& doors) {
+bool removeCamera(const CameraDoors& doors) {
     const std::int32_t result = doors.remove();
     doors.log(EventCode::kCameraRemoved, result);
-    return result;
+    return succeeded(result);
 }
 
-std::int32_t operateCreated(RunMode mode, const CameraDoors& doors) {
+bool operateCreated(RunMode mode, const CameraDoors& doors) {
     switch (mode) {
         case RunMode::kReset: return resetCamera(doors);
         case RunMode::kRegisterCamera: return registerCamera(doors);
@@ -45,18 +45,19 @@ bool mayMaintain(const MaintenanceCaller& caller) {
            caller.userSid == caller.ownerSid;
 }
 
-std::int32_t operateCamera(RunMode mode, const CameraDoors& doors) {
+bool operateCamera(RunMode mode, const CameraDoors& doors) {
     const std::int32_t started = doors.startMediaFoundation();
-    std::int32_t result = succeeded(started) ? doors.create() : started;
+    const std::int32_t created = succeeded(started) ? doors.create() : started;
     // Also for a failed start-up: whatever kept the camera from being made, its code is in the log.
-    doors.log(EventCode::kCameraCreated, result);
-    if (succeeded(result)) {
-        result = operateCreated(mode, doors);
+    doors.log(EventCode::kCameraCreated, created);
+    bool done = false;
+    if (succeeded(created)) {
+        done = operateCreated(mode, doors);
         doors.discard();
     }
     if (succeeded(started))
         doors.stopMediaFoundation();
-    return result;
+    return done;
 }
 
 }  // namespace vextra

@@ -79,6 +79,11 @@ TEST(EventCodes, AreWrittenInUpperCaseLettersDigitsAndUnderscores) {
     }
 }
 
+TEST(EventCodes, FitIntoALine) {
+    for (const EventCode code : allCodes())
+        EXPECT_LE(eventText(code).size(), kLongestEventText) << eventText(code);
+}
+
 TEST(EventCodes, AreDistinct) {
     std::set<std::string_view> texts;
     for (const EventCode code : allCodes())
