@@ -233,7 +233,7 @@ TEST_F(Window, SaysThatASourceIsMissing) {
 TEST_F(Window, SaysThatTheBridgeIsMissing) {
     ASSERT_TRUE(DeleteFileW(machine_.bridgePath().c_str()));
     start();
-    LeaseHolder lease(machine_.demandPath());
+    DemandSide lease(machine_.demandPath());
     lease.takeLease();
     EXPECT_TRUE(window.waitForStatus(
         L"Componente/bridge não instalado ou ACL inválida. Execute o Setup.exe offline."));
