@@ -23,8 +23,8 @@ NextPass Supervisor::runPass() {
     const std::int32_t leases = doors_.countLeases();
     shared_.leaseCount = leases;
 
-    // A signal that arrives while leases are held or unknown is taken all the same, and lost: whoever asks
-    // the broker to stop has to ask again once the meeting is over.
+    // A signal that arrives while leases are held or unknown is taken all the same, and lost:
+    // --shutdown-broker has to be run again once the meeting is over.
     if (doors_.takeStopSignal() && leases == 0)
         doors_.askWindowToQuit();
 
@@ -58,7 +58,7 @@ NextPass Supervisor::runPass() {
         return NextPass::kAtOnce;
 
     // By the state of the session and not by its messages alone: a Suspend may have come while nothing was
-    // active, or have been replaced in the mailbox, and an episode may begin behind the lock.
+    // active, or have been replaced in the mailbox, and an episode may begin while the screen is locked.
     if (shared_.sessionAway != 0 && !memory_.suspended)
         suspend();
 

@@ -96,7 +96,7 @@ bool SupervisorThread::start(HWND window) {
     if (!waitForEnd(0))
         return false;
     window_ = window;
-    // Not std::thread, for whose end nobody can wait with a limit.
+    // Not std::thread, whose end cannot be waited for with a limit.
     thread_.reset(reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &run, this, 0, nullptr)));
     return static_cast<bool>(thread_);
 }

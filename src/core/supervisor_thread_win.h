@@ -40,8 +40,8 @@ public:
     // already, or when the system has no thread to give.
     bool start(HWND window);
 
-    // Whether none runs any more, for which this waits so long; 0 only looks. A thread that hangs in somebody
-    // else's library does not end: its process has to, for what is shared with it must not go before it.
+    // Whether none runs any more, for which this waits so long; 0 only looks. A thread that hangs in a
+    // foreign library does not end: its process has to, for what is shared with it must not go before it.
     bool waitForEnd(std::uint32_t limitMs);
 
 private:
