@@ -1,6 +1,6 @@
-// Goes through everything that can happen to the Supervisor, not just through what somebody thought of: from
-// each moment every move of the outside world, then one pass, up to a depth; moments that do not differ in
-// anything that matters are looked at once. After each pass the promises of the broker are checked.
+// Goes through everything that can happen to the Supervisor, not just through what its authors thought of:
+// from each moment every move of the outside world, then one pass, up to a depth; moments that do not differ
+// in anything that matters are looked at once. After each pass the promises of the broker are checked.
 #pragma once
 
 #include <array>

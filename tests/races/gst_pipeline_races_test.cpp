@@ -77,7 +77,7 @@ TEST(GstPipelineRaces, TheSourceIsConfiguredOnAThreadOfThePipelineWhileFramesAre
     GstPipeline pipeline;
     std::vector<std::byte> frame(kFrameBytes);
     std::atomic<bool> done{false};
-    // Somebody who asks meanwhile.
+    // Another thread, which asks meanwhile.
     std::jthread asker([&] {
         while (!done) {
             EXPECT_FALSE(pipeline.gstreamerFailed());

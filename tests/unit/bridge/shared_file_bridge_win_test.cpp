@@ -9,7 +9,7 @@
 namespace vextra {
 namespace {
 
-// Somebody else's machine as far as the account goes.
+// A machine that belongs to another account.
 constexpr wchar_t kOtherUser[] = L"S-1-5-21-1-2-3-1001";
 
 class BridgeOnDisk : public testing::Test {

@@ -90,8 +90,8 @@ TEST(EventCodes, AreDistinct) {
         EXPECT_TRUE(texts.insert(eventText(code)).second) << eventText(code);
 }
 
-// What support and outside tools look for. A new code adds a line here, a changed one breaks somebody's
-// search.
+// What support and outside tools look for. A new code adds a line here, a changed one breaks their
+// searches.
 TEST(EventCodes, AreThePublishedVocabulary) {
     const std::set<std::string_view> published{"APP_START_LIMITED_0.2.0-beta.5",
                                                "APP_EXIT_CLEAN",
