@@ -1,7 +1,6 @@
 #include "core/shared_status.h"
 
 #include "bridge/bridge_layout.h"
-#include "producers/backend_choice.h"
 
 namespace vextra {
 namespace {

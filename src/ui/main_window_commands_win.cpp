@@ -3,7 +3,7 @@
 #include <string>
 #include <utility>
 
-#include "bridge/demand_channel.h"
+#include "bridge/shared_file_win.h"
 #include "config/settings_store.h"
 #include "core/supervisor_thread_win.h"
 #include "diag/diagnostic_report.h"
@@ -63,8 +63,7 @@ void MainWindow::send(SupervisorCommand command) {
 }
 
 std::wstring_view MainWindow::currentStatusLabel() const {
-    return statusLabel({static_cast<BrokerStatus>(shared_.status.load()), shared_.leaseCount,
-                        shared_.lastFrameTick, GetTickCount64()});
+    return statusLabel({shared_.status, shared_.leaseCount, shared_.lastFrameTick, GetTickCount64()});
 }
 
 // --- The camera ---
@@ -224,7 +223,7 @@ std::wstring MainWindow::report() const {
     DiagnosticFigures figures;
     figures.sourceLabel = protectedSourceLabel(sourceInEffect());
     figures.statusLabel = currentStatusLabel();
-    figures.backendLabel = reportBackendLabel(shared_.effectiveBackend);
+    figures.backendLabel = reportBackendLabel(static_cast<std::uint32_t>(shared_.effectiveBackend.load()));
     figures.leaseCount = shared_.leaseCount;
     figures.previewRuns = shared_.previewRuns(now);
     figures.observedFps = rate_.perSecond();

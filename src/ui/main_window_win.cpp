@@ -341,8 +341,8 @@ void MainWindow::startSupervisorAgain() {
     if (!startsAgain_ || !supervisor_.waitForEnd(0))
         return;
     // Left by a second question, and nobody's now.
-    auto quit = static_cast<std::uint32_t>(SupervisorCommand::kQuit);
-    shared_.mailbox.compare_exchange_strong(quit, static_cast<std::uint32_t>(SupervisorCommand::kNone));
+    auto quit = SupervisorCommand::kQuit;
+    shared_.mailbox.compare_exchange_strong(quit, SupervisorCommand::kNone);
     shared_.paused = *pausedBeforeEnd_;
     if (!supervisor_.start(window_))
         return;
@@ -406,14 +406,14 @@ WindowState MainWindow::windowState(SIZE clientPixels) const {
     state.clientHeight = designFromPixels(clientPixels.cy, dpi_);
     state.panel = panel_;
     state.now = GetTickCount64();
-    state.status = static_cast<BrokerStatus>(shared_.status.load());
+    state.status = shared_.status;
     state.leaseCount = shared_.leaseCount;
     state.active = shared_.active;
     state.paused = shared_.paused;
     state.lastFrameTick = shared_.lastFrameTick;
     state.frameCounter = shared_.frameCounter;
     state.reconnects = shared_.reconnects;
-    state.effectiveBackend = shared_.effectiveBackend;
+    state.effectiveBackend = static_cast<std::uint32_t>(shared_.effectiveBackend.load());
     state.observedFps = rate_.perSecond();
     state.configuredSource = sourceInEffect();
     state.selectedSource = settingsPanel_.selectedSource();

@@ -6,7 +6,7 @@
 
 #include "base/text.h"
 #include "bridge/bridge_location.h"
-#include "bridge/demand_channel.h"
+#include "bridge/shared_file_win.h"
 #include "broker_test_win.h"
 #include "stub_camera/stub_camera_install_win.h"
 #include "ui/controls.h"

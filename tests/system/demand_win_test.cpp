@@ -21,17 +21,12 @@ namespace fs = std::filesystem;
 class Demand : public DemandTest {};
 using ReleaseDemand = Demand;
 
-// Each byte of a stub's frame is its number in its run: a frame that mixes two is torn.
-bool isWhole(const std::vector<std::byte>& pixels) {
-    return std::all_of(pixels.begin(), pixels.end(), [&](std::byte byte) { return byte == pixels.front(); });
-}
-
 TEST_F(Demand, ALeaseMakesWholeFramesLive) {
     goLive();
     for (int i = 0; i < 50; ++i) {
         const Viewer::Picture picture = viewer().read();
         ASSERT_EQ(picture.header.state, static_cast<std::uint32_t>(BridgeState::kLive));
-        ASSERT_TRUE(isWhole(picture.pixels));
+        ASSERT_TRUE(picture.isWhole());
         Sleep(10);
     }
 }

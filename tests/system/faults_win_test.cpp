@@ -32,10 +32,6 @@ protected:
 };
 using ReleaseFaults = Faults;
 
-bool isWhole(const std::vector<std::byte>& pixels) {
-    return std::all_of(pixels.begin(), pixels.end(), [&](std::byte byte) { return byte == pixels.front(); });
-}
-
 // --- The decoder ---
 
 TEST_F(Faults, ADecoderKilledInMidFrameIsReplaced) {
@@ -48,8 +44,7 @@ TEST_F(Faults, ADecoderKilledInMidFrameIsReplaced) {
     ASSERT_TRUE(TerminateProcess(child.get(), 1));
     ASSERT_TRUE(viewer().waitForState(BridgeState::kUnavailable, 2000));
     ASSERT_TRUE(viewer().waitForState(BridgeState::kLive, 4000));
-    EXPECT_TRUE(isWhole(viewer().read().pixels))
-        << "half a frame of the dead decoder got into the next one's";
+    EXPECT_TRUE(viewer().read().isWhole()) << "half a frame of the dead decoder got into the next one's";
     EXPECT_EQ(broker().countEvents("PRODUCER_RECONNECT_FALLBACK"), 1u);
 }
 
@@ -86,7 +81,7 @@ TEST_F(Faults, ADecoderFasterThanItShouldBeTearsNothing) {
     decoder().behave("frames=endless");
     goLive();
     for (int i = 0; i < 50; ++i)
-        ASSERT_TRUE(isWhole(viewer().read().pixels));
+        ASSERT_TRUE(viewer().read().isWhole());
     EXPECT_EQ(broker().countEvents("PRODUCER_RECONNECT_FALLBACK"), 0u);
 }
 
@@ -120,7 +115,7 @@ TEST_P(DamagedBridge, IsReportedOverAndOverUntilItIsRepaired) {
     decoder().behave("frames=endless\nframesPerSecond=16");
     broker().start(L"--test-pattern --background");
     GetParam().doIt(machine_);
-    LeaseHolder demand(machine_.demandPath());
+    DemandSide demand(machine_.demandPath());
     demand.takeLease();
     ASSERT_TRUE(waitUntil([&] { return broker().countEvents("BRIDGE_OPEN_FAILED") > 20; }, 5000));
     EXPECT_EQ(broker().countEvents("DEMAND_BEGIN_DEVICE_UNCHANGED"), 0u);
@@ -244,7 +239,7 @@ TEST_F(Faults, ABrokerKilledInsideAnUpdateIsRepairedByTheNext) {
     ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
     const Viewer::Picture picture = viewer().read();  // which no odd word would let through
     EXPECT_EQ(picture.header.state, static_cast<std::uint32_t>(BridgeState::kLive));
-    EXPECT_TRUE(isWhole(picture.pixels));
+    EXPECT_TRUE(picture.isWhole());
 }
 
 // --- Neighbours ---

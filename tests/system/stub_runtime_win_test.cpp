@@ -153,8 +153,15 @@ protected:
     EventLog log_{shared_.frameCounter};
     const UniqueHandle wakeEvent_{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
     const UniqueHandle stopSignal_{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
-    SupervisorThread supervisor_{{&shared_, &log_, wakeEvent_.get(), stopSignal_.get(),
-                                  machine_.installRoot(), L"", machine_.dataFolder()}};
+    SupervisorThread supervisor_{{
+        .shared = &shared_,
+        .log = &log_,
+        .wakeEvent = wakeEvent_.get(),
+        .stopSignal = stopSignal_.get(),
+        .installRoot = machine_.installRoot(),
+        .evidenceFolder = L"",
+        .gstreamerPlaces = {.installRoot = machine_.installRoot(), .dataFolder = machine_.dataFolder()},
+    }};
 };
 
 TEST_F(ReleaseTimedFailureReason, OfGstreamerStandsBesideTheStatusTextUntilAFrameIsLive) {
@@ -167,7 +174,7 @@ TEST_F(ReleaseTimedFailureReason, OfGstreamerStandsBesideTheStatusTextUntilAFram
         5000));
     sourceFails = false;
     EXPECT_TRUE(reasonBecomes(L""));
-    EXPECT_EQ(shared_.status, static_cast<std::uint32_t>(BrokerStatus::kLive));
+    EXPECT_EQ(shared_.status, BrokerStatus::kLive);
 }
 
 }  // namespace

@@ -81,14 +81,19 @@ TEST(EventCodes, AreWrittenInUpperCaseLettersDigitsAndUnderscores) {
     }
 }
 
+TEST(EventCodes, FitIntoALine) {
+    for (const EventCode code : allCodes())
+        EXPECT_LE(eventText(code).size(), kLongestEventText) << eventText(code);
+}
+
 TEST(EventCodes, AreDistinct) {
     std::set<std::string_view> texts;
     for (const EventCode code : allCodes())
         EXPECT_TRUE(texts.insert(eventText(code)).second) << eventText(code);
 }
 
-// What support and outside tools look for. A new code adds a line here, a changed one breaks somebody's
-// search.
+// What support and outside tools look for. A new code adds a line here, a changed one breaks their
+// searches.
 TEST(EventCodes, AreThePublishedVocabulary) {
     const std::set<std::string_view> published{"APP_START_LIMITED_" VEXTRA_VERSION,
                                                "APP_EXIT_CLEAN",

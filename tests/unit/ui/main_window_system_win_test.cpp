@@ -232,7 +232,7 @@ TEST_F(SessionWideMainWindowAndSystem, RenewsTheTipByItself) {
     const std::wstring first = shell.calls().back().record.szTip;
     shared.active = true;
     shared.leaseCount = 1;
-    shared.status = static_cast<std::uint32_t>(BrokerStatus::kPaused);
+    shared.status = BrokerStatus::kPaused;
     ASSERT_TRUE(handleMessagesUntil([&] { return shell.count(NIM_MODIFY) == 1; }, 3000));
     EXPECT_STREQ(shell.calls().back().record.szTip,
                  L"Vextra MF beta • Dispositivo persistente • Pausada • fallback local");

@@ -64,7 +64,7 @@ protected:
     }
     void goLive() {
         shared.active = true;
-        shared.status = static_cast<std::uint32_t>(BrokerStatus::kLive);
+        shared.status = BrokerStatus::kLive;
         shared.lastFrameTick = testNow;
     }
     std::wstring description(ControlId id) const {
@@ -102,7 +102,7 @@ TEST_F(SessionWideMainWindow, TellsStateSourceAndBackendOnTheCamerasTab) {
               L"Automático • aguardando aplicativo. Perfil interno Vextra • protegido. Prévia do produtor • "
               L"backend: Nenhum");
     goLive();
-    shared.effectiveBackend = 1;
+    shared.effectiveBackend = EffectiveBackend::kFfmpeg;
     tick();
     EXPECT_EQ(description(kIdTabCamera),
               L"Ao vivo • imagem recente. Perfil interno Vextra • protegido. Prévia do produtor • backend: "

@@ -4,7 +4,7 @@
 #include <iterator>
 #include <string>
 
-#include "bridge/demand_channel.h"
+#include "bridge/shared_file_win.h"
 #include "broker_fixture_win.h"
 #include "import_swap_win.h"
 

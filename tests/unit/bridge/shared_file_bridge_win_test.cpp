@@ -3,13 +3,13 @@
 #include <cstring>
 #include <vector>
 
-#include "bridge/bridge_writer.h"
+#include "bridge/shared_file_win.h"
 #include "broker_fixture_win.h"
 
 namespace vextra {
 namespace {
 
-// Somebody else's machine as far as the account goes.
+// A machine that belongs to another account.
 constexpr wchar_t kOtherUser[] = L"S-1-5-21-1-2-3-1001";
 
 class BridgeOnDisk : public testing::Test {

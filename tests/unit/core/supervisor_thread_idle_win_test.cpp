@@ -4,7 +4,7 @@
 #include <functional>
 #include <new>
 
-#include "bridge/demand_channel.h"
+#include "bridge/shared_file_win.h"
 #include "broker_fixture_win.h"
 #include "core/supervisor.h"
 #include "heap_watch.h"
