@@ -5,7 +5,7 @@
 namespace vextra {
 
 StatusView statusNow(const SharedStatus& shared, Tick now) {
-    return {.status = static_cast<BrokerStatus>(shared.status.load()),
+    return {.status = shared.status,
             .leaseCount = shared.leaseCount,
             .lastFrameTick = shared.lastFrameTick,
             .now = now};

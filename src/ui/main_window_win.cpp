@@ -9,6 +9,7 @@
 #include "base/text.h"
 #include "core/instance_win.h"
 #include "core/window_messages_win.h"
+#include "update/update_doors_win.h"
 
 namespace vextra {
 namespace {
@@ -180,7 +181,7 @@ bool MainWindow::onCreate() {
     takeScreen(screenOfWindow(static_cast<int>(GetDpiForWindow(window_))));
     spoken_.begin(panel_, defaultManifestUrl_);
     noteSession(SessionNews::kNone);
-    update_.emplace(channel_, updateDoors());
+    update_.emplace(channel_, systemUpdateDoors(window_, channel_), updateDoors());
     settingsPanel_.fillLists();
     settingsPanel_.fill(formFromSettings(settingsInEffect()));
     refreshButtons(GetTickCount64());
@@ -336,8 +337,8 @@ void MainWindow::startSupervisorAgain() {
     if (!startsAgain_ || !supervisor_.waitForEnd(0))
         return;
     // Left by a second question, and nobody's now.
-    auto quit = static_cast<std::uint32_t>(SupervisorCommand::kQuit);
-    shared_.mailbox.compare_exchange_strong(quit, static_cast<std::uint32_t>(SupervisorCommand::kNone));
+    auto quit = SupervisorCommand::kQuit;
+    shared_.mailbox.compare_exchange_strong(quit, SupervisorCommand::kNone);
     shared_.paused = *pausedBeforeEnd_;
     if (!supervisor_.start(window_))
         return;
@@ -404,7 +405,7 @@ WindowState MainWindow::windowState(SIZE clientPixels) const {
     state.paused = shared_.paused;
     state.frameCounter = shared_.frameCounter;
     state.reconnects = shared_.reconnects;
-    state.effectiveBackend = static_cast<EffectiveBackend>(shared_.effectiveBackend.load());
+    state.effectiveBackend = shared_.effectiveBackend;
     state.observedFps = rate_.perSecond();
     state.configuredSource = sourceInEffect();
     state.selectedSource = settingsPanel_.selectedSource();

@@ -53,12 +53,12 @@ TEST(SharedSettings, AreReplacedAsAWhole) {
 
 TEST(SharedStatus, StartsIdleWithNothingToReport) {
     const SharedStatus shared;
-    EXPECT_EQ(shared.mailbox, 0u);
+    EXPECT_EQ(shared.mailbox, SupervisorCommand::kNone);
     EXPECT_EQ(shared.leaseCount, 0);
-    EXPECT_EQ(shared.status, static_cast<std::uint32_t>(BrokerStatus::kIdle));
+    EXPECT_EQ(shared.status, BrokerStatus::kIdle);
     EXPECT_EQ(shared.lastFrameTick, 0u);
     EXPECT_EQ(shared.frameCounter, 0u);
-    EXPECT_EQ(shared.effectiveBackend, 0u);
+    EXPECT_EQ(shared.effectiveBackend, EffectiveBackend::kNone);
     EXPECT_FALSE(shared.active);
     EXPECT_FALSE(shared.paused);
     EXPECT_FALSE(shared.testPattern);

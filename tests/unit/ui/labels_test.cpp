@@ -63,7 +63,7 @@ TEST(StatusLabel, IsOfWhatIsSharedNow) {
     SharedStatus shared;
     shared.leaseCount = -1;
     EXPECT_EQ(labelOf(statusNow(shared, 0)), L"Indisponível • broker sem canal de demanda");
-    shared.status = static_cast<std::uint32_t>(BrokerStatus::kLive);
+    shared.status = BrokerStatus::kLive;
     shared.lastFrameTick = 10'000;
     EXPECT_EQ(labelOf(statusNow(shared, 12'000)), kRecent);
     EXPECT_EQ(labelOf(statusNow(shared, 12'001)), kOutdated);

@@ -15,8 +15,7 @@
 #include "base/system_win.h"
 #include "base/unique_win.h"
 #include "bridge/bridge_location.h"
-#include "bridge/bridge_writer.h"
-#include "bridge/demand_channel.h"
+#include "bridge/shared_file_win.h"
 
 namespace vextra {
 namespace {

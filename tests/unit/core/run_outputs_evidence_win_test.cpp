@@ -1,4 +1,4 @@
-#include "core/evidence_win.h"
+#include "core/run_outputs.h"
 
 #include <gtest/gtest.h>
 

@@ -3,13 +3,13 @@
 #include <cstring>
 #include <vector>
 
-#include "bridge/bridge_writer.h"
+#include "bridge/shared_file_win.h"
 #include "broker_fixture_win.h"
 
 namespace vextra {
 namespace {
 
-// Somebody else's machine as far as the account goes.
+// A machine that belongs to another account.
 constexpr wchar_t kOtherUser[] = L"S-1-5-21-1-2-3-1001";
 
 class BridgeOnDisk : public testing::Test {
@@ -19,6 +19,7 @@ protected:
     ProvisionedMachine machine;
     BridgeWriter writer;
 };
+using ElevatedBridgeOnDisk = BridgeOnDisk;
 
 TEST_F(BridgeOnDisk, OpensForReadingAndForWriting) {
     VEXTRA_SKIP_IF_ELEVATED();
@@ -73,7 +74,7 @@ TEST_F(BridgeOnDisk, OfAnotherUserMayBeReadButNotWritten) {
     EXPECT_FALSE(writer.open(FileAccess::kReadWrite));
 }
 
-TEST_F(BridgeOnDisk, MayBeReadButNotWrittenElevated) {
+TEST_F(ElevatedBridgeOnDisk, MayBeReadButNotWrittenElevated) {
     if (!isElevatedOrUnknown())
         GTEST_SKIP() << "runs unelevated: start the tests elevated for this one";
     EXPECT_TRUE(writer.open(FileAccess::kReadOnly));

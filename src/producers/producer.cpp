@@ -1,28 +1,20 @@
+#include "producers/producer.h"
+
 #include <utility>
 
 #include "bridge/bridge_layout.h"
 #include "config/source_url.h"
-#include "producers/producer.h"
 
 namespace vextra {
-namespace {
 
-constexpr bool kAssumeGstreamer = true;
-
-}  // namespace
-
-Producer::Producer(std::wstring installRoot, ProducerReports reports,
-                   std::atomic<std::uint32_t>& effectiveBackend, GstreamerDoor gstreamer)
-    : reports_(reports),
-      effectiveBackend_(effectiveBackend),
-      gstreamer_(std::move(gstreamer)),
-      ffmpeg_(std::move(installRoot), std::move(reports)) {}
+Producer::Producer(ProducerDoors doors, ProducerReports reports,
+                   std::atomic<EffectiveBackend>& effectiveBackend)
+    : doors_(std::move(doors)), reports_(std::move(reports)), effectiveBackend_(effectiveBackend) {}
 
 bool Producer::start(bool syntheticTest, std::wstring_view url, const BrokerSettings& settings) {
     stop();
-    const bool wanted =
-        planBackend(syntheticTest, settings.decoder, kAssumeGstreamer) != BackendPlan::kFfmpeg;
-    const GstApi* const gstreamer = wanted ? gstreamer_() : nullptr;
+    const bool wanted = wantsGstreamer(syntheticTest, settings.decoder);
+    const GstApi* const gstreamer = wanted ? doors_.findGstreamer() : nullptr;
     switch (planBackend(syntheticTest, settings.decoder, gstreamer != nullptr)) {
         case BackendPlan::kRefuseNoGstreamer:
             reports_.explainFailure(gstAvailabilityText(gstreamer != nullptr));
@@ -44,28 +36,27 @@ bool Producer::start(bool syntheticTest, std::wstring_view url, const BrokerSett
 
 bool Producer::startGstreamer(const GstApi* gstreamer, std::wstring_view url,
                               const BrokerSettings& settings) {
-    if (!pipeline_.startGstreamer(gstreamer, {url, settings.rtspUdp ? L"udp" : L"tcp", settings.latencyMs})) {
+    if (!pipeline_.startGstreamer(gstreamer, {url, rtspTransport(settings), settings.latencyMs})) {
         reports_.explainFailure(pipeline_.reason());
         return false;
     }
     gstreamerActive_ = true;
-    effectiveBackend_ = static_cast<std::uint32_t>(EffectiveBackend::kGstreamer);
+    effectiveBackend_ = EffectiveBackend::kGstreamer;
     reports_.log(EventCode::kGstreamerStart, 0);
     return true;
 }
 
 bool Producer::startFfmpeg(bool syntheticTest, std::wstring_view url, const BrokerSettings& settings) {
-    effectiveBackend_ = static_cast<std::uint32_t>(EffectiveBackend::kFfmpeg);
+    effectiveBackend_ = EffectiveBackend::kFfmpeg;
     // What is no text would reach the decoder as another address, or with another password.
     if (!syntheticTest && toUtf8Strict(url).empty())
         return false;
-    const RtspTransport transport = settings.rtspUdp ? RtspTransport::kUdp : RtspTransport::kTcp;
-    return ffmpeg_.start({syntheticTest, url, transport});
+    return doors_.startFfmpeg({syntheticTest, url, rtspTransport(settings)});
 }
 
 std::int32_t Producer::read(std::byte* buffer, std::uint32_t capacityBytes) {
     if (!gstreamerActive_)
-        return ffmpeg_.read(buffer, capacityBytes);
+        return doors_.readFfmpeg(buffer, capacityBytes);
     const bool fits = capacityBytes >= kFrameBytes;
     if (pipeline_.pullGstreamerFrame(fits ? buffer : nullptr))
         return fits ? std::int32_t{kFrameBytes} : -1;
@@ -78,7 +69,7 @@ std::int32_t Producer::read(std::byte* buffer, std::uint32_t capacityBytes) {
 void Producer::stop() {
     pipeline_.stop();
     gstreamerActive_ = false;
-    ffmpeg_.stop();
+    doors_.stopFfmpeg();
 }
 
 }  // namespace vextra
