@@ -10,7 +10,6 @@
 #include "ui/clipboard_win.h"
 #include "ui/main_window_win.h"
 #include "ui/tray_text.h"
-#include "update/update_doors.h"
 
 namespace vextra {
 
@@ -261,26 +260,27 @@ void MainWindow::repair() {
 
 // --- Updates ---
 
-UpdateChannelDoors MainWindow::updateDoors() {
-    UpdateChannelDoors doors = systemUpdateDoors(window_, channel_);
-    doors.settings = [this] {
-        const std::lock_guard guard(shared_.settingsLock);
-        return UpdateSettings{shared_.settings.updateDisabled, shared_.settings.updateManifestUrl};
+UpdateWindowDoors MainWindow::updateDoors() {
+    return {
+        .settings =
+            [this] {
+                const std::lock_guard guard(shared_.settingsLock);
+                return UpdateSettings{shared_.settings.updateDisabled, shared_.settings.updateManifestUrl};
+            },
+        .camera = [this] { return cameraUse(); },
+        .showStatus = [this](std::wstring_view text) { showStatus(text); },
+        .showBalloon =
+            [this](std::wstring_view title, std::wstring_view text) {
+                const TrayNotice notice{title, text};
+                tray_.refresh(currentStatusLabel(), &notice);
+            },
+        .log = [this](EventCode code, std::int32_t value) { log_.write(code, value); },
+        // On the worker's thread, when the window may be gone: then nothing waits for the message any more.
+        .postCompletion =
+            [window = window_](UpdateCompletion completion) {
+                PostMessageW(window, kMessageUpdateDone, static_cast<WPARAM>(completion), 0);
+            },
     };
-    doors.camera = [this] { return cameraUse(); };
-    // The status line shows the shared text and nothing else, so that whoever speaks next is heard.
-    doors.showStatus = [this](std::wstring_view text) { showStatus(text); };
-    doors.showNotice = doors.showStatus;
-    doors.showBalloon = [this](std::wstring_view title, std::wstring_view text) {
-        const TrayNotice notice{title, text};
-        tray_.refresh(currentStatusLabel(), &notice);
-    };
-    doors.log = [this](EventCode code, std::int32_t value) { log_.write(code, value); };
-    // On the worker's thread, when the window may be gone: then nobody waits for the message any more.
-    doors.postCompletion = [window = window_](UpdateCompletion completion) {
-        PostMessageW(window, kMessageUpdateDone, static_cast<WPARAM>(completion), 0);
-    };
-    return doors;
 }
 
 // On every tick of the timer: by the Supervisor's words, without a look into the demand file.

@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "core/instance_win.h"
 #include "core/supervisor_thread_win.h"
+#include "update/update_doors_win.h"
 
 namespace vextra {
 namespace {
@@ -185,7 +186,7 @@ bool MainWindow::onCreate() {
     takeScreen(screenOfWindow(static_cast<int>(GetDpiForWindow(window_))));
     spoken_.begin(panel_, defaultManifestUrl_);
     noteSession(SessionNews::kNone);
-    update_.emplace(channel_, updateDoors());
+    update_.emplace(channel_, systemUpdateDoors(window_, channel_), updateDoors());
     settingsPanel_.fillLists();
     settingsPanel_.fill(formFromSettings(settingsInEffect()));
     refreshButtons(GetTickCount64());

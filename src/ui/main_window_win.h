@@ -124,7 +124,7 @@ private:
     void repair();
     void quitBroker();
 
-    UpdateChannelDoors updateDoors();
+    UpdateWindowDoors updateDoors();
     void refreshUpdateButtons();
 
     std::wstring report() const;

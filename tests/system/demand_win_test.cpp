@@ -18,6 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 
 class Demand : public DemandTest {};
+using ReleaseDemand = Demand;
 
 TEST_F(Demand, ALeaseMakesWholeFramesLive) {
     goLive();
@@ -76,7 +77,7 @@ TEST_F(Demand, TheDecoderStopsAboutHalfASecondAfterTheLease) {
     EXPECT_EQ(viewer().header().sequence % 2, 0u);
 }
 
-TEST_F(Demand, AHolderThatCrashedLosesItsLeaseAfterThreeSeconds) {
+TEST_F(ReleaseDemand, AHolderThatCrashedLosesItsLeaseAfterThreeSeconds) {
     goLive();
     viewer().abandonLease();
     const Tick lastBeat = viewer().demand().slots[0].heartbeatTickMs;
@@ -156,7 +157,7 @@ TEST_F(Demand, FramesLeaveNoTraceWithoutAnEvidenceFolder) {
     EXPECT_FALSE(fs::exists(kDump));
 }
 
-TEST_F(Demand, IdleNothingIsLogged) {
+TEST_F(ReleaseDemand, IdleNothingIsLogged) {
     startWithTestPattern();
     ASSERT_TRUE(broker().waitForEvent("MF_UPDATE_CHECK_COMPLETED", 20'000));
     const std::size_t before = broker().events().size();

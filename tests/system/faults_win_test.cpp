@@ -30,6 +30,7 @@ protected:
         ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
     }
 };
+using ReleaseFaults = Faults;
 
 // --- The decoder ---
 
@@ -60,7 +61,7 @@ TEST_F(Faults, ADecoderThatFallsSilentIsShownAsFallbackAndReplaced) {
     EXPECT_TRUE(viewer().waitForState(BridgeState::kLive, 4000));
 }
 
-TEST_F(Faults, ADecoderThatNeverShowsAFrameIsReplacedAtItsDeadline) {
+TEST_F(ReleaseFaults, ADecoderThatNeverShowsAFrameIsReplacedAtItsDeadline) {
     decoder().behave("then=hang");
     const Tick began = GetTickCount64();
     startAndWatch();
@@ -258,7 +259,7 @@ int leasesShown(const BrokerWindow& window) {
     return at == std::wstring::npos ? -99 : std::stoi(view.substr(at + kKey.size()));
 }
 
-TEST_F(Faults, SlotsHammeredByAnotherProcessNeverCountMoreThanSixteen) {
+TEST_F(ReleaseFaults, SlotsHammeredByAnotherProcessNeverCountMoreThanSixteen) {
     decoder().behave("frames=endless\nframesPerSecond=16");
     std::jthread hammer([slots = wholeFile(viewer().demand())](const std::stop_token& stop) {
         std::mt19937_64 random(1);

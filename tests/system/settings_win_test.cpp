@@ -497,8 +497,9 @@ protected:
     // What lies beside the current record.
     bool newIsLeft() const { return fileExists(fresh); }
 };
+using ReleaseCrashingSave = CrashingSave;
 
-TEST_F(CrashingSave, OverARecordLeavesTheOldOrTheNewOne) {
+TEST_F(ReleaseCrashingSave, OverARecordLeavesTheOldOrTheNewOne) {
     const struct {
         unsigned step;
         unsigned loads;
@@ -573,7 +574,7 @@ TEST_F(CrashingSave, MakesTheImportFailUntilItsRestIsRemoved) {
 }
 
 // From outside and at any moment, also in the middle of a call.
-TEST_F(CrashingSave, AtAnyMomentLosesNothing) {
+TEST_F(ReleaseCrashingSave, AtAnyMomentLosesNothing) {
     ASSERT_EQ(runSaver(1, 0), 0u);
     ASSERT_EQ(runSaver(2, 0), 0u);
     int restsLeft = 0;

@@ -48,6 +48,7 @@ protected:
 private:
     std::wstring record_;
 };
+using ReleaseStubRuntime = StubRuntime;
 
 // A damaged library, or a drive without a medium, must not stop the Supervisor behind a box.
 TEST_F(StubRuntime, IsLoadedInAnErrorModeThatPutsUpNoBoxAndReportsCrashes) {
@@ -97,7 +98,7 @@ TEST_F(StubRuntime, ThatLoadsSlowlyHoldsUpTheSupervisorButNotTheWindow) {
 }
 
 // The Supervisor is in the runtime's hands and never takes the command.
-TEST_F(StubRuntime, ThatHangsKeepsNobodyFromQuitting) {
+TEST_F(ReleaseStubRuntime, ThatHangsKeepsNobodyFromQuitting) {
     startBroker("initMs=60000");
     viewer().takeLease();
     ASSERT_TRUE(waitUntilItInitialises());
@@ -114,16 +115,16 @@ TEST_F(StubRuntime, ThatHangsKeepsNobodyFromQuitting) {
 
 std::atomic<bool> sourceFails{true};
 
-class FailureReason : public testing::Test {
+class ReleaseTimedFailureReason : public testing::Test {
 protected:
-    FailureReason() {
+    ReleaseTimedFailureReason() {
         makeStubRuntime(machine_.installRoot() + L"\\deps\\gstreamer\\bin", LibraryNames::kMinGw);
         GstApi& api = machine_.gstreamer.world().api;
         api.gst_bus_pop_filtered = [](GstBus*, std::int32_t) -> GstMessage* {
             static int error = 0;
             return sourceFails ? reinterpret_cast<GstMessage*>(&error) : nullptr;
         };
-        api.gst_mini_object_unref = [](void*) {};  // that error is nobody's
+        api.gst_mini_object_unref = [](void*) {};  // that error was never allocated
         static FakeGstreamer& gstreamer = machine_.gstreamer;
         static decltype(GstApi::gst_app_sink_try_pull_sample) pull = nullptr;
         pull = api.gst_app_sink_try_pull_sample;
@@ -139,7 +140,9 @@ protected:
             failSetUp("Supervisor's thread");
     }
     // Which is waited for as the thread's owner ends.
-    ~FailureReason() override { sendCommand(shared_, wakeEvent_.get(), SupervisorCommand::kQuit); }
+    ~ReleaseTimedFailureReason() override {
+        sendCommand(shared_, wakeEvent_.get(), SupervisorCommand::kQuit);
+    }
     bool reasonBecomes(const std::wstring& reason) {
         return waitUntil([&] { return failureReasonNow(shared_) == reason; }, 10'000);
     }
@@ -161,7 +164,7 @@ protected:
     }};
 };
 
-TEST_F(FailureReason, OfGstreamerStandsBesideTheStatusTextUntilAFrameIsLive) {
+TEST_F(ReleaseTimedFailureReason, OfGstreamerStandsBesideTheStatusTextUntilAFrameIsLive) {
     EXPECT_TRUE(reasonBecomes(L"Falha na origem GStreamer; endereço omitido."));
     EXPECT_TRUE(waitUntil(
         [&] {

@@ -19,6 +19,7 @@ protected:
     ProvisionedMachine machine;
     BridgeWriter writer;
 };
+using ElevatedBridgeOnDisk = BridgeOnDisk;
 
 TEST_F(BridgeOnDisk, OpensForReadingAndForWriting) {
     VEXTRA_SKIP_IF_ELEVATED();
@@ -73,7 +74,7 @@ TEST_F(BridgeOnDisk, OfAnotherUserMayBeReadButNotWritten) {
     EXPECT_FALSE(writer.open(FileAccess::kReadWrite));
 }
 
-TEST_F(BridgeOnDisk, MayBeReadButNotWrittenElevated) {
+TEST_F(ElevatedBridgeOnDisk, MayBeReadButNotWrittenElevated) {
     if (!isElevatedOrUnknown())
         GTEST_SKIP() << "runs unelevated: start the tests elevated for this one";
     EXPECT_TRUE(writer.open(FileAccess::kReadOnly));

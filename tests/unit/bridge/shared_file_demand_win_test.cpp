@@ -18,6 +18,7 @@ protected:
     ProvisionedMachine machine;
     DemandChannel channel;
 };
+using ElevatedDemandOnDisk = DemandOnDisk;
 
 TEST_F(DemandOnDisk, HasNoLeasesWhenFresh) {
     EXPECT_EQ(channel.activeLeases(), 0);
@@ -103,7 +104,7 @@ TEST_F(DemandOnDisk, IsReadByAnyUser) {
     EXPECT_EQ(channel.activeLeases(), 0);
 }
 
-TEST_F(DemandOnDisk, IsReadElevated) {
+TEST_F(ElevatedDemandOnDisk, IsReadElevated) {
     if (!isElevatedOrUnknown())
         GTEST_SKIP() << "runs unelevated: start the tests elevated for this one";
     mediaSource()->slots[0] = {1, GetTickCount64()};

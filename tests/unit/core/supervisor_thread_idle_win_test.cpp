@@ -1,50 +1,13 @@
-// A program of its own, for it replaces the global operator new to count what is allocated.
 #include <gtest/gtest.h>
 
-#include <malloc.h>
-
-#include <atomic>
 #include <cstdint>
-#include <cstdlib>
 #include <functional>
 #include <new>
 
 #include "bridge/shared_file_win.h"
 #include "broker_fixture_win.h"
 #include "core/supervisor.h"
-
-namespace {
-
-std::atomic<std::uint64_t> allocationCount{0};
-
-void* counted(void* block) {
-    ++allocationCount;
-    if (block == nullptr)
-        std::abort();
-    return block;
-}
-
-}  // namespace
-
-// The array and nothrow forms call these.
-void* operator new(std::size_t bytes) {
-    return counted(std::malloc(bytes != 0 ? bytes : 1));
-}
-void* operator new(std::size_t bytes, std::align_val_t alignment) {
-    return counted(_aligned_malloc(bytes != 0 ? bytes : 1, static_cast<std::size_t>(alignment)));
-}
-void operator delete(void* block) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-    std::free(block);
-}
-void operator delete(void* block, std::align_val_t) noexcept {
-    _aligned_free(block);
-}
-void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
-    _aligned_free(block);
-}
+#include "heap_watch.h"
 
 namespace vextra {
 namespace {
@@ -53,9 +16,9 @@ constexpr int kWarmUpPasses = 10;
 constexpr int kPasses = 1000;
 
 std::uint64_t allocationsDuring(const std::function<void()>& work) {
-    const std::uint64_t before = allocationCount;
+    const std::uint64_t before = test::allocationCount;
     work();
-    return allocationCount - before;
+    return test::allocationCount - before;
 }
 
 // The Supervisor of a provisioned machine without a consumer: clock, demand and stop signal are the real

@@ -5,6 +5,7 @@
 #include <limits>
 #include <string>
 
+#include "base/product.h"
 #include "core/shared_status.h"
 
 namespace vextra {
@@ -45,7 +46,7 @@ std::wstring valueWith(const Change& change, std::wstring_view name) {
 
 TEST(DiagnosticReport, IsThisText) {
     EXPECT_EQ(buildDiagnosticReport(sample()),
-              L"Vextra MF 0.2.0-beta.5\r\n"
+              L"Vextra MF " VEXTRA_VERSION_W L"\r\n"
               L"Fonte: Câmera direta • IPv4 protegido\r\n"
               L"Entrada: Ao vivo • imagem recente\r\n"
               L"Backend efetivo: FFmpeg\r\n"
@@ -69,7 +70,7 @@ TEST(DiagnosticReport, OfABrokerThatHasDoneNothingIsAllZeros) {
     figures.backendLabel = reportBackendLabel(0);
     figures.now = 5'000'000;
     EXPECT_EQ(buildDiagnosticReport(figures),
-              L"Vextra MF 0.2.0-beta.5\r\n"
+              L"Vextra MF " VEXTRA_VERSION_W L"\r\n"
               L"Fonte: Teste sintético • sem rede\r\n"
               L"Entrada: Automático • aguardando aplicativo\r\n"
               L"Backend efetivo: Nenhum • ocioso\r\n"

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "base/product.h"
+
 namespace vextra {
 namespace {
 
@@ -93,7 +95,7 @@ TEST(EventCodes, AreDistinct) {
 // What support and outside tools look for. A new code adds a line here, a changed one breaks their
 // searches.
 TEST(EventCodes, AreThePublishedVocabulary) {
-    const std::set<std::string_view> published{"APP_START_LIMITED_0.2.0-beta.5",
+    const std::set<std::string_view> published{"APP_START_LIMITED_" VEXTRA_VERSION,
                                                "APP_EXIT_CLEAN",
                                                "UI_READY",
                                                "MF_STARTUP",

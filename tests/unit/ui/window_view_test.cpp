@@ -6,6 +6,8 @@
 #include <limits>
 #include <string>
 
+#include "base/product.h"
+
 namespace vextra {
 namespace {
 
@@ -53,7 +55,7 @@ void expectLabels(const WindowState& state, const std::vector<Label>& rest) {
     const int w = state.clientWidth;
     std::vector<Label> expected{
         {w - 274, 24, 246, 18, kBold, {54, 39, 63}, L"Câmera Virtual • MF"},
-        {w - 274, 50, 246, 14, kNormal, {96, 98, 110}, L"0.2.0-beta.5  /  Windows 11"},
+        {w - 274, 50, 246, 14, kNormal, {96, 98, 110}, VEXTRA_VERSION_W L"  /  Windows 11"},
     };
     expected.insert(expected.end(), rest.begin(), rest.end());
     const std::vector<Label> labels = composeView(state).labels;

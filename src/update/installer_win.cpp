@@ -1,22 +1,23 @@
-#include <windows.h>
+#include "update/installer_win.h"
 
 #include <objbase.h>
+#include <shellapi.h>
 #include <shlobj.h>
 
 #include <vector>
 
 #include "base/product.h"
-#include "base/sha256.h"
+#include "base/system_win.h"
 #include "base/text.h"
 #include "base/unique_win.h"
 #include "update/download_folder.h"
 #include "update/https_transfer_win.h"
-#include "update/installer_download.h"
 #include "update/signature.h"
 
 namespace vextra {
 namespace {
 
+constexpr std::size_t kFilePieceBytes = 65'536;
 constexpr std::size_t kGuidUnits = 39;  // {xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx} and its terminator
 
 using UniqueFileSearch = Unique<HANDLE, &FindClose, kInvalidHandleValue>;
@@ -92,7 +93,7 @@ bool receiveBody(HttpsTransfer& transfer, HANDLE file, Sha256& hash, const Updat
                  const Progress& progress) {
     std::vector<std::byte> piece(kInstallerReadBytes);
     std::uint64_t written = 0;
-    while (transfer.elapsedMs() <= kInstallerTotalMs) {
+    while (transfer.elapsedMs() <= kInstallerLimits.totalTimeoutMs) {
         const std::optional<std::size_t> count = transfer.read(piece);
         if (!count)
             return false;
@@ -113,10 +114,11 @@ bool receiveInstaller(HANDLE file, const UpdateManifest& manifest, const Progres
     Sha256 hash;
     HttpsTransfer transfer;
     if (!hash.ready() ||
-        !transfer.open(kInstallerTransfer, widenedAscii(manifest.installerUrl), kInstallerTimeoutMs) ||
+        !transfer.open(kInstallerTransfer, widenedAscii(manifest.installerUrl),
+                       kInstallerLimits.operationTimeoutMs) ||
         progress.cancel || !transfer.send() || progress.cancel ||
-        !transfer.setHeadTimeout(kInstallerTimeoutMs) || !transfer.receiveHead() || progress.cancel ||
-        !receiveBody(transfer, file, hash, manifest, progress))
+        !transfer.setHeadTimeout(kInstallerLimits.operationTimeoutMs) || !transfer.receiveHead() ||
+        progress.cancel || !receiveBody(transfer, file, hash, manifest, progress))
         return false;
     const std::optional<Sha256Digest> digest = hash.finish();
     return digest && isInstallerDigest(manifest, *digest) && FlushFileBuffers(file);
@@ -157,7 +159,7 @@ std::wstring downloadInto(const std::wstring& folder, const UpdateManifest& mani
 DownloadResult downloadInstaller(const UpdateManifest& manifest, const UpdateChannelIdentity& channel,
                                  const std::atomic<bool>& cancel,
                                  std::atomic<std::uint32_t>& progressPercent) {
-    if (!isManifestStillTrusted(manifest, channel))
+    if (!isManifestStillTrusted(manifest, channel, verifyManifestSignature))
         return {false, {}, L"Atualização sem assinatura MF válida; download recusado."};
     DownloadResult result{false, {}, L"Download não concluído; nenhuma instalação foi iniciada."};
     const std::wstring folder = makeDownloadFolder();
@@ -170,6 +172,58 @@ DownloadResult downloadInstaller(const UpdateManifest& manifest, const UpdateCha
             L"Instalador baixado: assinatura, tamanho e SHA-256 verificados. Instale quando a câmera estiver "
             L"ociosa.";
     return result;
+}
+
+// --- The last look at it, and its start ---
+namespace {
+
+bool start(HWND owner, const std::wstring& path) {
+    SHELLEXECUTEINFOW execution{};
+    execution.cbSize = sizeof execution;
+    execution.fMask = SEE_MASK_NOCLOSEPROCESS | SEE_MASK_NOASYNC;
+    execution.hwnd = owner;
+    execution.lpVerb = L"open";
+    execution.lpFile = path.c_str();
+    execution.lpParameters = L"/NORESTART";
+    execution.nShow = SW_SHOWNORMAL;
+    const bool started = ShellExecuteExW(&execution) != FALSE;
+    const UniqueHandle process(execution.hProcess);  // closed at once
+    return started;
+}
+
+}  // namespace
+
+std::optional<Sha256Digest> sha256OfFile(HANDLE file) {
+    Sha256 hash;
+    std::vector<std::byte> piece(kFilePieceBytes);
+    for (;;) {
+        DWORD taken = 0;
+        if (!ReadFile(file, piece.data(), static_cast<DWORD>(piece.size()), &taken, nullptr))
+            return std::nullopt;
+        if (taken == 0)
+            return hash.finish();
+        if (!hash.add(std::span(piece).first(taken)))
+            return std::nullopt;
+    }
+}
+
+bool isAnnouncedInstaller(HANDLE file, const UpdateManifest& manifest) {
+    LARGE_INTEGER size{};
+    if (!GetFileSizeEx(file, &size) || static_cast<std::uint64_t>(size.QuadPart) != manifest.sizeBytes)
+        return false;
+    const std::optional<Sha256Digest> digest = sha256OfFile(file);
+    return digest && isInstallerDigest(manifest, *digest);
+}
+
+bool openVerifiedInstaller(HWND owner, const UpdateManifest& manifest, const std::wstring& path,
+                           const UpdateChannelIdentity& channel) {
+    if (!isManifestStillTrusted(manifest, channel, verifyManifestSignature))
+        return false;
+    // Shared for reading only, and held until the program has started: the file that was checked stays as it
+    // is. The shell opens it by its path once more, so this does not keep the user's own programs from moving
+    // folders.
+    const PlainFile installer = openPlainFile(path, GENERIC_READ, FILE_SHARE_READ);
+    return installer && isAnnouncedInstaller(installer.file.get(), manifest) && start(owner, path);
 }
 
 }  // namespace vextra

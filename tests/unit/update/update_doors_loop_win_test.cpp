@@ -11,7 +11,7 @@
 #include "local_app_data_win.h"
 #include "signer/signer_win.h"
 #include "update/update_channel.h"
-#include "update/update_doors.h"
+#include "update/update_doors_win.h"
 #include "update_server_win.h"
 
 namespace vextra {
@@ -32,7 +32,7 @@ bool waitForFile(const std::wstring& path) {
     return fileExists(path);
 }
 
-class UpdateLoop : public testing::Test {
+class ServerWideUpdateLoop : public testing::Test {
 protected:
     void SetUp() override {
         VEXTRA_SKIP_WITHOUT_UPDATE_SERVER();
@@ -40,7 +40,7 @@ protected:
         key = generateSigningKey().value();
         identity = {server->origin(), key.point};
         localAppData.emplace();
-        channel.emplace(identity, doors());
+        channel.emplace(identity, systemDoors(), windowDoors());
         removeRelease();
     }
     void TearDown() override {
@@ -57,21 +57,25 @@ protected:
         std::filesystem::remove(channelFolder / "beta.json.requests", ignored);
     }
 
-    UpdateChannelDoors doors() {
-        UpdateChannelDoors made = systemUpdateDoors(nullptr, identity);
-        made.settings = [] { return UpdateSettings{}; };
-        made.camera = [this] { return camera; };
+    UpdateSystemDoors systemDoors() {
+        UpdateSystemDoors made = systemUpdateDoors(nullptr, identity);
         made.ask = [](const UpdateQuestion&) { return true; };
-        made.showStatus = [this](std::wstring_view text) { status = text; };
-        made.showNotice = [this](std::wstring_view text) { notice = text; };
-        made.showBalloon = [](std::wstring_view, std::wstring_view) {};
-        made.log = [this](EventCode code, std::int32_t value) { log.emplace_back(code, value); };
-        made.postCompletion = [this](UpdateCompletion completion) {
-            const std::lock_guard guard(lock);
-            posted.push_back(completion);
-            changed.notify_all();
-        };
         return made;
+    }
+    UpdateWindowDoors windowDoors() {
+        return {
+            .settings = [] { return UpdateSettings{}; },
+            .camera = [this] { return camera; },
+            .showStatus = [this](std::wstring_view text) { status = text; },
+            .showBalloon = [](std::wstring_view, std::wstring_view) {},
+            .log = [this](EventCode code, std::int32_t value) { log.emplace_back(code, value); },
+            .postCompletion =
+                [this](UpdateCompletion completion) {
+                    const std::lock_guard guard(lock);
+                    posted.push_back(completion);
+                    changed.notify_all();
+                },
+        };
     }
     void deliver() {
         std::unique_lock guard(lock);
@@ -99,13 +103,13 @@ protected:
         return localAppData->downloads().at(0).wstring() + L"\\Setup.exe";
     }
 
-    const std::wstring version = L"0.3.0-loop.1";
+    const std::wstring version = L"4000000000.0.0-loop.1";  // newer than every broker
     std::optional<UpdateServer> server;
     SigningKey key;
     UpdateChannelIdentity identity;
     std::optional<ScratchLocalAppData> localAppData;
     CameraUse camera{false, false, 0};
-    std::wstring status, notice;
+    std::wstring status;
     std::vector<std::pair<EventCode, std::int32_t>> log;
     std::mutex lock;
     std::condition_variable changed;
@@ -113,10 +117,11 @@ protected:
     std::optional<UpdateChannel> channel;
 };
 
-TEST_F(UpdateLoop, GoesFromTheSignedReleaseToTheStartedInstaller) {
+TEST_F(ServerWideUpdateLoop, GoesFromTheSignedReleaseToTheStartedInstaller) {
     publish();
     check();
-    EXPECT_EQ(notice, L"Nova versão 0.3.0-loop.1 disponível • assinatura MF validada. Baixe para atualizar.");
+    EXPECT_EQ(status,
+              L"Nova versão " + version + L" disponível • assinatura MF validada. Baixe para atualizar.");
 
     channel->pressInstallerButton();
     EXPECT_TRUE(channel->progressText());
@@ -125,12 +130,12 @@ TEST_F(UpdateLoop, GoesFromTheSignedReleaseToTheStartedInstaller) {
 
     camera.leaseCount = 1;
     channel->pressInstallerButton();
-    EXPECT_EQ(notice, L"Instalação adiada: encerre a captura e a prévia. Nenhuma reunião será interrompida.");
+    EXPECT_EQ(status, L"Instalação adiada: encerre a captura e a prévia. Nenhuma reunião será interrompida.");
     EXPECT_FALSE(fileExists(downloadedInstaller() + L".arguments"));
 
     camera.leaseCount = 0;
     channel->pressInstallerButton();
-    EXPECT_EQ(notice, L"Instalador aberto. Conclua o assistente para atualizar.");
+    EXPECT_EQ(status, L"Instalador aberto. Conclua o assistente para atualizar.");
     ASSERT_TRUE(waitForFile(downloadedInstaller() + L".arguments"));
     const std::string line = readFile(downloadedInstaller() + L".arguments");
     EXPECT_TRUE(line.find("\\Setup.exe") != std::string::npos && line.ends_with(" /NORESTART")) << line;
@@ -141,12 +146,12 @@ TEST_F(UpdateLoop, GoesFromTheSignedReleaseToTheStartedInstaller) {
                                                                {EventCode::kUpdateInstallerLaunched, 0}}));
 }
 
-TEST_F(UpdateLoop, EndsWhereNothingIsPublished) {
+TEST_F(ServerWideUpdateLoop, EndsWhereNothingIsPublished) {
     check();
     EXPECT_EQ(status, L"Não foi possível verificar a atualização MF com segurança.");
 }
 
-TEST_F(UpdateLoop, EndsWhereTheSignatureIsMissing) {
+TEST_F(ServerWideUpdateLoop, EndsWhereTheSignatureIsMissing) {
     publish();
     DeleteFileW(
         (server->www() + L"\\camera-virtual-vextra-mf\\" + version + L"\\Setup.exe.sig.json").c_str());
@@ -154,14 +159,14 @@ TEST_F(UpdateLoop, EndsWhereTheSignatureIsMissing) {
     EXPECT_EQ(status, L"Assinatura da atualização indisponível; instalação não autorizada.");
 }
 
-TEST_F(UpdateLoop, EndsWhereSomebodyElseSigned) {
+TEST_F(ServerWideUpdateLoop, EndsWhereSomebodyElseSigned) {
     key = generateSigningKey().value();
     publish();
     check();
     EXPECT_EQ(status, L"Assinatura da atualização inválida; instalação recusada.");
 }
 
-TEST_F(UpdateLoop, EndsWhereTheFileOnTheServerIsAnother) {
+TEST_F(ServerWideUpdateLoop, EndsWhereTheFileOnTheServerIsAnother) {
     publish();
     const std::wstring served = server->www() + L"\\camera-virtual-vextra-mf\\" + version + L"\\Setup.exe";
     std::string bytes = readFile(served);
@@ -175,7 +180,7 @@ TEST_F(UpdateLoop, EndsWhereTheFileOnTheServerIsAnother) {
     EXPECT_TRUE(localAppData->downloads().empty());
 }
 
-TEST_F(UpdateLoop, EndsWhereTheDownloadedFileWasExchanged) {
+TEST_F(ServerWideUpdateLoop, EndsWhereTheDownloadedFileWasExchanged) {
     publish();
     check();
     channel->pressInstallerButton();
@@ -184,12 +189,12 @@ TEST_F(UpdateLoop, EndsWhereTheDownloadedFileWasExchanged) {
     bytes.back() = static_cast<char>(bytes.back() ^ 1);
     writeFile(downloadedInstaller(), bytes);
     channel->pressInstallerButton();
-    EXPECT_EQ(notice, L"Instalador não iniciado ou autorização cancelada. Câmera preservada.");
+    EXPECT_EQ(status, L"Instalador não iniciado ou autorização cancelada. Câmera preservada.");
     Sleep(200);
     EXPECT_FALSE(fileExists(downloadedInstaller() + L".arguments"));
 }
 
-TEST_F(UpdateLoop, EndsWithTheProgramInTheMiddleOfADownload) {
+TEST_F(ServerWideUpdateLoop, EndsWithTheProgramInTheMiddleOfADownload) {
     publish();
     const std::wstring served = server->www() + L"\\camera-virtual-vextra-mf\\" + version + L"\\Setup.exe";
     check();

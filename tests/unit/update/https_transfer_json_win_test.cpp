@@ -1,5 +1,5 @@
 // Against a real server with a real authority: what the system's HTTPS does is part of what is tested.
-#include "update/fetch_json.h"
+#include "update/https_transfer_win.h"
 
 #include <windows.h>
 
@@ -38,17 +38,15 @@ protected:
         folder.emplace(*server);
     }
 
-    UpdateCheckRequest requestOf(const std::string& url) const {
-        UpdateCheckRequest request;
-        request.manifestUrl.assign(widenedAscii(url));
-        return request;
-    }
     std::string url(std::string_view kind = "good") const {
         return server->origin(kind) + folder->place() + "/document.json";
     }
-    std::optional<std::string> fetch(std::string_view kind = "good") const {
-        return fetchJson(requestOf(url(kind)), never);
+    static std::optional<std::string> fetchFrom(const std::string& url,
+                                                const TransferLimits& limits = kJsonLimits,
+                                                const std::atomic<bool>& cancel = never) {
+        return fetchJson(SecretText(widenedAscii(url)), limits, cancel);
     }
+    std::optional<std::string> fetch(std::string_view kind = "good") const { return fetchFrom(url(kind)); }
     std::optional<std::string> fetchWith(std::string_view reply, std::string_view body = kBody) const {
         folder->put("document.json", body, reply);
         return fetch();
@@ -78,7 +76,7 @@ TEST_F(FetchJson, IntroducesItselfAndSendsNothingMore) {
 
 TEST_F(FetchJson, SendsTheQueryUnchanged) {
     folder->put("document.json", kBody);
-    EXPECT_EQ(fetchJson(requestOf(url() + "?a=b%2F&c"), never), kBody);
+    EXPECT_EQ(fetchFrom(url() + "?a=b%2F&c"), kBody);
     EXPECT_NE(folder->requests("document.json").find("/document.json?a=b%2F&c HTTP/1.1"), std::string::npos);
 }
 
@@ -97,7 +95,7 @@ TEST_F(FetchJson, TakesStatus200Alone) {
 TEST_F(FetchJson, FollowsNoRedirect) {
     folder->put("target.json", kBody);
     const std::string target = server->origin() + folder->place() + "/target.json";
-    ASSERT_EQ(fetchJson(requestOf(target), never), kBody);
+    ASSERT_EQ(fetchFrom(target), kBody);
     const std::string asked = folder->requests("target.json");
     for (const int status : {301, 302, 303, 307, 308}) {
         EXPECT_EQ(fetchWith("{\"status\":" + std::to_string(status) + ",\"headers\":{\"Location\":\"" +
@@ -165,21 +163,15 @@ TEST_F(FetchJson, TakesNoEmptyBody) {
 
 TEST_F(FetchJson, GivesUpAServerThatDrips) {
     folder->put("document.json", std::string(30, 'x'), R"({"drip":0.1,"length":"none"})");
-    UpdateCheckRequest request = requestOf(url());
-    request.operationTimeoutMs = 500;
-    request.totalTimeoutMs = 1000;
     const Tick begin = GetTickCount64();
-    EXPECT_EQ(fetchJson(request, never), std::nullopt);
+    EXPECT_EQ(fetchFrom(url(), {.operationTimeoutMs = 500, .totalTimeoutMs = 1000}), std::nullopt);
     EXPECT_LT(GetTickCount64() - begin, 2000u);
 }
 
 TEST_F(FetchJson, GivesUpAServerThatStalls) {
     folder->put("document.json", std::string(5000, 'x'), R"({"stall":4500})");
-    UpdateCheckRequest request = requestOf(url());
-    request.operationTimeoutMs = 500;
-    request.totalTimeoutMs = 5000;
     const Tick begin = GetTickCount64();
-    EXPECT_EQ(fetchJson(request, never), std::nullopt);
+    EXPECT_EQ(fetchFrom(url(), {.operationTimeoutMs = 500, .totalTimeoutMs = 5000}), std::nullopt);
     EXPECT_LT(GetTickCount64() - begin, 5000u);
 }
 
@@ -243,7 +235,7 @@ protected:
         happened = false;
         brokerEnds = false;
         callsAfterwards = 0;
-        const std::optional<std::string> body = fetchJson(requestOf(url()), brokerEnds);
+        const std::optional<std::string> body = fetchFrom(url(), kJsonLimits, brokerEnds);
         EXPECT_TRUE(happened);
         return body;
     }
@@ -278,7 +270,7 @@ TEST_F(EventfulFetch, GoesOnWhileThereIsTime) {
 TEST_F(FetchJson, SendsNothingOnceTheBrokerEnds) {
     folder->put("document.json", kBody);
     const std::atomic<bool> cancelled{true};
-    EXPECT_EQ(fetchJson(requestOf(url()), cancelled), std::nullopt);
+    EXPECT_EQ(fetchFrom(url(), kJsonLimits, cancelled), std::nullopt);
     EXPECT_EQ(folder->requests("document.json"), "");
 }
 
@@ -366,16 +358,16 @@ TEST_F(FetchJson, SpeaksToHttpsServersAlone) {
     folder->put("document.json", kBody);
     std::string plain = url();
     plain.erase(4, 1);
-    EXPECT_EQ(fetchJson(requestOf(plain), never), std::nullopt);
+    EXPECT_EQ(fetchFrom(plain), std::nullopt);
     std::string user = url();
     user.insert(8, "u:p@");
-    EXPECT_EQ(fetchJson(requestOf(user), never), std::nullopt);
+    EXPECT_EQ(fetchFrom(user), std::nullopt);
     EXPECT_EQ(folder->requests("document.json"), "");
 }
 
 TEST_F(FetchJson, FailsWhereNobodyListens) {
-    EXPECT_EQ(fetchJson(requestOf("https://localhost:1/document.json"), never), std::nullopt);
-    EXPECT_EQ(fetchJson(requestOf("https://updates.vextra.invalid/document.json"), never), std::nullopt);
+    EXPECT_EQ(fetchFrom("https://localhost:1/document.json"), std::nullopt);
+    EXPECT_EQ(fetchFrom("https://updates.vextra.invalid/document.json"), std::nullopt);
 }
 
 TEST_F(FetchJson, FetchesMissingFilesAsNothing) {

@@ -16,8 +16,8 @@
 #include "base/text.h"
 #include "import_swap_win.h"
 #include "signed_installer_win.h"
-#include "update/fetch_json.h"
-#include "update/installer_download.h"
+#include "update/https_transfer_win.h"
+#include "update/installer_win.h"
 
 namespace vextra {
 namespace {
@@ -36,7 +36,7 @@ struct Trouble {
     const char* server;   // a kind of server
     const char* reply;    // of one that gets as far as a request
     const char* onWine;   // why a transfer lasts there as long as the server; null: it does not
-    const char* quitted;  // why nobody can quit in it; null: one can
+    const char* quitted;  // why no quit can come in it; null: one can
     Tick arrivalMs = 0;   // when something arrives so often: a quit is noticed then
 };
 constexpr const char* kOverAtOnce = "it is over before anybody quits";
@@ -128,19 +128,16 @@ void expectNoCellBeyondItsLimit(const Limits& limits, const Transfer& transfer) 
     }
 }
 
-TEST(TransferLimits, HoldForDocuments) {
+TEST(ReleaseTransferLimits, HoldForDocuments) {
     VEXTRA_SKIP_WITHOUT_UPDATE_SERVER();
     const UpdateServer server = *UpdateServer::find();
     constexpr Limits kLimits{.stepMs = 1500, .totalMs = 5000};
     expectNoCellBeyondItsLimit(kLimits, [&](const Trouble& trouble, const std::atomic<bool>& cancel) {
         const ServedFolder folder(server);
         folder.put("document.json", std::string(100, 'x'), trouble.reply);
-        UpdateCheckRequest request;
-        request.manifestUrl.assign(
-            widenedAscii(server.origin(trouble.server) + folder.place() + "/document.json"));
-        request.operationTimeoutMs = kLimits.stepMs;
-        request.totalTimeoutMs = kLimits.totalMs;
-        return fetchJson(request, cancel).has_value();
+        const SecretText url(widenedAscii(server.origin(trouble.server) + folder.place() + "/document.json"));
+        const TransferLimits limits{.operationTimeoutMs = kLimits.stepMs, .totalTimeoutMs = kLimits.totalMs};
+        return fetchJson(url, limits, cancel).has_value();
     });
 }
 
@@ -152,7 +149,7 @@ ULONGLONG WINAPI hastyClock() {
     return realNow() * kHaste;
 }
 
-// A download removes what lies beside it, so each of those that run at the same time has a user of its own.
+// A download removes what lies next to it, so each of those that run at the same time has a user of its own.
 thread_local std::wstring localAppDataOfThisThread;
 HRESULT WINAPI answerWithIt(REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR* out) {
     const std::size_t bytes = (localAppDataOfThisThread.size() + 1) * sizeof(wchar_t);
@@ -161,7 +158,7 @@ HRESULT WINAPI answerWithIt(REFKNOWNFOLDERID, DWORD, HANDLE, PWSTR* out) {
     return S_OK;
 }
 
-TEST(TransferLimits, HoldForInstallers) {
+TEST(ReleaseTransferLimits, HoldForInstallers) {
     VEXTRA_SKIP_WITHOUT_UPDATE_SERVER();
     const UpdateServer server = *UpdateServer::find();
     const ImportSwap<ULONGLONG WINAPI()> clock("GetTickCount64", hastyClock);
