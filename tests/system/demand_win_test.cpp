@@ -2,7 +2,6 @@
 // the lease. The decoder is the stub, whose frames are numbers.
 #include <windows.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <span>
