@@ -240,6 +240,7 @@ TEST_F(TimedUpdates, AreNotLookedForWhenTheSettingsForbidIt) {
     ASSERT_TRUE(waitUntil([&] { return window.enabled(kIdApply); }, 2000));
     window.pressOn(kIdTabSettings, kIdApply);
     ASSERT_TRUE(broker().waitForEvent("SETTINGS_APPLIED_DPAPI"));
+    ASSERT_TRUE(waitUntil([&] { return window.enabled(kIdCheckUpdate); }, 2000));
     window.pressOn(kIdTabDiagnostics, kIdCheckUpdate);
     EXPECT_TRUE(window.waitForStatus(L"Verificação de atualização desativada nas Configurações."));
     EXPECT_EQ(broker().countEvents("MF_UPDATE_MANUAL_CHECK"), 0u);
