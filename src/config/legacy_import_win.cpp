@@ -1,7 +1,6 @@
 #include <windows.h>
 
 #include "config/legacy_import.h"
-#include "config/private_profile.h"
 #include "config/settings_store.h"
 #include "config/source_url.h"
 
@@ -9,6 +8,7 @@ namespace vextra {
 namespace {
 
 constexpr DWORD kMaxValueUnits = 8192;
+constexpr DWORD kMaxTransportUnits = 15;
 
 SecretText readVariable(const wchar_t* name) {
     SecretText buffer(std::wstring(kMaxValueUnits + 1, L'\0'));
@@ -21,6 +21,20 @@ SecretText readVariable(const wchar_t* name) {
 
 bool importLegacyEnvironment(BrokerSettings& settings) {
     return importLegacyVariables(readVariable, settings);
+}
+
+void readPrivateProfile(const std::wstring& legacyFolder, BrokerSettings& settings) {
+    const std::wstring path = legacyFolder + L"\\source.private.ini";
+
+    // Room for one unit more than is accepted: what does not fit is told from what just fits, and refused.
+    SecretText url(std::wstring(kMaxUrlUnits + 2, L'\0'));
+    const DWORD length = GetPrivateProfileStringW(L"source", L"url", L"", url.data(),
+                                                  static_cast<DWORD>(url.size()), path.c_str());
+    settings.profileUrl.assign(length <= kMaxUrlUnits ? url.view().substr(0, length) : std::wstring_view{});
+
+    wchar_t transport[kMaxTransportUnits + 1];
+    GetPrivateProfileStringW(L"source", L"transport", L"tcp", transport, ARRAYSIZE(transport), path.c_str());
+    settings.rtspUdp = std::wstring_view(transport) == L"udp";
 }
 
 void migratePrivateProfile(BrokerSettings& settings, const std::wstring& settingsFolder,

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "broker_fixture_win.h"
-#include "config/private_profile.h"
+#include "config/legacy_import.h"
 
 namespace vextra {
 namespace {
