@@ -1,5 +1,6 @@
 #include <windows.h>
 
+#include "base/text.h"
 #include "config/legacy_import.h"
 #include "config/settings_store.h"
 #include "config/source_url.h"

@@ -43,7 +43,6 @@ struct BrokerSettings {
 constexpr std::uint32_t kMaxLatencyMs = 5000;
 constexpr std::uint32_t kMinFirstFrameDeadlineMs = 1000;
 constexpr std::uint32_t kMaxFirstFrameDeadlineMs = 30'000;
-constexpr std::size_t kMaxUrlUnits = 8192;
 constexpr std::size_t kMaxUserUnits = 256;
 constexpr std::size_t kMaxPasswordUnits = 512;
 

@@ -145,14 +145,4 @@ SecretText percentEncode(std::wstring_view text) {
     return encoded;
 }
 
-SecretUtf8 toUtf8Strict(std::wstring_view text) {
-    SecretUtf8 bytes;
-    if (text.empty() || text.size() > kMaxUrlUnits || text.find(L'\0') != std::wstring_view::npos)
-        return bytes;
-    bytes.reserve(text.size() * 3);
-    if (!appendUtf8(text, bytes))
-        bytes.clear();
-    return bytes;
-}
-
 }  // namespace vextra

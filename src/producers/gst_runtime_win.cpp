@@ -5,7 +5,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "config/source_url.h"
+#include "base/text.h"
 #include "producers/gst_places.h"
 
 namespace vextra {

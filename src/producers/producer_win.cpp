@@ -1,7 +1,7 @@
 #include <utility>
 
+#include "base/text.h"
 #include "bridge/bridge_layout.h"
-#include "config/source_url.h"
 #include "producers/producer.h"
 
 namespace vextra {
