@@ -26,10 +26,4 @@ bool importLegacyEnvironment(BrokerSettings& settings);
 // missing key and an address of more than 8192 characters leave an empty address.
 void readPrivateProfile(const std::wstring& legacyFolder, BrokerSettings& settings);
 
-// Takes over the earlier release's private profile and keeps it in the store when its address is usable. A
-// record that could not be saved is used for this run all the same, and not reported: the next start tries
-// again.
-void migratePrivateProfile(BrokerSettings& settings, const std::wstring& settingsFolder,
-                           const std::wstring& legacyFolder);
-
 }  // namespace vextra

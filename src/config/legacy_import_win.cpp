@@ -2,8 +2,6 @@
 
 #include "base/text.h"
 #include "config/legacy_import.h"
-#include "config/settings_store.h"
-#include "config/source_url.h"
 
 namespace vextra {
 namespace {
@@ -36,13 +34,6 @@ void readPrivateProfile(const std::wstring& legacyFolder, BrokerSettings& settin
     wchar_t transport[kMaxTransportUnits + 1];
     GetPrivateProfileStringW(L"source", L"transport", L"tcp", transport, ARRAYSIZE(transport), path.c_str());
     settings.rtspUdp = std::wstring_view(transport) == L"udp";
-}
-
-void migratePrivateProfile(BrokerSettings& settings, const std::wstring& settingsFolder,
-                           const std::wstring& legacyFolder) {
-    readPrivateProfile(legacyFolder, settings);
-    if (isUsableSourceUrl(settings.profileUrl.view()))
-        saveSettings(settingsFolder, settings);
 }
 
 }  // namespace vextra

@@ -92,6 +92,17 @@ TEST_F(PrivateProfile, MayBeUtf16) {
     EXPECT_TRUE(read().rtspUdp);
 }
 
+// On Windows a UTF-8 mark is part of its line; on a line of its own it does no harm anywhere.
+TEST_F(PrivateProfile, MayBeginWithAUtf8Mark) {
+    write("\xEF\xBB\xBF\r\n[source]\r\nurl=rtsp://marked\r\n");
+    EXPECT_EQ(url(), L"rtsp://marked");
+}
+
+TEST_F(PrivateProfile, GivesAUrlWithoutTheSpacesAroundItButWithThoseInIt) {
+    write("[source]\r\nurl =  rtsp://h/a b \r\n");
+    EXPECT_EQ(url(), L"rtsp://h/a b");
+}
+
 TEST_F(PrivateProfile, GivesAUrlOf8192CharactersButNoneThatIsLonger) {
     std::string longest = "http://h/";
     longest.resize(8192, 'x');
