@@ -16,7 +16,7 @@
 #include "base/unique_win.h"
 #include "config/legacy_import.h"
 #include "config/settings_store.h"
-#include "config/source_url.h"
+#include "config/start_settings.h"
 #include "core/command_line.h"
 #include "core/instance_win.h"
 #include "core/maintenance.h"
@@ -68,37 +68,18 @@ Folders prepareFolders() {
     return folders;
 }
 
-struct StartSettings {
-    BrokerSettings settings;
-    bool loaded = false;
-    bool sourceUsable = true;  // false: the user has to name a source first
-};
-
-bool importAndSave(const std::wstring& dataFolder, BrokerSettings& settings) {
-    BrokerSettings imported = settings;
-    if (!importLegacyEnvironment(imported) || !saveSettings(dataFolder, imported))
-        return false;
-    settings = std::move(imported);
-    return true;
-}
-
-// Nothing when the import that was asked for failed.
-std::optional<StartSettings> prepareSettings(const CommandLine& options, const Folders& folders) {
-    StartSettings start;
-    bool fromBackup = false;  // as good as the other
-    start.loaded = loadSettings(folders.data, start.settings, fromBackup);
-    if (!start.loaded && !settingsFileExists(folders.data))
-        migratePrivateProfile(start.settings, folders.data, folders.legacy);
-    if (options.importLegacyEnv && !importAndSave(folders.data, start.settings))
-        return std::nullopt;
-    if (options.testPattern)
-        start.settings.source = SourceKind::kSyntheticTest;
-    const bool nothingStored = !start.loaded && !settingsFileExists(folders.data);
-    if (nothingStored && !options.testPattern && !isUsableSourceUrl(sourceUrl(start.settings).view())) {
-        start.sourceUsable = false;
-        start.settings.source = SourceKind::kCustomUrl;
-    }
-    return start;
+SettingsAccess settingsAccess(const Folders& folders) {
+    return {
+        .load =
+            [folders](BrokerSettings& settings) {
+                bool fromBackup = false;  // which of its two files gave the record is the store's own affair
+                return loadSettings(folders.data, settings, fromBackup);
+            },
+        .fileExists = [folders] { return settingsFileExists(folders.data); },
+        .readProfile = [folders](BrokerSettings& settings) { readPrivateProfile(folders.legacy, settings); },
+        .importEnvironment = importLegacyEnvironment,
+        .save = [folders](const BrokerSettings& settings) { return saveSettings(folders.data, settings); },
+    };
 }
 
 ExitCode writeRequestedOutput(const CommandLine& options, const Folders& folders, bool settingsLoaded) {
@@ -233,7 +214,9 @@ ExitCode run(HINSTANCE instance) {
         return runMaintenance(options, folders.data, log);
     }
 
-    std::optional<StartSettings> start = prepareSettings(options, folders);
+    std::optional<StartSettings> start =
+        startSettings({.importEnvironment = options.importLegacyEnv, .testPattern = options.testPattern},
+                      settingsAccess(folders));
     if (!start)
         return ExitCode::kImportFailed;
     if (options.runtimeSelfTest || options.help || options.version)

@@ -60,6 +60,16 @@ bool appendUtf8(std::wstring_view units, SecretUtf8& out) {
     return true;
 }
 
+SecretUtf8 toUtf8Strict(std::wstring_view text) {
+    SecretUtf8 bytes;
+    if (text.empty() || text.size() > kMaxUrlUnits || text.find(L'\0') != std::wstring_view::npos)
+        return bytes;
+    bytes.reserve(text.size() * 3);
+    if (!appendUtf8(text, bytes))
+        bytes.clear();
+    return bytes;
+}
+
 std::optional<std::uint32_t> parseWholeNumber(const wchar_t* text, std::size_t length) {
     wchar_t* end = nullptr;
     errno = 0;

@@ -14,6 +14,9 @@
 
 namespace vextra {
 
+// The longest address, and so the longest text of the settings and for a decoder, in UTF-16 units.
+constexpr std::size_t kMaxUrlUnits = 8192;
+
 // --- ASCII ---
 
 // Of bytes and of wide units; as objects, so that algorithms take them.
@@ -110,6 +113,10 @@ constexpr bool isLowSurrogate(std::uint32_t unit) {
 // first unpaired surrogate; `out` then holds what came before it. (Unicode 15, table 3-6; the same verdicts
 // as WideCharToMultiByte with WC_ERR_INVALID_CHARS.)
 bool appendUtf8(std::wstring_view units, SecretUtf8& out);
+
+// Text as decoders take it. Empty when the text is empty, longer than 8192 units, holds a zero unit or an
+// unpaired surrogate.
+SecretUtf8 toUtf8Strict(std::wstring_view text);
 
 // For people to read: what is invalid is replaced. By the system's own conversion, so on Windows only.
 std::string utf8FromWide(std::wstring_view text);

@@ -21,10 +21,9 @@ bool importLegacyVariables(const ReadVariable& read, BrokerSettings& settings);
 // The same with the variables of this process.
 bool importLegacyEnvironment(BrokerSettings& settings);
 
-// Takes over the earlier release's private profile and keeps it in the store when its address is usable. A
-// record that could not be saved is used for this run all the same, and not reported: the next start tries
-// again.
-void migratePrivateProfile(BrokerSettings& settings, const std::wstring& settingsFolder,
-                           const std::wstring& legacyFolder);
+// Reads `url` and `transport` of section [source] in <legacyFolder>\source.private.ini into `settings`: the
+// internal profile's address and its RTSP transport ("udp" exactly; anything else is TCP). A missing file, a
+// missing key and an address of more than 8192 characters leave an empty address.
+void readPrivateProfile(const std::wstring& legacyFolder, BrokerSettings& settings);
 
 }  // namespace vextra

@@ -24,8 +24,4 @@ SecretText sourceUrl(const BrokerSettings& settings);
 // surrogate.
 SecretText percentEncode(std::wstring_view text);
 
-// Text as decoders take it. Empty when the text is empty, longer than 8192 units, holds a zero unit or an
-// unpaired surrogate.
-SecretUtf8 toUtf8Strict(std::wstring_view text);
-
 }  // namespace vextra

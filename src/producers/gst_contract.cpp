@@ -6,7 +6,6 @@
 
 #include "base/text.h"
 #include "bridge/bridge_layout.h"
-#include "config/source_url.h"
 
 namespace vextra {
 namespace {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "base/system_win.h"
-#include "config/source_url.h"
+#include "base/text.h"
 #include "producers/gst_places.h"
 
 namespace vextra {

@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "base/text.h"
 #include "bridge/bridge_layout.h"
-#include "config/source_url.h"
 
 namespace vextra {
 

@@ -1,5 +1,7 @@
 #include "ui/controls.h"
 
+#include "update/update_channel.h"
+
 namespace vextra {
 namespace {
 
@@ -60,7 +62,7 @@ constexpr Control kRows[] = {
 
     titled(kIdUpdateNote, Kind::kStatic, L"Verificação automática ao iniciar • canal MF beta",
            Shown::kDiagnostics, {52, 305, W - 104, 42}),
-    titled(kIdDownloadUpdate, Kind::kButton, L"Baixar atualização", Shown::kDiagnostics, {52, 355, 300, 34}),
+    titled(kIdDownloadUpdate, Kind::kButton, kDownloadUpdateLabel, Shown::kDiagnostics, {52, 355, 300, 34}),
     labelled(kIdLogs, Kind::kLogView, {L"Diagnóstico e eventos sanitizados"}, Shown::kDiagnostics,
              {52, 401, W - 104, H - 511}),
     titled(kIdRefreshLogs, Kind::kButton, L"Atualizar logs", Shown::kDiagnostics, {52, H - 88, 158, 32}),

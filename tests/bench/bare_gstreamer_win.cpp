@@ -15,8 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "base/text.h"
 #include "bridge/bridge_layout.h"
-#include "config/source_url.h"
 #include "producers/gst_contract.h"
 #include "producers/gst_runtime_win.h"
 

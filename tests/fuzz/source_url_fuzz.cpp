@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/text.h"
 #include "config/source_url.h"
 #include "fuzz_text.h"
 #include "producers/ffmpeg_command.h"

@@ -35,6 +35,10 @@ Conversion brokenOffAfter(std::string_view bytes) {
     return {false, std::string(bytes)};
 }
 
+std::string strictUtf8(std::wstring_view text) {
+    return std::string(toUtf8Strict(text).view());
+}
+
 TEST(Utf8, OfNothingIsNothing) {
     EXPECT_EQ(convert(L""), complete(""));
 }
@@ -87,6 +91,22 @@ TEST(Utf8, RefusesWhatIsNoUtf16Unit) {
     EXPECT_EQ(convert(L"a\U0001F600"), brokenOffAfter("a"));
 }
 #endif
+
+TEST(StrictUtf8, ConvertsWhatDecodersMayTake) {
+    EXPECT_EQ(strictUtf8(L"rtsp://h/\xE9"), "rtsp://h/\xC3\xA9");
+}
+
+TEST(StrictUtf8, IsEmptyForWhatDecodersMayNotTake) {
+    EXPECT_EQ(strictUtf8(L""), "");
+    EXPECT_EQ(strictUtf8({L"a\0b", 3}), "");
+    EXPECT_EQ(strictUtf8({L"ab\0", 3}), "");
+    EXPECT_EQ(strictUtf8(L"abc\xD800"), "");
+}
+
+TEST(StrictUtf8, Takes8192UnitsButNotMore) {
+    EXPECT_EQ(strictUtf8(std::wstring(8192, L'\xE9')).size(), 16'384u);
+    EXPECT_EQ(strictUtf8(std::wstring(8193, L'a')), "");
+}
 
 }  // namespace
 }  // namespace vextra

@@ -23,10 +23,6 @@ std::wstring encoded(std::wstring_view text) {
     return std::wstring(percentEncode(text).view());
 }
 
-std::string strictUtf8(std::wstring_view text) {
-    return std::string(toUtf8Strict(text).view());
-}
-
 TEST(Ipv4, AcceptsFourNumbersUpTo255) {
     for (const wchar_t* text :
          {L"192.168.0.1", L"0.0.0.0", L"255.255.255.255", L"1.2.3.4", L"9.99.199.249", L"010.001.000.255"})
@@ -228,22 +224,6 @@ TEST(PercentEncoding, EncodesTheBytesOfUtf8) {
 TEST(PercentEncoding, GivesNothingForAnUnpairedSurrogate) {
     EXPECT_EQ(encoded(L"abc\xD800"), L"");
     EXPECT_EQ(encoded(L"\xDC00xyz"), L"");
-}
-
-TEST(StrictUtf8, ConvertsWhatDecodersMayTake) {
-    EXPECT_EQ(strictUtf8(L"rtsp://h/\xE9"), "rtsp://h/\xC3\xA9");
-}
-
-TEST(StrictUtf8, IsEmptyForWhatDecodersMayNotTake) {
-    EXPECT_EQ(strictUtf8(L""), "");
-    EXPECT_EQ(strictUtf8({L"a\0b", 3}), "");
-    EXPECT_EQ(strictUtf8({L"ab\0", 3}), "");
-    EXPECT_EQ(strictUtf8(L"abc\xD800"), "");
-}
-
-TEST(StrictUtf8, Takes8192UnitsButNotMore) {
-    EXPECT_EQ(strictUtf8(std::wstring(8192, L'\xE9')).size(), 16'384u);
-    EXPECT_EQ(strictUtf8(std::wstring(8193, L'a')), "");
 }
 
 }  // namespace

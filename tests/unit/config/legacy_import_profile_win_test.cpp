@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "broker_fixture_win.h"
-#include "config/private_profile.h"
+#include "config/legacy_import.h"
 
 namespace vextra {
 namespace {
@@ -90,6 +90,17 @@ TEST_F(PrivateProfile, MayBeUtf16) {
     writeUtf16(L"[source]\r\nurl=rtsp://câmera/•\r\ntransport=udp\r\n");
     EXPECT_EQ(url(), L"rtsp://câmera/•");
     EXPECT_TRUE(read().rtspUdp);
+}
+
+// On Windows a UTF-8 mark is part of its line; on a line of its own it does no harm anywhere.
+TEST_F(PrivateProfile, MayBeginWithAUtf8Mark) {
+    write("\xEF\xBB\xBF\r\n[source]\r\nurl=rtsp://marked\r\n");
+    EXPECT_EQ(url(), L"rtsp://marked");
+}
+
+TEST_F(PrivateProfile, GivesAUrlWithoutTheSpacesAroundItButWithThoseInIt) {
+    write("[source]\r\nurl =  rtsp://h/a b \r\n");
+    EXPECT_EQ(url(), L"rtsp://h/a b");
 }
 
 TEST_F(PrivateProfile, GivesAUrlOf8192CharactersButNoneThatIsLonger) {
