@@ -6,14 +6,13 @@
 namespace vextra {
 namespace {
 
-constexpr DWORD kMaxValueUnits = 8192;
 constexpr DWORD kMaxTransportUnits = 15;
 
 SecretText readVariable(const wchar_t* name) {
-    SecretText buffer(std::wstring(kMaxValueUnits + 1, L'\0'));
-    const DWORD length = GetEnvironmentVariableW(name, buffer.data(), kMaxValueUnits + 1);
+    SecretText buffer(std::wstring(kMaxUrlUnits + 1, L'\0'));
+    const DWORD length = GetEnvironmentVariableW(name, buffer.data(), kMaxUrlUnits + 1);
     // A value that does not fit gives the room that it would need, which is more than there is.
-    return SecretText(length <= kMaxValueUnits ? buffer.view().substr(0, length) : std::wstring_view{});
+    return SecretText(length <= kMaxUrlUnits ? buffer.view().substr(0, length) : std::wstring_view{});
 }
 
 }  // namespace

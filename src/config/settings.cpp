@@ -4,12 +4,12 @@
 
 namespace vextra {
 
-// Deliberately uneven: no latency at all may be asked for, a deadline below one second may not.
 bool numbersInRange(const BrokerSettings& settings) {
-    return settings.source <= SourceKind::kSyntheticTest && (settings.stream == 1 || settings.stream == 2) &&
-           settings.decoder <= DecoderBackend::kAutomatic && settings.latencyMs <= kMaxLatencyMs &&
-           settings.firstFrameDeadlineMs >= kMinFirstFrameDeadlineMs &&
-           settings.firstFrameDeadlineMs <= kMaxFirstFrameDeadlineMs;
+    bool inRange = true;
+    eachSettingsNumber([&](auto field, auto lowest, auto highest) {
+        inRange = inRange && settings.*field >= lowest && settings.*field <= highest;
+    });
+    return inRange;
 }
 
 std::wstring_view validateSettings(const BrokerSettings& settings) {

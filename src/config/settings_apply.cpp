@@ -11,55 +11,37 @@ namespace {
 // Wider than either field's own range: what lies between is refused by validateSettings, with its message.
 constexpr std::uint32_t kMaxTypedNumber = 30'000;
 
-bool readNumber(const SecretText& text, std::uint32_t& number) {
-    const auto value = parseWholeNumber(text.c_str(), text.size());
-    if (!value || *value > kMaxTypedNumber)
-        return false;
-    number = *value;
+struct TypedNumber {
+    SecretText SettingsForm::*text;
+    std::uint32_t BrokerSettings::*number;
+};
+constexpr TypedNumber kTypedNumbers[] = {
+    {&SettingsForm::latencyText, &BrokerSettings::latencyMs},
+    {&SettingsForm::firstFrameDeadlineText, &BrokerSettings::firstFrameDeadlineMs},
+};
+
+// False when a text is no number; everything else is judged by validateSettings.
+bool readNumbers(const SettingsForm& form, BrokerSettings& record) {
+    for (const TypedNumber& typed : kTypedNumbers) {
+        const SecretText& text = form.*typed.text;
+        const auto number = parseWholeNumber(text.c_str(), text.size());
+        if (!number || *number > kMaxTypedNumber)
+            return false;
+        record.*typed.number = *number;
+    }
     return true;
-}
-
-SecretText textOf(std::uint32_t number) {
-    return SecretText(std::to_wstring(number));
-}
-
-// False when a number field holds no number; everything else is judged by validateSettings.
-bool readForm(const SettingsForm& form, BrokerSettings& settings) {
-    // No selection becomes a number that no record may hold.
-    settings.source = static_cast<SourceKind>(form.source);
-    settings.stream = static_cast<std::uint32_t>(form.stream) + 1;
-    settings.rtspUdp = form.transport == 1;
-    settings.decoder = static_cast<DecoderBackend>(form.decoder);
-    settings.directIp = form.directIp;
-    settings.customUrl = form.customUrl;
-    settings.directUser = form.directUser;
-    settings.directPassword = form.directPassword;
-    settings.updateManifestUrl = form.updateManifestUrl;
-    settings.updateDisabled = form.updateDisabled;
-    return readNumber(form.latencyMs, settings.latencyMs) &&
-           readNumber(form.firstFrameDeadlineMs, settings.firstFrameDeadlineMs);
 }
 
 }  // namespace
 
 SettingsForm formFromSettings(const BrokerSettings& settings) {
-    SettingsForm form;
-    form.source = static_cast<std::int32_t>(settings.source);
-    form.stream = static_cast<std::int32_t>(settings.stream) - 1;
-    form.transport = settings.rtspUdp ? 1 : 0;
-    form.decoder = static_cast<std::int32_t>(settings.decoder);
-    form.directIp = settings.directIp;
-    form.customUrl = settings.customUrl;
-    form.directUser = settings.directUser;
-    form.directPassword = settings.directPassword;
-    form.latencyMs = textOf(settings.latencyMs);
-    form.firstFrameDeadlineMs = textOf(settings.firstFrameDeadlineMs);
-    form.updateManifestUrl = settings.updateManifestUrl;
-    form.updateDisabled = settings.updateDisabled;
+    SettingsForm form{.settings = settings, .latencyText = {}, .firstFrameDeadlineText = {}};
+    for (const TypedNumber& typed : kTypedNumbers)
+        (form.*typed.text).assign(std::to_wstring(settings.*typed.number));
     return form;
 }
 
-ApplyResult applySettings(const SettingsForm& form, const BrokerSettings& current, const CameraUse& use,
+ApplyResult applySettings(const SettingsForm& form, const CameraUse& use,
                           const std::function<bool(const BrokerSettings&)>& save) {
     if (!cameraIsIdle(use)) {
         return {
@@ -68,8 +50,8 @@ ApplyResult applySettings(const SettingsForm& form, const BrokerSettings& curren
             L"interrompida.",
             {}};
     }
-    BrokerSettings record = current;
-    if (!readForm(form, record))
+    BrokerSettings record = form.settings;
+    if (!readNumbers(form, record))
         return {ApplyOutcome::kNotNumbers, L"Latência e prazo devem ser números inteiros (ms).", {}};
     if (const std::wstring_view refusal = validateSettings(record); !refusal.empty())
         return {ApplyOutcome::kRejected, refusal, std::move(record)};
@@ -81,6 +63,35 @@ ApplyResult applySettings(const SettingsForm& form, const BrokerSettings& curren
     return {ApplyOutcome::kApplied,
             L"Configuração salva e aplicada. Conexão somente por demanda ou prévia explícita.",
             std::move(record)};
+}
+
+std::vector<SettingsEvent> settingsEvents(const ApplyResult& result) {
+    const auto event = [](EventCode code, auto number) {
+        return SettingsEvent{code, static_cast<std::int32_t>(number)};
+    };
+    switch (result.outcome) {
+        case ApplyOutcome::kBlocked: return {{EventCode::kSettingsApplyBlocked}};
+        case ApplyOutcome::kNotNumbers: return {};
+        case ApplyOutcome::kRejected:
+            return {{EventCode::kSettingsRejected},
+                    event(EventCode::kSettingsSource, result.record.source),
+                    event(EventCode::kSettingsStream, result.record.stream),
+                    event(EventCode::kSettingsDecoder, result.record.decoder),
+                    event(EventCode::kSettingsLatency, result.record.latencyMs),
+                    event(EventCode::kSettingsFirstDeadline, result.record.firstFrameDeadlineMs)};
+        case ApplyOutcome::kSaveFailed: return {{EventCode::kSettingsSaveFailed}};
+        case ApplyOutcome::kApplied: return {{EventCode::kSettingsApplied}};
+    }
+    return {};
+}
+
+ReloadResult reloadSettings(const CameraUse& use, const std::function<bool(BrokerSettings&)>& load) {
+    if (!cameraIsIdle(use))
+        return {L"Recarregar bloqueado durante captura/prévia.", {}};
+    BrokerSettings stored;
+    if (!load(stored))
+        return {L"Nenhuma configuração salva pôde ser lida; nada foi alterado.", {}};
+    return {L"Configuração salva recarregada, sem iniciar captura.", std::move(stored)};
 }
 
 }  // namespace vextra

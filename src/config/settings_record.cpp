@@ -1,6 +1,6 @@
 #include "config/settings_record.h"
 
-#include <array>
+#include "base/text.h"
 
 namespace vextra {
 namespace {
@@ -8,16 +8,10 @@ namespace {
 constexpr std::uint32_t kMagic = 0x33474643;  // "CFG3" in file order
 constexpr std::uint32_t kFormatVersion = 1;
 constexpr std::size_t kHeadBytes = 36;  // magic, version, five numbers, two flags
-constexpr std::size_t kMaxStringUnits = 8192;
 
 // FILE_ATTRIBUTE_DIRECTORY and FILE_ATTRIBUTE_REPARSE_POINT
 constexpr std::uint32_t kDirectoryAttribute = 0x10;
 constexpr std::uint32_t kReparsePointAttribute = 0x400;
-
-// In the order of the record.
-constexpr std::array kStrings{&BrokerSettings::profileUrl, &BrokerSettings::directIp,
-                              &BrokerSettings::directUser, &BrokerSettings::directPassword,
-                              &BrokerSettings::customUrl,  &BrokerSettings::updateManifestUrl};
 
 void putUint16(SecretBytes& bytes, std::uint32_t value) {
     bytes.push_back(static_cast<std::byte>(value & 0xFF));
@@ -49,7 +43,7 @@ public:
     }
     void string(SecretText& out) {
         const std::size_t units = uint32();
-        if (units > kMaxStringUnits || !has(units * 2)) {
+        if (units > kMaxUrlUnits || !has(units * 2)) {
             good_ = false;
             return;
         }
@@ -85,21 +79,18 @@ bool isReadableSettingsFile(std::uint32_t attributes, std::uint64_t sizeBytes) {
 
 SecretBytes serializeSettings(const BrokerSettings& settings) {
     std::size_t size = kHeadBytes;
-    for (const auto string : kStrings)
+    for (const auto string : kSettingsTexts)
         size += 4 + 2 * (settings.*string).size();
     SecretBytes bytes;
     bytes.reserve(size);
 
     putUint32(bytes, kMagic);
     putUint32(bytes, kFormatVersion);
-    putUint32(bytes, static_cast<std::uint32_t>(settings.source));
-    putUint32(bytes, settings.stream);
-    putUint32(bytes, static_cast<std::uint32_t>(settings.decoder));
-    putUint32(bytes, settings.latencyMs);
-    putUint32(bytes, settings.firstFrameDeadlineMs);
-    putUint32(bytes, settings.rtspUdp ? 1 : 0);
-    putUint32(bytes, settings.updateDisabled ? 1 : 0);
-    for (const auto string : kStrings) {
+    eachSettingsNumber(
+        [&](auto field, auto, auto) { putUint32(bytes, static_cast<std::uint32_t>(settings.*field)); });
+    for (const auto flag : kSettingsFlags)
+        putUint32(bytes, settings.*flag ? 1 : 0);
+    for (const auto string : kSettingsTexts) {
         putUint32(bytes, static_cast<std::uint32_t>((settings.*string).size()));
         for (const wchar_t unit : (settings.*string).view())
             putUint16(bytes, static_cast<std::uint32_t>(unit));
@@ -112,14 +103,12 @@ std::optional<BrokerSettings> parseSettings(std::span<const std::byte> bytes) {
     if (reader.uint32() != kMagic || reader.uint32() != kFormatVersion)
         return std::nullopt;
     BrokerSettings settings;
-    settings.source = static_cast<SourceKind>(reader.uint32());
-    settings.stream = reader.uint32();
-    settings.decoder = static_cast<DecoderBackend>(reader.uint32());
-    settings.latencyMs = reader.uint32();
-    settings.firstFrameDeadlineMs = reader.uint32();
-    settings.rtspUdp = reader.flag();
-    settings.updateDisabled = reader.flag();
-    for (const auto string : kStrings)
+    eachSettingsNumber([&](auto field, auto lowest, auto) {
+        settings.*field = static_cast<decltype(lowest)>(reader.uint32());
+    });
+    for (const auto flag : kSettingsFlags)
+        settings.*flag = reader.flag();
+    for (const auto string : kSettingsTexts)
         reader.string(settings.*string);
     if (!reader.good() || !reader.atEnd() || !numbersInRange(settings))
         return std::nullopt;

@@ -144,10 +144,7 @@ Supervisor::Begin Supervisor::beginDemand(bool demand) {
         doors_.log(EventCode::kBridgeOpenFailed, 0);
         return refuse(L"Componente/bridge não instalado ou ACL inválida. Execute o Setup.exe offline.");
     }
-    {
-        const std::lock_guard guard(shared_.settingsLock);
-        snapshot_ = shared_.settings;
-    }
+    snapshot_ = settingsNow(shared_);
     shared_.testPattern = syntheticTest();
     memory_.forceFfmpeg = false;
     url_ = sourceUrl(snapshot_);

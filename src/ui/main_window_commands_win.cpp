@@ -1,5 +1,4 @@
 // What the main window does for its buttons, its menu and the tray.
-#include <mutex>
 #include <string>
 #include <utility>
 
@@ -36,7 +35,7 @@ void MainWindow::onCommand(WORD id, WORD notification) {
         case kIdTabDiagnostics: selectPanel(Panel::kDiagnostics); break;
         case kIdRevealUrl: settingsPanel_.toggleUrl(); break;
         case kIdApply: applySettingsFromPanel(); break;
-        case kIdReload: reloadSettings(); break;
+        case kIdReload: reloadSettingsIntoPanel(); break;
         case kIdAdvanced:
             settingsPanel_.toggleAdvanced();
             spoken_.setAdvanced(settingsPanel_.advancedShown());
@@ -140,70 +139,36 @@ void MainWindow::showTrayMenu() {
 
 // --- The settings ---
 
-BrokerSettings MainWindow::settingsInEffect() const {
-    return settingsNow(shared_);
-}
-
-SourceKind MainWindow::sourceInEffect() const {
-    const std::lock_guard guard(shared_.settingsLock);
-    return shared_.settings.source;
-}
-
-void MainWindow::putSettingsInEffect(const BrokerSettings& settings) {
-    replaceSettings(shared_, settings);
-}
-
 // The leases are counted anew: the Supervisor's last count may be a pass old.
 CameraUse MainWindow::cameraUse() const {
     return {shared_.active, shared_.previewRuns(GetTickCount64()), countLeasesOnce()};
 }
 
 void MainWindow::applySettingsFromPanel() {
-    const CameraUse use = cameraUse();  // first: whatever is read afterwards is read of an idle camera
-    const SettingsForm form = settingsPanel_.read();
-    const BrokerSettings inEffect = settingsInEffect();
-    const ApplyResult result = applySettings(form, inEffect, use, [this](const BrokerSettings& settings) {
-        return saveSettings(dataFolder_, settings);
-    });
-    const auto logNumber = [&](EventCode code, auto number) {
-        log_.write(code, static_cast<std::int32_t>(number));
-    };
-    switch (result.outcome) {
-        case ApplyOutcome::kBlocked: log_.write(EventCode::kSettingsApplyBlocked); break;
-        case ApplyOutcome::kNotNumbers: break;
-        case ApplyOutcome::kRejected:
-            log_.write(EventCode::kSettingsRejected);
-            logNumber(EventCode::kSettingsSource, result.record.source);
-            logNumber(EventCode::kSettingsStream, result.record.stream);
-            logNumber(EventCode::kSettingsDecoder, result.record.decoder);
-            logNumber(EventCode::kSettingsLatency, result.record.latencyMs);
-            logNumber(EventCode::kSettingsFirstDeadline, result.record.firstFrameDeadlineMs);
-            break;
-        case ApplyOutcome::kSaveFailed: log_.write(EventCode::kSettingsSaveFailed); break;
-        case ApplyOutcome::kApplied:
-            putSettingsInEffect(result.record);
-            shared_.testPattern = result.record.source == SourceKind::kSyntheticTest;
-            log_.write(EventCode::kSettingsApplied);
-            break;
+    const CameraUse use = cameraUse();  // first: what is read afterwards is read of an idle camera
+    const SettingsForm form = settingsPanel_.read(settingsNow(shared_));
+    const ApplyResult result = applySettings(
+        form, use, [this](const BrokerSettings& settings) { return saveSettings(dataFolder_, settings); });
+    if (result.outcome == ApplyOutcome::kApplied) {
+        replaceSettings(shared_, result.record);
+        shared_.testPattern = result.record.source == SourceKind::kSyntheticTest;
     }
+    for (const auto& [code, value] : settingsEvents(result))
+        log_.write(code, value);
     showStatus(result.message);
 }
 
-void MainWindow::reloadSettings() {
-    if (!cameraIsIdle(cameraUse())) {
-        showStatus(L"Recarregar bloqueado durante captura/prévia.");
-        return;
+void MainWindow::reloadSettingsIntoPanel() {
+    const ReloadResult result = reloadSettings(cameraUse(), [this](BrokerSettings& settings) {
+        bool fromBackup = false;  // which of its two files gave the record is the store's own affair
+        return loadSettings(dataFolder_, settings, fromBackup);
+    });
+    if (result.record) {
+        replaceSettings(shared_, *result.record);
+        settingsPanel_.fill(formFromSettings(*result.record));
+        layoutControls();
     }
-    BrokerSettings stored;
-    bool fromBackup = false;  // as good as the other
-    if (!loadSettings(dataFolder_, stored, fromBackup)) {
-        showStatus(L"Nenhuma configuração salva pôde ser lida; nada foi alterado.");
-        return;
-    }
-    putSettingsInEffect(stored);
-    settingsPanel_.fill(formFromSettings(stored));
-    layoutControls();
-    showStatus(L"Configuração salva recarregada, sem iniciar captura.");
+    showStatus(result.message);
 }
 
 void MainWindow::selectPanel(Panel panel) {
@@ -223,7 +188,7 @@ void MainWindow::selectPanel(Panel panel) {
 std::wstring MainWindow::report() const {
     const Tick now = GetTickCount64();
     DiagnosticFigures figures;
-    figures.sourceLabel = protectedSourceLabel(sourceInEffect());
+    figures.sourceLabel = protectedSourceLabel(settingsNow(shared_).source);
     figures.statusLabel = currentStatusLabel();
     figures.backendLabel = reportBackendLabel(shared_.effectiveBackend);
     figures.leaseCount = shared_.leaseCount;
@@ -265,8 +230,8 @@ void MainWindow::repair() {
 UpdateChannelDoors MainWindow::updateDoors() {
     UpdateChannelDoors doors = systemUpdateDoors(window_, channel_);
     doors.settings = [this] {
-        const std::lock_guard guard(shared_.settingsLock);
-        return UpdateSettings{shared_.settings.updateDisabled, shared_.settings.updateManifestUrl};
+        BrokerSettings settings = settingsNow(shared_);
+        return UpdateSettings{settings.updateDisabled, std::move(settings.updateManifestUrl)};
     };
     doors.camera = [this] { return cameraUse(); };
     // The status line shows the shared text and nothing else, so that whoever speaks next is heard.

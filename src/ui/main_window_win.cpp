@@ -187,7 +187,7 @@ bool MainWindow::onCreate() {
     noteSession(SessionNews::kNone);
     update_.emplace(channel_, updateDoors());
     settingsPanel_.fillLists();
-    settingsPanel_.fill(formFromSettings(settingsInEffect()));
+    settingsPanel_.fill(formFromSettings(settingsNow(shared_)));
     refreshButtons(GetTickCount64());
     placedOn_ = screen_;
     moveTo(firstWindowPlace(screen_));
@@ -414,7 +414,7 @@ WindowState MainWindow::windowState(SIZE clientPixels) const {
     state.reconnects = shared_.reconnects;
     state.effectiveBackend = shared_.effectiveBackend;
     state.observedFps = rate_.perSecond();
-    state.configuredSource = sourceInEffect();
+    state.configuredSource = settingsNow(shared_).source;
     state.selectedSource = settingsPanel_.selectedSource();
     state.advancedShown = settingsPanel_.advancedShown();
     state.defaultManifestUrl = defaultManifestUrl_;

@@ -118,7 +118,7 @@ private:
     std::uint32_t noteSession(SessionNews news);  // SharedStatus::sessionAway after it
     void startSupervisorAgain();
     void applySettingsFromPanel();
-    void reloadSettings();
+    void reloadSettingsIntoPanel();
     void refreshLogs();
     void copyReport();
     void repair();
@@ -129,9 +129,6 @@ private:
 
     std::wstring report() const;
     CameraUse cameraUse() const;
-    BrokerSettings settingsInEffect() const;
-    SourceKind sourceInEffect() const;
-    void putSettingsInEffect(const BrokerSettings& settings);
     std::wstring_view currentStatusLabel() const;
     void showStatus(std::wstring_view text);
     void send(SupervisorCommand command);

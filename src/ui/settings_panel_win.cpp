@@ -1,89 +1,75 @@
 #include "ui/settings_panel_win.h"
 
-#include <span>
+#include <utility>
 
 namespace vextra {
 namespace {
 
-// The panel says more of a source than its bare label.
-constexpr const wchar_t* kSourceEntries[] = {
-    L"Perfil interno Vextra (padrão)",
-    L"Câmera direta • IPv4 + stream",
-    L"URL personalizada",
-    L"Teste sintético • sem rede",
-};
-constexpr const wchar_t* kTransportEntries[] = {L"TCP (recomendado)", L"UDP"};
-
-static_assert(std::size(kSourceEntries) == kSourceKinds.size());
-
-// Where each value of the form is on the panel.
-struct ListField {
-    ControlId id;
-    std::int32_t SettingsForm::*selection;
-};
-constexpr ListField kLists[] = {
-    {kIdSource, &SettingsForm::source},
-    {kIdStream, &SettingsForm::stream},
-    {kIdTransport, &SettingsForm::transport},
-    {kIdDecoder, &SettingsForm::decoder},
-};
+// What each control of the panel holds. The lists are visited, for their fields are of different types.
+template <typename Visit>
+void eachList(Visit visit) {
+    visit(kIdSource, &BrokerSettings::source, kSourceKinds);
+    visit(kIdStream, &BrokerSettings::stream, kStreams);
+    visit(kIdTransport, &BrokerSettings::rtspUdp, kTransports);
+    visit(kIdDecoder, &BrokerSettings::decoder, kDecoderBackends);
+}
 struct TextField {
+    ControlId id;
+    SecretText BrokerSettings::*text;
+};
+constexpr TextField kTexts[] = {
+    {kIdDirectIp, &BrokerSettings::directIp},
+    {kIdDirectUser, &BrokerSettings::directUser},
+    {kIdDirectPassword, &BrokerSettings::directPassword},
+    {kIdCustomUrl, &BrokerSettings::customUrl},
+    {kIdManifestUrl, &BrokerSettings::updateManifestUrl},
+};
+struct NumberField {
     ControlId id;
     SecretText SettingsForm::*text;
 };
-constexpr TextField kFields[] = {
-    {kIdDirectIp, &SettingsForm::directIp},
-    {kIdDirectUser, &SettingsForm::directUser},
-    {kIdDirectPassword, &SettingsForm::directPassword},
-    {kIdCustomUrl, &SettingsForm::customUrl},
-    {kIdLatency, &SettingsForm::latencyMs},
-    {kIdDeadline, &SettingsForm::firstFrameDeadlineMs},
-    {kIdManifestUrl, &SettingsForm::updateManifestUrl},
+constexpr NumberField kNumbers[] = {
+    {kIdLatency, &SettingsForm::latencyText},
+    {kIdDeadline, &SettingsForm::firstFrameDeadlineText},
 };
-
-void addEntry(HWND list, const wchar_t* text) {
-    SendMessageW(list, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(text));
-}
-
-template <typename Value, std::size_t N>
-void addLabels(HWND list, const std::array<NamedChoice<Value>, N>& choices) {
-    for (const NamedChoice<Value>& choice : choices)
-        addEntry(list, choice.label.data());  // the labels are literals, hence terminated
-}
 
 }  // namespace
 
 void SettingsPanel::fillLists() {
-    for (const wchar_t* entry : kSourceEntries)
-        addEntry(controls_[kIdSource], entry);
-    addLabels(controls_[kIdStream], kStreams);
-    for (const wchar_t* entry : kTransportEntries)
-        addEntry(controls_[kIdTransport], entry);
-    addLabels(controls_[kIdDecoder], kDecoderBackends);
+    eachList([this](ControlId id, auto, const auto& choices) {
+        for (const auto& choice : choices)  // the labels are literals, hence terminated
+            SendMessageW(controls_[id], CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(choice.label.data()));
+    });
 }
 
 void SettingsPanel::fill(const SettingsForm& form) {
     hideUrl();
-    for (const ListField& list : kLists)
-        controls_.select(list.id, form.*list.selection);
-    for (const TextField& field : kFields)
+    eachList([&](ControlId id, auto field, const auto& choices) {
+        controls_.select(id, selectionOf(choices, form.settings.*field));
+    });
+    for (const TextField& field : kTexts)
+        controls_.setSecretText(field.id, form.settings.*field.text);
+    for (const NumberField& field : kNumbers)
         controls_.setSecretText(field.id, form.*field.text);
-    controls_.setChecked(kIdUpdateDisabled, form.updateDisabled);
+    controls_.setChecked(kIdUpdateDisabled, form.settings.updateDisabled);
 }
 
-SettingsForm SettingsPanel::read() const {
-    SettingsForm form;
-    for (const ListField& list : kLists)
-        form.*list.selection = controls_.selection(list.id);
-    for (const TextField& field : kFields)
+SettingsForm SettingsPanel::read(BrokerSettings current) const {
+    SettingsForm form{.settings = std::move(current), .latencyText = {}, .firstFrameDeadlineText = {}};
+    eachList([&](ControlId id, auto field, const auto& choices) {
+        form.settings.*field = selectedValue(choices, controls_.selection(id));
+    });
+    for (const TextField& field : kTexts)
+        form.settings.*field.text = controls_.secretText(field.id);
+    for (const NumberField& field : kNumbers)
         form.*field.text = controls_.secretText(field.id);
-    form.updateDisabled = controls_.checked(kIdUpdateDisabled);
+    form.settings.updateDisabled = controls_.checked(kIdUpdateDisabled);
     return form;
 }
 
 SourceKind SettingsPanel::selectedSource() const {
     const int selected = controls_.selection(kIdSource);
-    return selected < 0 ? SourceKind::kInternalProfile : static_cast<SourceKind>(selected);
+    return selected < 0 ? SourceKind::kInternalProfile : selectedValue(kSourceKinds, selected);
 }
 
 void SettingsPanel::showUrl(bool revealed) {

@@ -12,7 +12,8 @@ public:
 
     void fillLists();
     void fill(const SettingsForm& form);  // masked, whatever was revealed of the last one
-    SettingsForm read() const;
+    // What has no control stays as `current` has it.
+    SettingsForm read(BrokerSettings current) const;
 
     // What the source list shows, saved or not.
     SourceKind selectedSource() const;

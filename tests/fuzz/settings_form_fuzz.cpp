@@ -17,6 +17,7 @@
 #include "config/settings_record.h"
 #include "config/source_url.h"
 #include "fuzz_text.h"
+#include "settings_samples.h"
 
 namespace {
 
@@ -26,6 +27,7 @@ using vextra::SecretText;
 using vextra::SettingsForm;
 using vextra::SourceKind;
 using vextra::test::expect;
+using vextra::test::sameSettings;
 
 constexpr vextra::CameraUse kIdle{false, false, 0};
 
@@ -69,18 +71,10 @@ bool mayBeUsed(const BrokerSettings& settings) {
            (manifest.empty() || manifest.substr(0, 8) == L"https://");
 }
 
-bool same(const BrokerSettings& a, const BrokerSettings& b) {
-    return a.source == b.source && a.stream == b.stream && a.decoder == b.decoder &&
-           a.latencyMs == b.latencyMs && a.firstFrameDeadlineMs == b.firstFrameDeadlineMs &&
-           a.rtspUdp == b.rtspUdp && a.updateDisabled == b.updateDisabled && a.profileUrl == b.profileUrl &&
-           a.directIp == b.directIp && a.directUser == b.directUser && a.directPassword == b.directPassword &&
-           a.customUrl == b.customUrl && a.updateManifestUrl == b.updateManifestUrl;
-}
-
 // The saving that the store does, without a disk: only what can be loaded again is saved.
 bool isStorable(const BrokerSettings& settings) {
     const auto again = vextra::parseSettings(vextra::serializeSettings(settings));
-    expect(!again || same(*again, settings));
+    expect(!again || sameSettings(*again, settings));
     return again.has_value();
 }
 
@@ -100,52 +94,50 @@ void expectNumber(std::uint32_t number, const SecretText& field, std::uint32_t u
         expect(number == *plain * unit);
 }
 
-bool sameTexts(const SettingsForm& a, const SettingsForm& b) {
-    return a.directIp == b.directIp && a.customUrl == b.customUrl && a.directUser == b.directUser &&
-           a.directPassword == b.directPassword && a.updateManifestUrl == b.updateManifestUrl;
-}
-
 SettingsForm formOf(const Values& values) {
     SettingsForm form;
-    form.source = values.number("source");
-    form.stream = values.number("stream");
-    form.transport = values.number("transport");
-    form.decoder = values.number("decoder");
-    form.directIp = values.text("ip");
-    form.customUrl = values.text("url");
-    form.directUser = values.text("user");
-    form.directPassword = values.text("password");
-    form.latencyMs = values.text("latency");
-    form.firstFrameDeadlineMs = values.text("deadline");
-    form.updateManifestUrl = values.text("manifest");
-    form.updateDisabled = values.number("no-updates") == 1;
+    BrokerSettings& settings = form.settings;
+    settings.source = vextra::selectedValue(vextra::kSourceKinds, values.number("source"));
+    settings.stream = vextra::selectedValue(vextra::kStreams, values.number("stream"));
+    settings.rtspUdp = vextra::selectedValue(vextra::kTransports, values.number("transport"));
+    settings.decoder = vextra::selectedValue(vextra::kDecoderBackends, values.number("decoder"));
+    settings.profileUrl = values.text("profile");
+    settings.directIp = values.text("ip");
+    settings.customUrl = values.text("url");
+    settings.directUser = values.text("user");
+    settings.directPassword = values.text("password");
+    settings.updateManifestUrl = values.text("manifest");
+    settings.updateDisabled = values.number("no-updates") == 1;
+    form.latencyText = values.text("latency");
+    form.firstFrameDeadlineText = values.text("deadline");
     return form;
 }
 
-void checkApplied(const SettingsForm& form, const BrokerSettings& record, const BrokerSettings& before) {
+void checkApplied(const Values& values, const SettingsForm& form, const BrokerSettings& record) {
     expect(mayBeUsed(record));
-    expect(record.profileUrl == before.profileUrl);
-    const SettingsForm shown = vextra::formFromSettings(record);
-    expect(sameTexts(shown, form) && shown.updateDisabled == form.updateDisabled);
-    expect(shown.source == form.source && shown.stream == form.stream && shown.decoder == form.decoder);
-    expect(shown.transport == (form.transport == 1 ? 1 : 0));
-    expectNumber(record.latencyMs, form.latencyMs, 1);
-    expectNumber(record.firstFrameDeadlineMs, form.firstFrameDeadlineMs, 1);
+    BrokerSettings meant = form.settings;  // what was chosen and typed, and the two numbers as they were read
+    meant.latencyMs = record.latencyMs;
+    meant.firstFrameDeadlineMs = record.firstFrameDeadlineMs;
+    expect(sameSettings(record, meant));
+    expectNumber(record.latencyMs, form.latencyText, 1);
+    expectNumber(record.firstFrameDeadlineMs, form.firstFrameDeadlineText, 1);
+    expect(static_cast<std::int32_t>(record.source) == values.number("source"));
+    expect(static_cast<std::int32_t>(record.stream) == values.number("stream") + 1);
+    expect(static_cast<std::int32_t>(record.decoder) == values.number("decoder"));
+    expect(record.rtspUdp == (values.number("transport") == 1));
 
-    const auto again = vextra::applySettings(shown, record, kIdle, isStorable);
+    const auto again = vextra::applySettings(vextra::formFromSettings(record), kIdle, isStorable);
     expect(again.outcome == ApplyOutcome::kApplied);
-    expect(same(again.record, record));
+    expect(sameSettings(again.record, record));
 }
 
 void checkForm(const Values& values) {
     const SettingsForm form = formOf(values);
-    BrokerSettings current;
-    current.profileUrl = values.text("profile");
     const vextra::CameraUse use{values.number("episode") == 1, values.number("preview") == 1,
                                 values.number("leases")};
     std::optional<BrokerSettings> saved;
     bool asked = false;
-    const auto result = vextra::applySettings(form, current, use, [&](const BrokerSettings& record) {
+    const auto result = vextra::applySettings(form, use, [&](const BrokerSettings& record) {
         asked = true;
         if (isStorable(record))
             saved = record;
@@ -157,10 +149,14 @@ void checkForm(const Values& values) {
     expect((result.outcome == ApplyOutcome::kSaveFailed) == (asked && !saved));
     expect(result.outcome != ApplyOutcome::kRejected || !mayBeUsed(result.record));
     expect(!result.message.empty());
+    const std::size_t events = vextra::settingsEvents(result).size();
+    expect(events == (result.outcome == ApplyOutcome::kNotNumbers ? 0u
+                      : result.outcome == ApplyOutcome::kRejected ? 6u
+                                                                  : 1u));
     if (!saved)
         return;
-    expect(same(result.record, *saved));
-    checkApplied(form, result.record, current);
+    expect(sameSettings(result.record, *saved));
+    checkApplied(values, form, result.record);
 }
 
 void checkImport(const Values& values) {

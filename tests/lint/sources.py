@@ -19,7 +19,7 @@ LOWER = {"base", "diag", "config", "bridge"}
 ROOMS = {
     "base": {"base"},
     "diag": {"diag", "base"},
-    "config": {"config", "base"},
+    "config": {"config", "base", "diag"},
     "bridge": {"bridge", "base"},
     "producers": {"producers"} | LOWER,
     "core": {"core", "producers"} | LOWER,

@@ -4,10 +4,16 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "settings_samples.h"
 
 namespace vextra {
 namespace {
+
+using test::everySetting;
+using test::sameSettings;
 
 constexpr CameraUse kIdle{false, false, 0};
 
@@ -26,51 +32,11 @@ SecretText secret(std::wstring_view text) {
     return SecretText(text);
 }
 
-// A record in which every field differs from its default and from every other.
-BrokerSettings everyField() {
-    BrokerSettings settings;
-    settings.source = SourceKind::kCustomUrl;
-    settings.stream = 2;
-    settings.decoder = DecoderBackend::kAutomatic;
-    settings.latencyMs = 123;
-    settings.firstFrameDeadlineMs = 4567;
-    settings.rtspUdp = true;
-    settings.updateDisabled = true;
-    settings.profileUrl = secret(L"rtsp://profile/1");
-    settings.directIp = secret(L"192.0.2.9");
-    settings.directUser = secret(L"usuário");
-    settings.directPassword = secret(L"señha €");
-    settings.customUrl = secret(L"rtsps://custom/2");
-    settings.updateManifestUrl = secret(L"https://manifest/3");
-    return settings;
-}
-
-void expectSame(const BrokerSettings& a, const BrokerSettings& b) {
-    EXPECT_EQ(a.source, b.source);
-    EXPECT_EQ(a.stream, b.stream);
-    EXPECT_EQ(a.decoder, b.decoder);
-    EXPECT_EQ(a.latencyMs, b.latencyMs);
-    EXPECT_EQ(a.firstFrameDeadlineMs, b.firstFrameDeadlineMs);
-    EXPECT_EQ(a.rtspUdp, b.rtspUdp);
-    EXPECT_EQ(a.updateDisabled, b.updateDisabled);
-    EXPECT_TRUE(a.profileUrl == b.profileUrl);
-    EXPECT_TRUE(a.directIp == b.directIp);
-    EXPECT_TRUE(a.directUser == b.directUser);
-    EXPECT_TRUE(a.directPassword == b.directPassword);
-    EXPECT_TRUE(a.customUrl == b.customUrl);
-    EXPECT_TRUE(a.updateManifestUrl == b.updateManifestUrl);
-}
-
 // A form that is accepted, so that a test changes the one field it is about.
 SettingsForm acceptable() {
-    SettingsForm form;
-    form.source = 3;
-    form.stream = 0;
-    form.transport = 0;
-    form.decoder = 0;
-    form.latencyMs = secret(L"50");
-    form.firstFrameDeadlineMs = secret(L"7000");
-    return form;
+    BrokerSettings settings;
+    settings.source = SourceKind::kSyntheticTest;
+    return formFromSettings(settings);
 }
 
 // What was saved, and what the flow said.
@@ -84,7 +50,6 @@ struct Attempt {
 struct Circumstances {
     CameraUse use = kIdle;
     bool saveWorks = true;
-    BrokerSettings current{};
 };
 
 Attempt apply(const SettingsForm& form, const Circumstances& given = {}) {
@@ -93,7 +58,7 @@ Attempt apply(const SettingsForm& form, const Circumstances& given = {}) {
         attempt.saved.push_back(record);
         return given.saveWorks;
     };
-    ApplyResult result = applySettings(form, given.current, given.use, save);
+    ApplyResult result = applySettings(form, given.use, save);
     attempt.outcome = result.outcome;
     attempt.message = result.message;
     attempt.record = result.record;
@@ -108,44 +73,17 @@ void expectRefusal(const Attempt& attempt, ApplyOutcome outcome, const wchar_t* 
 
 // --- The panel and the record ---
 
-TEST(SettingsForm, ShowsARecordAsTheListsCount) {
-    const SettingsForm form = formFromSettings(everyField());
-    EXPECT_EQ(form.source, 2);
-    EXPECT_EQ(form.stream, 1);
-    EXPECT_EQ(form.transport, 1);
-    EXPECT_EQ(form.decoder, 2);
-    EXPECT_EQ(form.latencyMs.view(), L"123");
-    EXPECT_EQ(form.firstFrameDeadlineMs.view(), L"4567");
-    EXPECT_EQ(form.directIp.view(), L"192.0.2.9");
-    EXPECT_EQ(form.directUser.view(), L"usuário");
-    EXPECT_EQ(form.directPassword.view(), L"señha €");
-    EXPECT_EQ(form.customUrl.view(), L"rtsps://custom/2");
-    EXPECT_EQ(form.updateManifestUrl.view(), L"https://manifest/3");
-    EXPECT_TRUE(form.updateDisabled);
-}
-
-TEST(SettingsForm, ShowsTheDefaultsAsTheListsCount) {
-    const SettingsForm form = formFromSettings(BrokerSettings{});
-    EXPECT_EQ(form.source, 0);
-    EXPECT_EQ(form.stream, 0);
-    EXPECT_EQ(form.transport, 0);
-    EXPECT_EQ(form.decoder, 0);
-    EXPECT_EQ(form.latencyMs.view(), L"50");
-    EXPECT_EQ(form.firstFrameDeadlineMs.view(), L"7000");
-    EXPECT_FALSE(form.updateDisabled);
+TEST(SettingsForm, IsTheRecordWithItsTypedNumbersAsTexts) {
+    const SettingsForm form = formFromSettings(everySetting());
+    EXPECT_TRUE(sameSettings(form.settings, everySetting()));
+    EXPECT_EQ(form.latencyText.view(), L"123");
+    EXPECT_EQ(form.firstFrameDeadlineText.view(), L"4567");
 }
 
 TEST(SettingsForm, BringsBackTheRecordThatItShows) {
-    const Attempt attempt = apply(formFromSettings(everyField()), {.current = everyField()});
+    const Attempt attempt = apply(formFromSettings(everySetting()));
     ASSERT_EQ(attempt.outcome, ApplyOutcome::kApplied);
-    expectSame(attempt.record, everyField());
-}
-
-TEST(SettingsForm, NeverHoldsTheProfileAddress) {
-    const SettingsForm form = formFromSettings(everyField());
-    for (const SecretText* field : {&form.directIp, &form.customUrl, &form.directUser, &form.directPassword,
-                                    &form.latencyMs, &form.firstFrameDeadlineMs, &form.updateManifestUrl})
-        EXPECT_EQ(field->view().find(L"profile"), std::wstring_view::npos);
+    EXPECT_TRUE(sameSettings(attempt.record, everySetting()));
 }
 
 // --- When settings may change ---
@@ -174,13 +112,13 @@ TEST(ApplyingSettings, IsBlockedWhileTheCameraIsInUseOrNobodyKnows) {
 
 Attempt withLatency(std::wstring_view text) {
     SettingsForm form = acceptable();
-    form.latencyMs = secret(text);
+    form.latencyText = secret(text);
     return apply(form);
 }
 
 Attempt withDeadline(std::wstring_view text) {
     SettingsForm form = acceptable();
-    form.firstFrameDeadlineMs = secret(text);
+    form.firstFrameDeadlineText = secret(text);
     return apply(form);
 }
 
@@ -252,54 +190,54 @@ TEST(NumberFields, WrapANegativeNumberAtTwoToTheThirtySecond) {
 
 // --- The lists ---
 
+template <typename Value, std::size_t kCount>
+void expectReadAsItCounts(const std::array<NamedChoice<Value>, kCount>& choices) {
+    for (std::size_t i = 0; i < kCount; ++i) {
+        const auto selection = static_cast<std::int32_t>(i);
+        EXPECT_EQ(selectedValue(choices, selection), choices[i].value) << i;
+        EXPECT_EQ(selectionOf(choices, choices[i].value), selection) << i;
+    }
+}
+
 TEST(Lists, AreReadAsTheyCount) {
-    SettingsForm form = formFromSettings(everyField());
-    for (int source = 0; source <= 3; ++source) {
-        form.source = source;
-        EXPECT_EQ(static_cast<int>(apply(form, {.current = everyField()}).record.source), source);
-    }
-    for (int stream = 0; stream <= 1; ++stream) {
-        form.stream = stream;
-        EXPECT_EQ(apply(form, {.current = everyField()}).record.stream,
-                  static_cast<std::uint32_t>(stream) + 1);
-    }
-    for (int decoder = 0; decoder <= 2; ++decoder) {
-        form.decoder = decoder;
-        EXPECT_EQ(static_cast<int>(apply(form, {.current = everyField()}).record.decoder), decoder);
-    }
-    for (int transport = -1; transport <= 1; ++transport) {
-        form.transport = transport;
-        EXPECT_EQ(apply(form, {.current = everyField()}).record.rtspUdp, transport == 1);
-    }
+    expectReadAsItCounts(kSourceKinds);
+    expectReadAsItCounts(kStreams);
+    expectReadAsItCounts(kTransports);
+    expectReadAsItCounts(kDecoderBackends);
 }
 
-TEST(Lists, WithoutASelectionAreRefused) {
-    std::int32_t SettingsForm::*const kLists[] = {&SettingsForm::source, &SettingsForm::stream,
-                                                  &SettingsForm::decoder};
-    for (const auto list : kLists) {
-        SettingsForm form = acceptable();
-        form.*list = -1;
-        expectRefusal(apply(form), ApplyOutcome::kRejected, kOutOfRange);
-    }
+TEST(Lists, ShowNothingAsTheirSelectionWithoutOne) {
+    EXPECT_EQ(selectionOf(kSourceKinds, selectedValue(kSourceKinds, -1)), -1);
+    EXPECT_EQ(selectionOf(kStreams, selectedValue(kStreams, -1)), -1);
+    EXPECT_EQ(selectionOf(kDecoderBackends, selectedValue(kDecoderBackends, -1)), -1);
 }
 
-TEST(Lists, BeyondTheirEntriesAreRefused) {
-    const std::pair<std::int32_t SettingsForm::*, std::int32_t> kLists[] = {
-        {&SettingsForm::source, 4}, {&SettingsForm::stream, 2}, {&SettingsForm::decoder, 3}};
-    for (const auto& [list, entry] : kLists) {
+TEST(Lists, WithoutASelectionOrBeyondTheirEntriesAreRefused) {
+    for (const std::int32_t selection : {-1, 4}) {
         SettingsForm form = acceptable();
-        form.*list = entry;
+        form.settings.source = selectedValue(kSourceKinds, selection);
         expectRefusal(apply(form), ApplyOutcome::kRejected, kOutOfRange);
     }
+    for (const std::int32_t selection : {-1, 2}) {
+        SettingsForm form = acceptable();
+        form.settings.stream = selectedValue(kStreams, selection);
+        expectRefusal(apply(form), ApplyOutcome::kRejected, kOutOfRange);
+    }
+    for (const std::int32_t selection : {-1, 3}) {
+        SettingsForm form = acceptable();
+        form.settings.decoder = selectedValue(kDecoderBackends, selection);
+        expectRefusal(apply(form), ApplyOutcome::kRejected, kOutOfRange);
+    }
+    EXPECT_FALSE(selectedValue(kTransports, -1));
 }
 
 // --- The order of the checks ---
 
 SettingsForm wrongInEveryWay() {
     SettingsForm form = acceptable();
-    form.source = 2;
-    form.customUrl = secret(L"no address");
-    form.latencyMs = secret(L"12ms");
+    form.settings.source = SourceKind::kCustomUrl;
+    form.settings.customUrl = secret(L"no address");
+    form.latencyText = secret(L"12ms");
     return form;
 }
 
@@ -314,17 +252,17 @@ TEST(ApplyingSettings, ReadsTheNumbersBeforeItJudgesTheRecord) {
 
 TEST(ApplyingSettings, JudgesTheRecordBeforeItSaves) {
     SettingsForm form = wrongInEveryWay();
-    form.latencyMs = secret(L"50");
+    form.latencyText = secret(L"50");
     expectRefusal(apply(form, {.saveWorks = false}), ApplyOutcome::kRejected, kNoUrl);
 }
 
 TEST(ApplyingSettings, GivesBackTheNumbersThatItRejected) {
     SettingsForm form = acceptable();
-    form.source = 1;
-    form.stream = 1;
-    form.decoder = 2;
-    form.latencyMs = secret(L"5001");
-    form.firstFrameDeadlineMs = secret(L"999");
+    form.settings.source = SourceKind::kDirectCamera;
+    form.settings.stream = 2;
+    form.settings.decoder = DecoderBackend::kAutomatic;
+    form.latencyText = secret(L"5001");
+    form.firstFrameDeadlineText = secret(L"999");
     const Attempt attempt = apply(form);
     EXPECT_EQ(attempt.outcome, ApplyOutcome::kRejected);
     EXPECT_EQ(attempt.record.source, SourceKind::kDirectCamera);
@@ -336,31 +274,23 @@ TEST(ApplyingSettings, GivesBackTheNumbersThatItRejected) {
 
 // --- The save ---
 
-TEST(ApplyingSettings, SavesOnceWhatIsThenInEffect) {
-    const Attempt attempt = apply(formFromSettings(everyField()), {.current = everyField()});
+TEST(ApplyingSettings, SavesOnceWhatIsThenToBePutInEffect) {
+    const Attempt attempt = apply(formFromSettings(everySetting()));
     EXPECT_EQ(attempt.outcome, ApplyOutcome::kApplied);
     EXPECT_EQ(attempt.message, kApplied);
     ASSERT_EQ(attempt.saved.size(), 1u);
-    expectSame(attempt.saved[0], everyField());
-    expectSame(attempt.record, everyField());
+    EXPECT_TRUE(sameSettings(attempt.saved[0], everySetting()));
+    EXPECT_TRUE(sameSettings(attempt.record, everySetting()));
 }
 
-TEST(ApplyingSettings, KeepsTheProfileAddressOfTheRecordInEffect) {
-    BrokerSettings current;
-    current.profileUrl = secret(L"rtsp://profile/1");
-    const Attempt attempt = apply(acceptable(), {.current = current});
-    ASSERT_EQ(attempt.saved.size(), 1u);
-    EXPECT_EQ(attempt.saved[0].profileUrl.view(), L"rtsp://profile/1");
-    EXPECT_EQ(attempt.record.profileUrl.view(), L"rtsp://profile/1");
-}
-
-TEST(ApplyingSettings, TakesNothingElseFromTheRecordInEffect) {
-    const Attempt attempt = apply(acceptable(), {.current = everyField()});
+TEST(ApplyingSettings, ReadsTheNumbersFromTheirTextsAlone) {
+    SettingsForm form = acceptable();
+    form.settings.latencyMs = 5001;
+    form.settings.firstFrameDeadlineMs = 999;
+    const Attempt attempt = apply(form);
     ASSERT_EQ(attempt.outcome, ApplyOutcome::kApplied);
-    BrokerSettings expected;
-    expected.source = SourceKind::kSyntheticTest;
-    expected.profileUrl = secret(L"rtsp://profile/1");
-    expectSame(attempt.record, expected);
+    EXPECT_EQ(attempt.record.latencyMs, 50u);
+    EXPECT_EQ(attempt.record.firstFrameDeadlineMs, 7000u);
 }
 
 TEST(ApplyingSettings, SaysSoWhenTheSaveFails) {
@@ -368,14 +298,82 @@ TEST(ApplyingSettings, SaysSoWhenTheSaveFails) {
     EXPECT_EQ(attempt.outcome, ApplyOutcome::kSaveFailed);
     EXPECT_EQ(attempt.message, kNotSaved);
     EXPECT_EQ(attempt.saved.size(), 1u);
-    expectSame(attempt.record, BrokerSettings{});  // nothing that a caller could put into effect
+    EXPECT_TRUE(sameSettings(attempt.record, BrokerSettings{}));  // nothing that could be put into effect
 }
 
-TEST(ApplyingSettings, LeavesTheRecordInEffectAlone) {
-    for (const bool saveWorks : {true, false}) {
-        const Circumstances given{.saveWorks = saveWorks, .current = everyField()};
-        apply(acceptable(), given);
-        expectSame(given.current, everyField());
+// --- What is logged ---
+
+using Events = std::vector<std::pair<EventCode, std::int32_t>>;
+
+Events eventsOf(ApplyOutcome outcome) {
+    BrokerSettings record = everySetting();
+    record.source = SourceKind::kDirectCamera;
+    record.latencyMs = 5001;
+    record.firstFrameDeadlineMs = 0xFFFF'FFFF;
+    Events events;
+    for (const auto& [code, value] : settingsEvents({outcome, L"a message", record}))
+        events.emplace_back(code, value);
+    return events;
+}
+
+TEST(SettingsEvents, OfABlockedAttemptAreOne) {
+    EXPECT_EQ(eventsOf(ApplyOutcome::kBlocked), (Events{{EventCode::kSettingsApplyBlocked, 0}}));
+}
+
+TEST(SettingsEvents, AreNoneForWhatIsNoNumber) {
+    EXPECT_EQ(eventsOf(ApplyOutcome::kNotNumbers), Events{});
+}
+
+TEST(SettingsEvents, OfARefusedRecordAreItsNumbersInOrder) {
+    EXPECT_EQ(eventsOf(ApplyOutcome::kRejected), (Events{{EventCode::kSettingsRejected, 0},
+                                                         {EventCode::kSettingsSource, 1},
+                                                         {EventCode::kSettingsStream, 2},
+                                                         {EventCode::kSettingsDecoder, 2},
+                                                         {EventCode::kSettingsLatency, 5001},
+                                                         {EventCode::kSettingsFirstDeadline, -1}}));
+}
+
+TEST(SettingsEvents, OfARecordThatWasNotSavedAreOne) {
+    EXPECT_EQ(eventsOf(ApplyOutcome::kSaveFailed), (Events{{EventCode::kSettingsSaveFailed, 0}}));
+}
+
+TEST(SettingsEvents, OfAnAppliedRecordAreOne) {
+    EXPECT_EQ(eventsOf(ApplyOutcome::kApplied), (Events{{EventCode::kSettingsApplied, 0}}));
+}
+
+// --- Reloading ---
+
+ReloadResult reload(const CameraUse& use, bool loads, int& loadsAsked) {
+    return reloadSettings(use, [&](BrokerSettings& settings) {
+        ++loadsAsked;
+        settings = everySetting();  // also where it says that there is none
+        return loads;
+    });
+}
+
+TEST(ReloadingSettings, GivesWhatIsStored) {
+    int asked = 0;
+    const ReloadResult result = reload(kIdle, true, asked);
+    EXPECT_EQ(result.message, L"Configuração salva recarregada, sem iniciar captura.");
+    ASSERT_TRUE(result.record);
+    EXPECT_TRUE(sameSettings(*result.record, everySetting()));
+}
+
+TEST(ReloadingSettings, GivesNothingWhenNothingCouldBeRead) {
+    int asked = 0;
+    const ReloadResult result = reload(kIdle, false, asked);
+    EXPECT_EQ(result.message, L"Nenhuma configuração salva pôde ser lida; nada foi alterado.");
+    EXPECT_FALSE(result.record);
+}
+
+TEST(ReloadingSettings, ReadsNothingWhileTheCameraIsInUseOrItsUseUnknown) {
+    for (const CameraUse& use : {CameraUse{true, false, 0}, CameraUse{false, true, 0},
+                                 CameraUse{false, false, 1}, CameraUse{false, false, -1}}) {
+        int asked = 0;
+        const ReloadResult result = reload(use, true, asked);
+        EXPECT_EQ(result.message, L"Recarregar bloqueado durante captura/prévia.");
+        EXPECT_FALSE(result.record);
+        EXPECT_EQ(asked, 0);
     }
 }
 

@@ -215,12 +215,13 @@ void expectInOrder(const Table& table, std::uint32_t first, std::initializer_lis
 }
 
 TEST(SettingsChoices, AreListedInOrderOfTheirNumbersWithTheirWords) {
-    expectInOrder(
-        kSourceKinds, 0, {L"blueiris", L"direct", L"custom", L""},
-        {L"Perfil interno Vextra (padrão)", L"Câmera direta", L"URL personalizada", L"Teste sintético"});
+    expectInOrder(kSourceKinds, 0, {L"blueiris", L"direct", L"custom", L""},
+                  {L"Perfil interno Vextra (padrão)", L"Câmera direta • IPv4 + stream", L"URL personalizada",
+                   L"Teste sintético • sem rede"});
     expectInOrder(kDecoderBackends, 0, {L"ffmpeg", L"gstreamer", L"auto"},
                   {L"FFmpeg", L"GStreamer (opcional)", L"Auto • GStreamer/FFmpeg"});
     expectInOrder(kStreams, 1, {L"stream1", L"stream2"}, {L"stream1", L"stream2"});
+    expectInOrder(kTransports, 0, {L"", L""}, {L"TCP (recomendado)", L"UDP"});
 }
 
 }  // namespace

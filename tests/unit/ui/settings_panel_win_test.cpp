@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "settings_samples.h"
 #include "test_window_win.h"
 
 namespace vextra {
@@ -37,35 +38,13 @@ protected:
 };
 
 SettingsForm everyField() {
-    SettingsForm form;
-    form.source = 2;
-    form.stream = 1;
-    form.transport = 1;
-    form.decoder = 2;
-    form.directIp.assign(L"192.0.2.9");
-    form.customUrl.assign(L"rtsps://custom/2?é");
-    form.directUser.assign(L"usuário");
-    form.directPassword.assign(L"señha & €");
-    form.latencyMs.assign(L"123");
-    form.firstFrameDeadlineMs.assign(L"4567");
-    form.updateManifestUrl.assign(L"https://manifest/3");
-    form.updateDisabled = true;
-    return form;
+    return formFromSettings(test::everySetting());
 }
 
 void expectSame(const SettingsForm& a, const SettingsForm& b) {
-    EXPECT_EQ(a.source, b.source);
-    EXPECT_EQ(a.stream, b.stream);
-    EXPECT_EQ(a.transport, b.transport);
-    EXPECT_EQ(a.decoder, b.decoder);
-    EXPECT_TRUE(a.directIp == b.directIp);
-    EXPECT_TRUE(a.customUrl == b.customUrl);
-    EXPECT_TRUE(a.directUser == b.directUser);
-    EXPECT_TRUE(a.directPassword == b.directPassword);
-    EXPECT_TRUE(a.latencyMs == b.latencyMs);
-    EXPECT_TRUE(a.firstFrameDeadlineMs == b.firstFrameDeadlineMs);
-    EXPECT_TRUE(a.updateManifestUrl == b.updateManifestUrl);
-    EXPECT_EQ(a.updateDisabled, b.updateDisabled);
+    EXPECT_TRUE(test::sameSettings(a.settings, b.settings));
+    EXPECT_TRUE(a.latencyText == b.latencyText);
+    EXPECT_TRUE(a.firstFrameDeadlineText == b.firstFrameDeadlineText);
 }
 
 TEST_F(SettingsPanelTest, OffersTheEntriesInTheOrderOfTheirValues) {
@@ -96,17 +75,40 @@ TEST_F(SettingsPanelTest, ShowsAFormInItsControls) {
 
 TEST_F(SettingsPanelTest, ReadsBackTheFormThatItShows) {
     panel.fill(everyField());
-    expectSame(panel.read(), everyField());
+    expectSame(panel.read(everyField().settings), everyField());
     const SettingsForm defaults = formFromSettings(BrokerSettings{});
     panel.fill(defaults);
-    expectSame(panel.read(), defaults);
+    expectSame(panel.read(defaults.settings), defaults);
+}
+
+// The texts of the numbers are what counts of them.
+TEST_F(SettingsPanelTest, ReadsAllButTheProfileAddressFromItsControls) {
+    panel.fill(everyField());
+    BrokerSettings current;
+    current.profileUrl.assign(L"rtsp://in/effect");
+    SettingsForm expected = everyField();
+    expected.settings.profileUrl = current.profileUrl;
+    expected.settings.latencyMs = current.latencyMs;
+    expected.settings.firstFrameDeadlineMs = current.firstFrameDeadlineMs;
+    expectSame(panel.read(current), expected);
+}
+
+TEST_F(SettingsPanelTest, ShowsTheProfileAddressNowhere) {
+    panel.fill(everyField());
+    for (const Control& control : kControls)
+        EXPECT_EQ(textOf(control.id).find(L"profile"), std::wstring::npos) << control.id;
 }
 
 TEST_F(SettingsPanelTest, ReadsNoSelectionAsNone) {
-    SettingsForm form = everyField();
-    form.source = form.stream = form.transport = form.decoder = -1;
-    panel.fill(form);
-    expectSame(panel.read(), form);
+    panel.fill(everyField());
+    for (const ControlId list : {kIdSource, kIdStream, kIdTransport, kIdDecoder})
+        controls.select(list, -1);
+    SettingsForm expected = everyField();
+    expected.settings.source = selectedValue(kSourceKinds, -1);
+    expected.settings.stream = 0;
+    expected.settings.rtspUdp = false;
+    expected.settings.decoder = selectedValue(kDecoderBackends, -1);
+    expectSame(panel.read(everyField().settings), expected);
 }
 
 TEST_F(SettingsPanelTest, KnowsTheSelectedSource) {
