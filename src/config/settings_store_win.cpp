@@ -11,7 +11,6 @@
 #include "base/system_types.h"
 #include "base/system_win.h"
 #include "base/unique_win.h"
-#include "config/save_faults.h"
 #include "config/settings_record.h"
 #include "config/settings_store.h"
 
@@ -102,9 +101,7 @@ bool writeThrough(HANDLE file, std::span<const std::byte> bytes) {
     const auto size = static_cast<DWORD>(bytes.size());
     DWORD written = 0;
     const bool whole = WriteFile(file, bytes.data(), size, &written, nullptr) && written == size;
-    betweenSaveSteps();
     const bool flushed = whole && FlushFileBuffers(file);
-    betweenSaveSteps();
     return flushed;
 }
 
@@ -185,21 +182,16 @@ bool saveSettings(const std::wstring& folder, const BrokerSettings& settings) {
     const StorePaths paths(folder);
     if (leftBehind == paths.fresh)
         discardFresh(paths.fresh);
-    betweenSaveSteps();
     UniqueFile file = createFresh(paths.fresh);
     if (!file)
         return false;
-    betweenSaveSteps();
     const bool written = writeThrough(file.get(), blob.bytes());
     file.reset();
     blob.free();
-    betweenSaveSteps();
 
     const bool saved = written && moveIntoPlace(paths);
-    betweenSaveSteps();
     if (!saved) {
         discardFresh(paths.fresh);
-        betweenSaveSteps();
     }
     return saved;
 }

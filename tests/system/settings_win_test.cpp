@@ -220,8 +220,8 @@ protected:
         CloseHandle(started.hThread);
         return UniqueHandle(started.hProcess);
     }
-    DWORD runSaver(unsigned number, unsigned step) {
-        const UniqueHandle process = startSaver(std::to_wstring(number) + L" " + std::to_wstring(step));
+    DWORD runSaver(unsigned number, unsigned moment) {
+        const UniqueHandle process = startSaver(std::to_wstring(number) + L" " + std::to_wstring(moment));
         DWORD code = 99;
         if (WaitForSingleObject(process.get(), 10'000) != WAIT_OBJECT_0 ||
             !GetExitCodeProcess(process.get(), &code))
@@ -243,48 +243,49 @@ protected:
 
 TEST_F(CrashingSave, OverARecordLeavesTheOldOrTheNewOne) {
     const struct {
-        unsigned step;
+        unsigned moment;
         unsigned loads;
         bool newIsLeft;
         const char* at;
-    } kSteps[] = {{1, 2, false, "before the new file is made"},
-                  {2, 2, true, "made, empty"},
-                  {3, 2, true, "written"},
-                  {4, 2, true, "flushed"},
-                  {5, 2, true, "closed, before the exchange"},
-                  {6, 3, false, "after the exchange"}};
-    for (const auto& step : kSteps) {
+    } kMoments[] = {{1, 2, false, "before the new file is made"},
+                    {2, 2, true, "made, empty"},
+                    {3, 2, true, "half written"},
+                    {4, 2, true, "written"},
+                    {5, 2, true, "flushed"},
+                    {6, 2, true, "closed, before the exchange"},
+                    {7, 3, false, "after the exchange"}};
+    for (const auto& crash : kMoments) {
         for (const wchar_t* file : {current.c_str(), backup.c_str(), fresh.c_str()})
             DeleteFileW(file);
         ASSERT_EQ(runSaver(1, 0), 0u);
         ASSERT_EQ(runSaver(2, 0), 0u);
-        ASSERT_EQ(runSaver(3, step.step), kDied) << step.at;
+        ASSERT_EQ(runSaver(3, crash.moment), kDied) << crash.at;
 
-        EXPECT_EQ(loadedRecord(), step.loads) << step.at;
-        EXPECT_FALSE(fromBackup) << step.at;
-        EXPECT_TRUE(selfTestSaysLoaded()) << step.at;
-        EXPECT_EQ(newIsLeft(), step.newIsLeft) << step.at;
+        EXPECT_EQ(loadedRecord(), crash.loads) << crash.at;
+        EXPECT_FALSE(fromBackup) << crash.at;
+        EXPECT_TRUE(selfTestSaysLoaded()) << crash.at;
+        EXPECT_EQ(newIsLeft(), crash.newIsLeft) << crash.at;
 
-        // What is left behind stops every save until somebody removes it, and is never taken for a record.
-        EXPECT_EQ(runSaver(4, 0), step.newIsLeft ? 1u : 0u) << step.at;
-        EXPECT_EQ(newIsLeft(), step.newIsLeft) << step.at;
-        EXPECT_EQ(loadedRecord(), step.newIsLeft ? step.loads : 4u) << step.at;
-        if (step.newIsLeft) {
+        // What is left behind stops every save until it is removed, and is never taken for a record.
+        EXPECT_EQ(runSaver(4, 0), crash.newIsLeft ? 1u : 0u) << crash.at;
+        EXPECT_EQ(newIsLeft(), crash.newIsLeft) << crash.at;
+        EXPECT_EQ(loadedRecord(), crash.newIsLeft ? crash.loads : 4u) << crash.at;
+        if (crash.newIsLeft) {
             ASSERT_TRUE(DeleteFileW(fresh.c_str()));
-            EXPECT_EQ(runSaver(4, 0), 0u) << step.at;
-            EXPECT_EQ(loadedRecord(), 4u) << step.at;
+            EXPECT_EQ(runSaver(4, 0), 0u) << crash.at;
+            EXPECT_EQ(loadedRecord(), 4u) << crash.at;
         }
     }
-    EXPECT_EQ(runSaver(1, 7), 0u);  // there is no step behind the last
+    EXPECT_EQ(runSaver(1, 8), 0u);  // there is no moment after the last
 }
 
 TEST_F(CrashingSave, OfTheFirstRecordLeavesNoneOrTheWholeOne) {
-    for (unsigned step = 1; step <= 6; ++step) {
+    for (unsigned moment = 1; moment <= 7; ++moment) {
         for (const wchar_t* file : {current.c_str(), backup.c_str(), fresh.c_str()})
             DeleteFileW(file);
-        ASSERT_EQ(runSaver(1, step), kDied) << step;
-        EXPECT_EQ(loadedRecord(), step == 6 ? 1u : 0u) << step;
-        EXPECT_EQ(newIsLeft(), step >= 2 && step <= 5) << step;
+        ASSERT_EQ(runSaver(1, moment), kDied) << moment;
+        EXPECT_EQ(loadedRecord(), moment == 7 ? 1u : 0u) << moment;
+        EXPECT_EQ(newIsLeft(), moment >= 2 && moment <= 6) << moment;
     }
 }
 
@@ -292,11 +293,11 @@ TEST_F(CrashingSave, ThatHasAlreadyFailedLeavesTheOldRecord) {
     ASSERT_EQ(runSaver(1, 0), 0u);
     ASSERT_EQ(runSaver(2, 0), 0u);
     const UniqueFile holder = openFile(current, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING);  // no exchange
-    ASSERT_EQ(runSaver(3, 6), kDied);  // the exchange has failed, the new file is still there
+    ASSERT_EQ(runSaver(3, 7), kDied);  // the exchange has failed, the new file is still there
     EXPECT_TRUE(newIsLeft());
     EXPECT_EQ(loadedRecord(), 2u);
     ASSERT_TRUE(DeleteFileW(fresh.c_str()));
-    ASSERT_EQ(runSaver(3, 7), kDied);  // the new file is gone again
+    ASSERT_EQ(runSaver(3, 9), kDied);  // the new file is gone again
     EXPECT_FALSE(newIsLeft());
     EXPECT_EQ(loadedRecord(), 2u);
     EXPECT_EQ(runSaver(3, 0), 1u);
@@ -305,7 +306,7 @@ TEST_F(CrashingSave, ThatHasAlreadyFailedLeavesTheOldRecord) {
 
 TEST_F(CrashingSave, MakesTheImportFailUntilItsRestIsRemoved) {
     ASSERT_EQ(runSaver(1, 0), 0u);
-    ASSERT_EQ(runSaver(2, 3), kDied);
+    ASSERT_EQ(runSaver(2, 4), kDied);
     const ScopedVariable latency(kLatency, L"10");
     EXPECT_EQ(import(), 5u);
     EXPECT_EQ(loadedRecord(), 1u);
