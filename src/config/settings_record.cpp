@@ -9,10 +9,6 @@ constexpr std::uint32_t kMagic = 0x33474643;  // "CFG3" in file order
 constexpr std::uint32_t kFormatVersion = 1;
 constexpr std::size_t kHeadBytes = 36;  // magic, version, five numbers, two flags
 
-// FILE_ATTRIBUTE_DIRECTORY and FILE_ATTRIBUTE_REPARSE_POINT
-constexpr std::uint32_t kDirectoryAttribute = 0x10;
-constexpr std::uint32_t kReparsePointAttribute = 0x400;
-
 void putUint16(SecretBytes& bytes, std::uint32_t value) {
     bytes.push_back(static_cast<std::byte>(value & 0xFF));
     bytes.push_back(static_cast<std::byte>((value >> 8) & 0xFF));
@@ -71,11 +67,6 @@ private:
 };
 
 }  // namespace
-
-bool isReadableSettingsFile(std::uint32_t attributes, std::uint64_t sizeBytes) {
-    return (attributes & (kDirectoryAttribute | kReparsePointAttribute)) == 0 &&
-           sizeBytes >= kMinSettingsFileBytes && sizeBytes <= kMaxSettingsFileBytes;
-}
 
 SecretBytes serializeSettings(const BrokerSettings& settings) {
     std::size_t size = kHeadBytes;

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <span>
 
@@ -12,17 +11,10 @@
 
 namespace vextra {
 
-// Sizes of an encrypted file that is worth reading; the upper one bounds every allocation of a load.
-constexpr std::uint32_t kMinSettingsFileBytes = 16;
-constexpr std::uint32_t kMaxSettingsFileBytes = 65'536;
-
-// A file, neither folder nor link, of such a size. `attributes` as Windows gives them.
-bool isReadableSettingsFile(std::uint32_t attributes, std::uint64_t sizeBytes);
-
 SecretBytes serializeSettings(const BrokerSettings& settings);
 
 // Nothing unless every byte is accounted for: magic and version, numbers in range, flags of 0 or 1, strings
-// of at most 8192 units without a zero unit, and no byte behind the last one. Addresses and credentials are
+// of at most 8192 units without a zero unit, and no byte after the last one. Addresses and credentials are
 // not judged.
 std::optional<BrokerSettings> parseSettings(std::span<const std::byte> bytes);
 

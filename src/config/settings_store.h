@@ -10,12 +10,13 @@
 namespace vextra {
 
 // False when the record was not saved; what was saved before can then still be loaded. A save that was cut
-// off (a crash, a power failure) leaves settings.dpapi.new behind, and no save succeeds until somebody
-// removes it. One that this process could not delete, since another held it open, goes with its next save.
+// off (a crash, a power failure) leaves settings.dpapi.new, and no save succeeds until that is removed by
+// hand. One that this process could not delete, since another held it open, goes with its next save.
 bool saveSettings(const std::wstring& folder, const BrokerSettings& settings);
 
 // False, and `settings` as it was, when neither file gives a record. Nothing is written. `fromBackup`: it is
-// the record before the last; to the user it is as good as the other, so nobody is told.
+// the record before the last. The broker does not tell the user, for whom it is as good as the other; the
+// tests ask for it, for the two records may be alike.
 bool loadSettings(const std::wstring& folder, BrokerSettings& settings, bool& fromBackup);
 
 // True also for a settings.dpapi that cannot be loaded.

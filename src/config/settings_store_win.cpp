@@ -1,8 +1,8 @@
 #include <windows.h>
 
 #include <dpapi.h>
-#include <sddl.h>
 
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <utility>
@@ -17,11 +17,15 @@
 namespace vextra {
 namespace {
 
+// Sizes of an encrypted file that is worth reading; the upper one bounds every allocation of a load.
+constexpr std::uint64_t kMinFileBytes = 16;
+constexpr std::uint64_t kMaxFileBytes = 65'536;
+
 struct StorePaths {
     explicit StorePaths(const std::wstring& folder)
-        : current(folder + L"\\settings.dpapi"), fresh(current + L".new"), backup(current + L".bak") {}
+        : current(folder + L"\\settings.dpapi"), replacement(current + L".new"), backup(current + L".bak") {}
     std::wstring current;
-    std::wstring fresh;
+    std::wstring replacement;
     std::wstring backup;
 };
 
@@ -35,16 +39,16 @@ public:
     ProtectionResult() = default;
     ProtectionResult(const ProtectionResult&) = delete;
     ProtectionResult& operator=(const ProtectionResult&) = delete;
-    ~ProtectionResult() { free(); }
+    ~ProtectionResult() { wipeAndFree(); }
 
     DATA_BLOB* put() {
-        free();
+        wipeAndFree();
         return &blob_;
     }
     std::span<const std::byte> bytes() const {
         return {reinterpret_cast<const std::byte*>(blob_.pbData), blob_.cbData};
     }
-    void free() {
+    void wipeAndFree() {
         if (blob_.pbData == nullptr)
             return;
         wipeMemory(blob_.pbData, blob_.cbData);
@@ -73,22 +77,13 @@ bool unprotect(const SecretBytes& blob, ProtectionResult& result) {
                               result.put()) != FALSE;
 }
 
-// Full access for the system and this user; nothing inherited, nothing for administrators.
-UniqueLocalMemory ownerOnlyDescriptor() {
+// Creates the file, which may not be there yet, with full access for the system and this user; nothing
+// inherited, nothing for administrators.
+UniqueFile createForOwnerOnly(const std::wstring& path) {
     const std::wstring sid = currentUserSidString();
     if (sid.empty())
         return {};
-    const std::wstring sddl = L"D:P(A;;FA;;;SY)(A;;FA;;;" + sid + L")";
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), SDDL_REVISION_1, &descriptor,
-                                                              nullptr))
-        return {};
-    return UniqueLocalMemory(descriptor);
-}
-
-// Creates the file, which may not be there yet.
-UniqueFile createFresh(const std::wstring& path) {
-    const UniqueLocalMemory descriptor = ownerOnlyDescriptor();
+    const UniqueLocalMemory descriptor = descriptorFromSddl(L"D:P(A;;FA;;;SY)(A;;FA;;;" + sid + L")");
     if (!descriptor)
         return {};
     SECURITY_ATTRIBUTES security{sizeof security, descriptor.get(), FALSE};
@@ -97,7 +92,7 @@ UniqueFile createFresh(const std::wstring& path) {
 }
 
 // To the disk, not only to the system: the exchange that follows must never name a file without its content.
-bool writeThrough(HANDLE file, std::span<const std::byte> bytes) {
+bool writeAndFlush(HANDLE file, std::span<const std::byte> bytes) {
     const auto size = static_cast<DWORD>(bytes.size());
     DWORD written = 0;
     const bool whole = WriteFile(file, bytes.data(), size, &written, nullptr) && written == size;
@@ -109,9 +104,9 @@ bool writeThrough(HANDLE file, std::span<const std::byte> bytes) {
 // loading finds it, and the next save finds no current file and moves its own into place.
 bool moveIntoPlace(const StorePaths& paths) {
     if (exists(paths.current))
-        return ReplaceFileW(paths.current.c_str(), paths.fresh.c_str(), paths.backup.c_str(),
+        return ReplaceFileW(paths.current.c_str(), paths.replacement.c_str(), paths.backup.c_str(),
                             REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr) != FALSE;
-    return MoveFileExW(paths.fresh.c_str(), paths.current.c_str(), MOVEFILE_WRITE_THROUGH) != FALSE;
+    return MoveFileExW(paths.replacement.c_str(), paths.current.c_str(), MOVEFILE_WRITE_THROUGH) != FALSE;
 }
 
 // A .new of this process's that another program held open when it was to be deleted; empty when there is
@@ -123,7 +118,7 @@ constexpr DWORD kHeldStepMs = 10;
 
 // What made the exchange fail, a virus scanner or a backup that reads the new file, makes its deletion fail
 // too, as a rule for some milliseconds. A file that stayed would be in the way of every later save.
-void discardFresh(const std::wstring& path) {
+void discardReplacement(const std::wstring& path) {
     const Tick end = GetTickCount64() + kHeldWaitMs;
     while (!DeleteFileW(path.c_str()) && exists(path)) {
         if (GetTickCount64() >= end) {
@@ -136,17 +131,12 @@ void discardFresh(const std::wstring& path) {
 }
 
 std::optional<SecretBytes> readWhole(const std::wstring& path) {
-    const UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                                      FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-    BY_HANDLE_FILE_INFORMATION information{};
-    if (!file || !GetFileInformationByHandle(file.get(), &information))
+    const PlainFile plain = openPlainFile(path, GENERIC_READ, FILE_SHARE_READ);
+    if (!plain || plain.sizeBytes < kMinFileBytes || plain.sizeBytes > kMaxFileBytes)
         return std::nullopt;
-    const std::uint64_t size = (std::uint64_t{information.nFileSizeHigh} << 32) | information.nFileSizeLow;
-    if (!isReadableSettingsFile(information.dwFileAttributes, size))
-        return std::nullopt;
-    SecretBytes bytes(static_cast<std::size_t>(size));
+    SecretBytes bytes(static_cast<std::size_t>(plain.sizeBytes));
     DWORD taken = 0;
-    if (!ReadFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &taken, nullptr) ||
+    if (!ReadFile(plain.file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &taken, nullptr) ||
         taken != bytes.size())
         return std::nullopt;
     return bytes;
@@ -169,7 +159,7 @@ bool loadFile(const std::wstring& path, BrokerSettings& settings) {
 // can be read.
 bool protectRecord(const BrokerSettings& settings, ProtectionResult& blob) {
     const SecretBytes plain = serializeSettings(settings);
-    return parseSettings(plain) && protect(plain, blob) && blob.bytes().size() <= kMaxSettingsFileBytes;
+    return parseSettings(plain) && protect(plain, blob) && blob.bytes().size() <= kMaxFileBytes;
 }
 
 }  // namespace
@@ -180,18 +170,18 @@ bool saveSettings(const std::wstring& folder, const BrokerSettings& settings) {
         return false;
 
     const StorePaths paths(folder);
-    if (leftBehind == paths.fresh)
-        discardFresh(paths.fresh);
-    UniqueFile file = createFresh(paths.fresh);
+    if (leftBehind == paths.replacement)
+        discardReplacement(paths.replacement);
+    UniqueFile file = createForOwnerOnly(paths.replacement);
     if (!file)
         return false;
-    const bool written = writeThrough(file.get(), blob.bytes());
+    const bool written = writeAndFlush(file.get(), blob.bytes());
     file.reset();
-    blob.free();
+    blob.wipeAndFree();
 
     const bool saved = written && moveIntoPlace(paths);
     if (!saved) {
-        discardFresh(paths.fresh);
+        discardReplacement(paths.replacement);
     }
     return saved;
 }

@@ -75,7 +75,7 @@ protected:
 
     TemporaryFolder folder;
     const std::wstring current = folder / L"settings.dpapi";
-    const std::wstring fresh = folder / L"settings.dpapi.new";
+    const std::wstring replacement = folder / L"settings.dpapi.new";
     const std::wstring backup = folder / L"settings.dpapi.bak";
     bool fromBackup = false;
 };

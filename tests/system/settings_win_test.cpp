@@ -73,7 +73,7 @@ protected:
     const std::wstring folder = broker().dataFolder();
     const std::wstring current = folder + L"\\settings.dpapi";
     const std::wstring backup = current + L".bak";
-    const std::wstring fresh = current + L".new";
+    const std::wstring replacement = current + L".new";
     bool fromBackup = false;
 };
 
@@ -238,7 +238,7 @@ protected:
         return 0;
     }
     // What lies beside the current record.
-    bool newIsLeft() const { return fileExists(fresh); }
+    bool newIsLeft() const { return fileExists(replacement); }
 };
 
 TEST_F(CrashingSave, OverARecordLeavesTheOldOrTheNewOne) {
@@ -255,7 +255,7 @@ TEST_F(CrashingSave, OverARecordLeavesTheOldOrTheNewOne) {
                     {6, 2, true, "closed, before the exchange"},
                     {7, 3, false, "after the exchange"}};
     for (const auto& crash : kMoments) {
-        for (const wchar_t* file : {current.c_str(), backup.c_str(), fresh.c_str()})
+        for (const wchar_t* file : {current.c_str(), backup.c_str(), replacement.c_str()})
             DeleteFileW(file);
         ASSERT_EQ(runSaver(1, 0), 0u);
         ASSERT_EQ(runSaver(2, 0), 0u);
@@ -271,7 +271,7 @@ TEST_F(CrashingSave, OverARecordLeavesTheOldOrTheNewOne) {
         EXPECT_EQ(newIsLeft(), crash.newIsLeft) << crash.at;
         EXPECT_EQ(loadedRecord(), crash.newIsLeft ? crash.loads : 4u) << crash.at;
         if (crash.newIsLeft) {
-            ASSERT_TRUE(DeleteFileW(fresh.c_str()));
+            ASSERT_TRUE(DeleteFileW(replacement.c_str()));
             EXPECT_EQ(runSaver(4, 0), 0u) << crash.at;
             EXPECT_EQ(loadedRecord(), 4u) << crash.at;
         }
@@ -281,7 +281,7 @@ TEST_F(CrashingSave, OverARecordLeavesTheOldOrTheNewOne) {
 
 TEST_F(CrashingSave, OfTheFirstRecordLeavesNoneOrTheWholeOne) {
     for (unsigned moment = 1; moment <= 7; ++moment) {
-        for (const wchar_t* file : {current.c_str(), backup.c_str(), fresh.c_str()})
+        for (const wchar_t* file : {current.c_str(), backup.c_str(), replacement.c_str()})
             DeleteFileW(file);
         ASSERT_EQ(runSaver(1, moment), kDied) << moment;
         EXPECT_EQ(loadedRecord(), moment == 7 ? 1u : 0u) << moment;
@@ -296,7 +296,7 @@ TEST_F(CrashingSave, ThatHasAlreadyFailedLeavesTheOldRecord) {
     ASSERT_EQ(runSaver(3, 7), kDied);  // the exchange has failed, the new file is still there
     EXPECT_TRUE(newIsLeft());
     EXPECT_EQ(loadedRecord(), 2u);
-    ASSERT_TRUE(DeleteFileW(fresh.c_str()));
+    ASSERT_TRUE(DeleteFileW(replacement.c_str()));
     ASSERT_EQ(runSaver(3, 9), kDied);  // the new file is gone again
     EXPECT_FALSE(newIsLeft());
     EXPECT_EQ(loadedRecord(), 2u);
@@ -310,7 +310,7 @@ TEST_F(CrashingSave, MakesTheImportFailUntilItsRestIsRemoved) {
     const ScopedVariable latency(kLatency, L"10");
     EXPECT_EQ(import(), 5u);
     EXPECT_EQ(loadedRecord(), 1u);
-    ASSERT_TRUE(DeleteFileW(fresh.c_str()));
+    ASSERT_TRUE(DeleteFileW(replacement.c_str()));
     EXPECT_EQ(import(), 0u);
     ASSERT_TRUE(stored());
     EXPECT_EQ(stored()->latencyMs, 10u);
@@ -331,7 +331,7 @@ TEST_F(CrashingSave, AtAnyMomentLosesNothing) {
         ASSERT_TRUE(loaded == 1 || loaded == 2) << "round " << round;
         if (newIsLeft()) {
             ++restsLeft;
-            ASSERT_TRUE(DeleteFileW(fresh.c_str()));
+            ASSERT_TRUE(DeleteFileW(replacement.c_str()));
         }
     }
     RecordProperty("restsLeft", restsLeft);

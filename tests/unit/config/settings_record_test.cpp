@@ -19,7 +19,7 @@ std::string serialized(const BrokerSettings& settings) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-// In a block of exactly this size, so that a sanitizer sees a read behind it.
+// In a block of exactly this size, so that a sanitizer sees a read past its end.
 std::optional<BrokerSettings> parsed(const std::string& bytes) {
     const auto exact = std::make_unique<std::byte[]>(bytes.size());
     std::memcpy(exact.get(), bytes.data(), bytes.size());
@@ -209,25 +209,6 @@ TEST(ParseSettings, DoesNotJudgeAddressesOrCredentials) {
     record.strings[5] = u"http://manifest";
     EXPECT_TRUE(accepted(record));
     EXPECT_FALSE(validateSettings(*parsed(record.bytes())).empty());
-}
-
-// --- Which files are read at all ---
-
-TEST(ReadableSettingsFile, IsAFileOf16To65536Bytes) {
-    constexpr std::uint32_t kNormal = 0x80;
-    for (const std::uint64_t size : {16u, 17u, 65'536u})
-        EXPECT_TRUE(isReadableSettingsFile(kNormal, size)) << size;
-    for (const std::uint64_t size :
-         {std::uint64_t{0}, std::uint64_t{15}, std::uint64_t{65'537}, std::uint64_t{0x1'0000'0010}})
-        EXPECT_FALSE(isReadableSettingsFile(kNormal, size)) << size;
-}
-
-TEST(ReadableSettingsFile, IsNeitherFolderNorLink) {
-    constexpr std::uint32_t kDirectory = 0x10, kArchive = 0x20, kReparsePoint = 0x400;
-    EXPECT_TRUE(isReadableSettingsFile(kArchive, 100));
-    EXPECT_FALSE(isReadableSettingsFile(kDirectory, 100));
-    EXPECT_FALSE(isReadableSettingsFile(kReparsePoint | kArchive, 100));
-    EXPECT_FALSE(isReadableSettingsFile(kReparsePoint | kDirectory, 100));
 }
 
 }  // namespace

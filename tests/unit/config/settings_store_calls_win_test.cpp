@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <type_traits>
 #include <vector>
@@ -171,18 +172,38 @@ TEST_F(SettingsStore, DoesNotEvenReadAFileOfTheWrongSize) {
     }
 }
 
-TEST_F(SettingsStore, DoesNotReadWhatTheSystemCallsALink) {
-    saveWithBackup();
-    const ImportSwap<decltype(GetFileInformationByHandle)> linked(
-        "GetFileInformationByHandle", [](HANDLE file, BY_HANDLE_FILE_INFORMATION* information) -> BOOL {
-            const BOOL known = realFunction<decltype(GetFileInformationByHandle)>(
-                "GetFileInformationByHandle")(file, information);
-            information->dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
-            return known;
-        });
+// What the system says of each file that is opened, changed by the test.
+void (*changeInformation)(BY_HANDLE_FILE_INFORMATION&) = nullptr;
+
+BOOL WINAPI informDifferently(HANDLE file, BY_HANDLE_FILE_INFORMATION* information) {
+    const BOOL known =
+        realFunction<decltype(GetFileInformationByHandle)>("GetFileInformationByHandle")(file, information);
+    changeInformation(*information);
+    return known;
+}
+
+// Whether a load goes on to read after such an answer.
+bool isRead(const std::function<std::wstring()>& load, void (*change)(BY_HANDLE_FILE_INFORMATION&)) {
+    changeInformation = change;
+    const ImportSwap<decltype(GetFileInformationByHandle)> changed("GetFileInformationByHandle",
+                                                                   informDifferently);
     const CallNotes notes;
-    EXPECT_EQ(load(), L"");
-    EXPECT_EQ(calls.size(), 2u);
+    const bool loaded = !load().empty();
+    EXPECT_EQ(calls.size() == 2, !loaded);  // both files opened, nothing read
+    return loaded;
+}
+
+TEST_F(SettingsStore, DoesNotReadWhatTheSystemCallsALinkAFolderOrLarge) {
+    saveWithBackup();
+    const auto loading = [this] { return load(); };
+    using Information = BY_HANDLE_FILE_INFORMATION;
+    EXPECT_TRUE(isRead(loading, [](Information&) {}));
+    EXPECT_TRUE(isRead(loading, [](Information& file) { file.dwFileAttributes = FILE_ATTRIBUTE_NORMAL; }));
+    EXPECT_FALSE(
+        isRead(loading, [](Information& file) { file.dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT; }));
+    EXPECT_FALSE(
+        isRead(loading, [](Information& file) { file.dwFileAttributes |= FILE_ATTRIBUTE_DIRECTORY; }));
+    EXPECT_FALSE(isRead(loading, [](Information& file) { file.nFileSizeHigh = 1; }));
 }
 
 TEST_F(SettingsStore, RefusesAFileThatGivesFewerBytesThanItHas) {
@@ -234,7 +255,7 @@ protected:
     // The save under test has failed: all is as before, and the next one succeeds.
     void expectNothingLost(bool saved) {
         EXPECT_FALSE(saved);
-        EXPECT_FALSE(fileExists(fresh));
+        EXPECT_FALSE(fileExists(replacement));
         EXPECT_EQ(load(), L"newer");
         EXPECT_TRUE(save(L"later"));
         EXPECT_EQ(load(), L"later");
@@ -299,7 +320,7 @@ protected:
 
 TEST_F(ScannedSave, LeavesNothingInTheWayOfTheNextOne) {
     EXPECT_FALSE(saveUnderAScanner());
-    ASSERT_TRUE(fileExists(fresh)) << "the scanner did not hold the file";
+    ASSERT_TRUE(fileExists(replacement)) << "the scanner did not hold the file";
     scanner.reset();
     EXPECT_TRUE(save(L"later"));
     EXPECT_EQ(load(), L"later");
@@ -322,7 +343,7 @@ TEST_F(ScannedSave, LeavesNothingWhenTheScannerIsSoonDone) {
         return FALSE;
     });
     EXPECT_FALSE(saveUnderAScanner());
-    EXPECT_FALSE(fileExists(fresh));
+    EXPECT_FALSE(fileExists(replacement));
 }
 
 // It was put there by somebody else after ours had gone; so had it been a crash's, it stays.
@@ -330,9 +351,9 @@ TEST_F(ScannedSave, TakesNoOtherFileForItsOwn) {
     EXPECT_FALSE(saveUnderAScanner());
     scanner.reset();
     ASSERT_TRUE(save(L"later"));
-    writeFile(fresh, "left over");
+    writeFile(replacement, "left over");
     EXPECT_FALSE(save(L"newest"));
-    EXPECT_EQ(readFile(fresh), "left over");
+    EXPECT_EQ(readFile(replacement), "left over");
 }
 
 TEST_F(FailingSave, AtAFirstMoveThatFails) {
@@ -341,7 +362,7 @@ TEST_F(FailingSave, AtAFirstMoveThatFails) {
         std::in_place, "MoveFileExW", [](LPCWSTR, LPCWSTR, DWORD) -> BOOL { return FALSE; });
     EXPECT_FALSE(save(L"lost"));
     failing.reset();
-    EXPECT_FALSE(fileExists(fresh));
+    EXPECT_FALSE(fileExists(replacement));
     EXPECT_EQ(load(), L"good");
     EXPECT_TRUE(fromBackup);
 }

@@ -80,11 +80,11 @@ TEST_F(SettingsStore, SavesNothingWithoutItsFolder) {
 
 TEST_F(SettingsStore, FailsWhileANewFileIsInTheWayAndLeavesItThere) {
     ASSERT_TRUE(save(L"good"));
-    writeFile(fresh, "left over");
+    writeFile(replacement, "left over");
     EXPECT_FALSE(save(L"newer"));
-    EXPECT_EQ(readFile(fresh), "left over");
+    EXPECT_EQ(readFile(replacement), "left over");
     EXPECT_EQ(load(), L"good");
-    ASSERT_TRUE(DeleteFileW(fresh.c_str()));
+    ASSERT_TRUE(DeleteFileW(replacement.c_str()));
     EXPECT_TRUE(save(L"newer"));
     EXPECT_EQ(load(), L"newer");
 }
@@ -94,7 +94,7 @@ TEST_F(SettingsStore, TellsTheTruthWhenAFolderIsInThePlaceOfTheFile) {
     ASSERT_TRUE(CreateDirectoryW(current.c_str(), nullptr));
     const bool saved = save(L"h");
     EXPECT_EQ(load(), saved ? L"h" : L"");
-    EXPECT_FALSE(fileExists(fresh));
+    EXPECT_FALSE(fileExists(replacement));
 }
 
 // Entries of an access list, as text.
