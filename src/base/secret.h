@@ -44,6 +44,12 @@ public:
 
     SecretString() = default;
     explicit SecretString(View text) { assign(text); }
+    // So many zero units, to be filled through data().
+    static SecretString ofZeros(std::size_t length) {
+        SecretString text;
+        text.units_.resize(length + 1);
+        return text;
+    }
 
     void assign(View text) {
         std::vector<Char, WipingAllocator<Char>> fresh;
@@ -52,6 +58,7 @@ public:
         fresh.push_back(Char{});
         units_.swap(fresh);
     }
+    // `text` may not be a part of this one, as it may for assign().
     void append(View text) {
         if (units_.empty())
             units_.push_back(Char{});

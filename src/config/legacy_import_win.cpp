@@ -9,7 +9,7 @@ namespace {
 constexpr DWORD kMaxTransportUnits = 15;
 
 SecretText readVariable(const wchar_t* name) {
-    SecretText buffer(std::wstring(kMaxUrlUnits + 1, L'\0'));
+    SecretText buffer = SecretText::ofZeros(kMaxUrlUnits);
     const DWORD length = GetEnvironmentVariableW(name, buffer.data(), kMaxUrlUnits + 1);
     // A value that does not fit gives the room that it would need, which is more than there is.
     return SecretText(length <= kMaxUrlUnits ? buffer.view().substr(0, length) : std::wstring_view{});
@@ -25,7 +25,7 @@ void readPrivateProfile(const std::wstring& legacyFolder, BrokerSettings& settin
     const std::wstring path = legacyFolder + L"\\source.private.ini";
 
     // Room for one unit more than is accepted: what does not fit is told from what just fits, and refused.
-    SecretText url(std::wstring(kMaxUrlUnits + 2, L'\0'));
+    SecretText url = SecretText::ofZeros(kMaxUrlUnits + 2);
     const DWORD length = GetPrivateProfileStringW(L"source", L"url", L"", url.data(),
                                                   static_cast<DWORD>(url.size()), path.c_str());
     settings.profileUrl.assign(length <= kMaxUrlUnits ? url.view().substr(0, length) : std::wstring_view{});

@@ -7,27 +7,9 @@
 namespace vextra {
 namespace {
 
-constexpr bool isDigit(wchar_t unit) {
-    return unit >= L'0' && unit <= L'9';
-}
-
-constexpr wchar_t lowered(wchar_t unit) {
-    return unit >= L'A' && unit <= L'Z' ? static_cast<wchar_t>(unit - L'A' + L'a') : unit;
-}
-
-bool equalsLowered(std::wstring_view text, std::wstring_view lowerCase) {
-    if (text.size() != lowerCase.size())
-        return false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (lowered(text[i]) != lowerCase[i])
-            return false;
-    }
-    return true;
-}
-
 bool isKnownScheme(std::wstring_view scheme) {
     for (const std::wstring_view known : {L"http", L"https", L"rtsp", L"rtsps"}) {
-        if (equalsLowered(scheme, known))
+        if (equalsIgnoringAsciiCase(scheme, known))
             return true;
     }
     return false;
@@ -38,7 +20,7 @@ bool isUsablePort(std::wstring_view port) {
         return false;
     std::uint32_t value = 0;
     for (const wchar_t unit : port) {
-        if (!isDigit(unit))
+        if (!isAsciiDigit(unit))
             return false;
         value = value * 10 + static_cast<std::uint32_t>(unit - L'0');
     }
@@ -89,7 +71,7 @@ bool isValidIpv4(std::wstring_view text) {
             digits = 0;
             value = 0;
         } else {
-            if (!isDigit(unit) || ++digits > 3)
+            if (!isAsciiDigit(unit) || ++digits > 3)
                 return false;
             value = value * 10 + (unit - L'0');
         }
@@ -127,14 +109,14 @@ SecretText percentEncode(std::wstring_view text) {
     SecretUtf8 bytes;
     if (!appendUtf8(text, bytes))
         return {};
-    constexpr std::wstring_view kUnreserved =
-        L"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+    constexpr std::string_view kUnreservedMarks = "-._~";
     constexpr wchar_t kHexDigits[] = L"0123456789ABCDEF";
     SecretText encoded;
     encoded.reserve(bytes.size() * 3);
     for (const char byte : bytes.view()) {
         const auto value = static_cast<unsigned char>(byte);
-        if (kUnreserved.find(static_cast<wchar_t>(value)) != std::wstring_view::npos) {
+        if (isAsciiLetter(value) || isAsciiDigit(value) ||
+            kUnreservedMarks.find(byte) != std::string_view::npos) {
             encoded.append(static_cast<wchar_t>(value));
         } else {
             encoded.append(L'%');

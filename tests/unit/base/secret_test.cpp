@@ -235,6 +235,16 @@ TEST(SecretString, ComparesByText) {
     EXPECT_TRUE(SecretUtf8() == SecretUtf8(""));
 }
 
+TEST(SecretString, OfZerosHasThatLengthAndIsFilledInPlace) {
+    SecretUtf8 text = SecretUtf8::ofZeros(3);
+    EXPECT_EQ(text.size(), 3u);
+    EXPECT_EQ(text.view(), std::string_view("\0\0\0", 3));
+    EXPECT_EQ(text.data()[3], '\0');
+    std::memcpy(text.data(), "abc", 3);
+    EXPECT_EQ(text.view(), "abc");
+    EXPECT_EQ(SecretUtf8::ofZeros(0).size(), 0u);
+}
+
 // Containers free through one allocator what they got through another.
 TEST(WipingAllocator, IsAsGoodAsAnyOther) {
     EXPECT_TRUE(WipingAllocator<char>() == WipingAllocator<char>());
