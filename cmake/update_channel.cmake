@@ -1,6 +1,6 @@
 # The identity of the update channel, compiled into the broker; see docs/update-channel.md.
 #
-# By default nobody's server can be reached (names under .invalid never resolve, RFC 6761), and the key is one
+# By default no server can be reached (names under .invalid never resolve, RFC 6761), and the key is one
 # that this build folder made for itself: a trial, which is never released (packaging/release/package.py). A server
 # that can be reached needs the publisher's key, for with a key that is thrown away all brokers would refuse every
 # update for ever.

@@ -18,7 +18,6 @@
 #include "config/settings_store.h"
 #include "config/start_settings.h"
 #include "core/command_line.h"
-#include "core/exit_code.h"
 #include "core/instance_win.h"
 #include "core/maintenance.h"
 #include "core/run_outputs.h"
@@ -29,6 +28,7 @@
 #include "producers/ffmpeg_process_win.h"
 #include "producers/gst_runtime_win.h"
 #include "ui/main_window_win.h"
+#include "ui/preview_picture.h"
 #include "update/channel.h"
 
 namespace vextra {
@@ -38,6 +38,8 @@ struct Folders {
     std::wstring installRoot;
     std::wstring data;    // created at start
     std::wstring legacy;  // of the earlier release; only read
+
+    GstRuntimePlaces gstreamerPlaces() const { return {.installRoot = installRoot, .dataFolder = data}; }
 };
 
 CommandLine readCommandLine() {
@@ -83,7 +85,7 @@ SettingsAccess settingsAccess(const Folders& folders) {
 ExitCode writeRequestedOutput(const CommandLine& options, const Folders& folders, bool settingsLoaded) {
     const std::wstring folder = outputFolder(options.evidenceFolder, folders.data) + L"\\";
     if (options.runtimeSelfTest) {
-        const bool gstreamer = GstRuntime::instance({folders.installRoot, folders.data}).available();
+        const bool gstreamer = GstRuntime::instance(folders.gstreamerPlaces()).available();
         const SelfTestResult result{pureContractsHold(), ffmpegIsInstalled(folders.installRoot), gstreamer,
                                     settingsLoaded};
         const bool written = writeOutputFile(folder + L"runtime-self-test.json", selfTestJson(result));
@@ -129,10 +131,24 @@ ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders
     fillPlaceholderFrame(shared.previewFrame);
     const UniqueHandle wakeEvent(CreateEventW(nullptr, FALSE, FALSE, nullptr));
 
-    SupervisorThread supervisor({&shared, &log, wakeEvent.get(), stopSignal.get(), folders.installRoot,
-                                 options.evidenceFolder, folders.data});
-    MainWindow window(instance, {&shared, &log, wakeEvent.get(), &supervisor, folders.data, &builtInChannel(),
-                                 start.sourceUsable ? Panel::kCamera : Panel::kSettings});
+    SupervisorThread supervisor({
+        .shared = &shared,
+        .log = &log,
+        .wakeEvent = wakeEvent.get(),
+        .stopSignal = stopSignal.get(),
+        .installRoot = folders.installRoot,
+        .evidenceFolder = options.evidenceFolder,
+        .gstreamerPlaces = folders.gstreamerPlaces(),
+    });
+    MainWindow window(instance, {
+                                    .shared = &shared,
+                                    .log = &log,
+                                    .wakeEvent = wakeEvent.get(),
+                                    .supervisor = &supervisor,
+                                    .dataFolder = folders.data,
+                                    .channel = &builtInChannel(),
+                                    .firstPanel = start.sourceUsable ? Panel::kCamera : Panel::kSettings,
+                                });
     if (!wakeEvent || !window.create())
         return ExitCode::kFailed;
     window.startClock(options.testSeconds);
@@ -157,7 +173,7 @@ ExitCode runBroker(HINSTANCE instance, const CommandLine& options, const Folders
         log.write(EventCode::kAppExitClean);
     log.close();
     if (!supervisorEnded || !workerEnded) {
-        // Something hangs in the network or in somebody else's library, and must not keep the broker. The
+        // Something hangs in the network or in a foreign library, and must not keep the broker. The
         // bridge and the decoder's job are the Supervisor's own, closed by it or else by the system with the
         // process.
         stopSignal.reset();
@@ -194,8 +210,7 @@ ExitCode run(HINSTANCE instance) {
         return ExitCode::kSuccess;
     }
     if (options.mode != RunMode::kNormal) {
-        const std::atomic<std::uint64_t> noFrames{0};
-        EventLog log(noFrames);
+        EventLog log;
         return runMaintenance(options, folders.data, log);
     }
 

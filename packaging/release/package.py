@@ -15,6 +15,8 @@ import subprocess
 import sys
 import zipfile
 
+from product_version import version
+
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 HERE = pathlib.Path(__file__).resolve().parent
 FFMPEG_RECIPE = ROOT / "packaging" / "ffmpeg"
@@ -32,14 +34,6 @@ EARLIEST_ZIP_TIME = (1980, 1, 1, 0, 0, 0)
 UNIX = 3
 PROGRAM_MODE = 0o100755
 DOCUMENT_MODE = 0o100644
-
-
-def version():
-    text = (ROOT / "src" / "base" / "product.h").read_text(encoding="utf-8")
-    found = re.search(r'#define VEXTRA_VERSION "([^"]+)"', text)
-    if not found:
-        sys.exit("package: no version in src/base/product.h")
-    return found[1]
 
 
 def debian_version(package):

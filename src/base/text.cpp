@@ -1,5 +1,6 @@
 #include "base/text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cwchar>
 #include <limits>
@@ -30,6 +31,16 @@ void appendCodePoint(std::uint32_t point, SecretUtf8& out) {
 }
 
 }  // namespace
+
+SecretUtf8 narrowedAscii(std::wstring_view text) {
+    SecretUtf8 bytes;
+    if (!std::ranges::all_of(text, [](wchar_t unit) { return static_cast<std::uint32_t>(unit) <= 127; }))
+        return bytes;
+    bytes.reserve(text.size());
+    for (const wchar_t unit : text)
+        bytes.append(static_cast<char>(unit));
+    return bytes;
+}
 
 bool appendUtf8(std::wstring_view units, SecretUtf8& out) {
     for (std::size_t i = 0; i < units.size(); ++i) {

@@ -2,6 +2,7 @@
 // decimal numbers; and the borders between UTF-16 units and bytes. Any thread.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -63,6 +64,22 @@ inline std::string lowerHex(std::span<const std::byte> bytes) {
     return text;
 }
 
+// The other way, from digits in either case. Nothing unless there are exactly two for each byte.
+template <std::size_t kBytes>
+constexpr std::optional<std::array<std::byte, kBytes>> bytesFromHex(std::string_view digits) {
+    if (digits.size() != kBytes * 2)
+        return std::nullopt;
+    std::array<std::byte, kBytes> bytes{};
+    for (std::size_t i = 0; i < kBytes; ++i) {
+        const int high = hexDigitValue(digits[2 * i]);
+        const int low = hexDigitValue(digits[2 * i + 1]);
+        if (high < 0 || low < 0)
+            return std::nullopt;
+        bytes[i] = static_cast<std::byte>(high * 16 + low);
+    }
+    return bytes;
+}
+
 // For text that is known to be ASCII; every byte becomes the unit of the same value.
 inline std::wstring widenedAscii(std::string_view text) {
     std::wstring units;
@@ -71,6 +88,9 @@ inline std::wstring widenedAscii(std::string_view text) {
         units.push_back(static_cast<wchar_t>(static_cast<unsigned char>(c)));
     return units;
 }
+
+// The other way, for text that may be anything: empty unless all of it is ASCII.
+SecretUtf8 narrowedAscii(std::wstring_view text);
 
 // --- Numbers ---
 

@@ -1,5 +1,5 @@
 // The two files that the broker shares with the camera's media source, byte by byte. Little-endian, x64.
-// docs/bridge-format.md tells the same to whoever writes the other side.
+// docs/bridge-format.md tells the same to the authors of media sources.
 #pragma once
 
 #include <cstddef>
@@ -33,7 +33,7 @@ struct BridgeHeader {
     std::uint32_t width;         // pixels
     std::uint32_t height;        // pixels
     std::uint32_t stride;        // bytes a row
-    std::uint32_t payloadBytes;  // bytes of pixels behind the header
+    std::uint32_t payloadBytes;  // bytes of pixels after the header
     std::uint32_t state;         // BridgeState of this update
     Tick tickMs;                 // the writer's GetTickCount64() at this update
     std::uint64_t frameCounter;  // complete frames published since the broker started

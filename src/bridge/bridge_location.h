@@ -1,7 +1,6 @@
-// Where the two shared files lie, and which paths and accounts are trusted. Whoever could redirect these
-// files could feed pictures into every meeting, so the broker follows only what an installer with
-// administrative rights wrote into the machine-wide key, and only where it matches what the broker derives
-// itself.
+// Where the two shared files lie, and which paths and accounts are trusted. A program that could redirect
+// these files could feed pictures into every meeting, so nothing is followed but what an installer with
+// administrative rights wrote into the machine-wide key, and only where it matches what is derived here.
 #pragma once
 
 #include <string>

@@ -1,9 +1,5 @@
 #include "bridge/bridge_protocol.h"
 
-#include <atomic>
-
-#include "bridge/shared_words.h"
-
 namespace vextra {
 
 void publishUpdate(BridgeFile& file, const BridgeUpdate& update, const BridgeWriterIdentity& writer) {

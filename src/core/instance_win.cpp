@@ -1,7 +1,7 @@
 #include "core/instance_win.h"
 
 #include "base/system_win.h"
-#include "core/supervisor_thread_win.h"
+#include "core/window_messages_win.h"
 
 namespace vextra {
 namespace {

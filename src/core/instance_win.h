@@ -12,8 +12,8 @@ namespace vextra {
 inline constexpr wchar_t kMainWindowClass[] = VEXTRA_OBJECT_PREFIX_W VEXTRA_CLASS_DIGITS_W;
 
 // The lock file, which names its holder. Let go in order it names nobody: the id may soon be that of another
-// program, which --shutdown-broker would take for a broker that is not the installed one. A broker that
-// crashed leaves its id behind.
+// program, which --shutdown-broker would take for a broker that is not the installed one. The id of a
+// broker that crashed stays.
 void closeInstanceLock(HANDLE file);
 using InstanceLock = Unique<HANDLE, &closeInstanceLock, kInvalidHandleValue>;
 

@@ -1,19 +1,20 @@
-// The commands that an installer or an administrator runs: they do their work and exit. No window, no
-// Supervisor.
+// The commands that the camera's owner runs, by hand or through Setup: they do their work and exit. No
+// window, no Supervisor.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "core/command_line.h"
-#include "core/exit_code.h"
+#include "diag/event_codes.h"
 #include "diag/event_log.h"
 
 namespace vextra {
 
-// --- Rule ---
+// --- Rule: who may ---
 
 // Who asks, as read from the system.
 struct MaintenanceCaller {
@@ -25,6 +26,26 @@ struct MaintenanceCaller {
 
 // Maintenance is for the bridge's owner in an interactive session, never elevated.
 bool mayMaintain(const MaintenanceCaller& caller);
+
+// --- Rule: the camera ---
+
+// All are called on the thread of operateCamera. Results are HRESULTs: negative is failure.
+struct CameraDoors {
+    std::function<std::int32_t()> startMediaFoundation;
+    std::function<void()> stopMediaFoundation;  // only after a good start-up
+
+    std::function<std::int32_t()> create;  // from here on there is a camera object, when it succeeded
+    std::function<std::int32_t()> start;   // also registers the camera
+    std::function<std::int32_t()> remove;  // also when it is not registered: the system's to judge
+    std::function<bool()> recordLink;      // reads the camera's symbolic link and writes it to its file
+    std::function<void()> discard;         // shuts the camera object down and releases it
+
+    std::function<void(EventCode, std::int32_t)> log;
+};
+
+// Registers, resets or removes the camera, as the mode says. Whether the last call succeeded, clean-up aside;
+// that decides the exit code.
+bool operateCamera(RunMode mode, const CameraDoors& doors);
 
 // --- Door ---
 

@@ -3,13 +3,11 @@
 #include <vector>
 
 #include "base/product.h"
-#include "base/system_types.h"
 #include "base/system_win.h"
 #include "base/text.h"
 #include "base/unique_win.h"
 #include "bridge/bridge_location.h"
-#include "bridge/demand_channel.h"
-#include "core/camera_operation.h"
+#include "bridge/shared_file_win.h"
 #include "core/instance_win.h"
 #include "core/maintenance.h"
 #include "core/media_foundation_win.h"
@@ -34,7 +32,7 @@ std::wstring imagePathOf(HANDLE process) {
     return {path.data(), length};
 }
 
-// A process id in a file proves nothing: the process behind it must be this user's installed broker.
+// A process id in a file proves nothing: the process of that number must be this user's installed broker.
 bool isInstalledBroker(HANDLE process, DWORD processId) {
     const auto session = sessionOfProcess(processId);
     if (!session || session != sessionOfProcess(GetCurrentProcessId()))
@@ -66,21 +64,16 @@ ExitCode shutdownBroker(const std::wstring& dataFolder) {
 }
 
 // As UTF-8: the link holds the camera's name in the system's own words.
-std::int32_t recordLink(VirtualCamera& camera, const std::wstring& folder) {
+bool recordLink(VirtualCamera& camera, const std::wstring& folder) {
     std::wstring link;
-    const std::int32_t result = camera.readLink(link);
-    if (result < 0)
-        return result;
-    return writeOutputFile(folder + L"\\link-1.txt", utf8FromWide(link))
-               ? result
-               : hresultFromWindowsError(ERROR_CANNOT_MAKE);
+    return camera.readLink(link) >= 0 && writeOutputFile(folder + L"\\link-1.txt", utf8FromWide(link));
 }
 
 ExitCode runCameraCommand(RunMode mode, const std::wstring& linkFolder, EventLog& log) {
     const ComApartment apartment(COINIT_MULTITHREADED);
     MediaFoundation mediaFoundation;
     VirtualCamera camera;
-    const std::int32_t result =
+    const bool done =
         operateCamera(mode, {
                                 .startMediaFoundation = [&] { return mediaFoundation.startup(); },
                                 .stopMediaFoundation = [&] { mediaFoundation.shutdown(); },
@@ -91,7 +84,7 @@ ExitCode runCameraCommand(RunMode mode, const std::wstring& linkFolder, EventLog
                                 .discard = [&] { camera.discard(); },
                                 .log = [&](EventCode code, std::int32_t value) { log.write(code, value); },
                             });
-    return result < 0 ? ExitCode::kFailed : ExitCode::kSuccess;
+    return done ? ExitCode::kSuccess : ExitCode::kFailed;
 }
 
 }  // namespace

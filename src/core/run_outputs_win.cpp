@@ -1,9 +1,16 @@
 #include <cstdio>
 #include <memory>
 
+#include "base/fnv1a.h"
+#include "bridge/bridge_layout.h"
 #include "core/run_outputs.h"
 
 namespace vextra {
+namespace {
+
+constexpr std::uint64_t kDumpEveryFrames = 64;
+
+}  // namespace
 
 bool writeOutputFile(const std::wstring& path, std::string_view bytes) {
     struct CloseFile {
@@ -14,6 +21,15 @@ bool writeOutputFile(const std::wstring& path, std::string_view bytes) {
         return false;
     return std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size() &&
            std::fflush(file.get()) == 0;
+}
+
+void recordFrameEvidence(EventLog& log, const std::wstring& folder, const std::byte* pixels,
+                         std::uint64_t frameNumber, Tick now) {
+    log.writeFrame({frameNumber, fnv1a64({pixels, kFrameBytes}), now, kFrameBytes});
+    if (frameNumber == 1 || frameNumber % kDumpEveryFrames == 0) {
+        writeOutputFile(folder + L"\\producer-" + std::to_wstring(frameNumber) + L".bgra",
+                        {reinterpret_cast<const char*>(pixels), kFrameBytes});
+    }
 }
 
 }  // namespace vextra

@@ -1,4 +1,4 @@
-// Whether somebody sits at the session: what its messages and the system's own answers say, put together into
+// Whether the session's user is at it: what its messages and the system's own answers say, put together into
 // SharedStatus::sessionAway. The door to the system is below.
 #pragma once
 
@@ -23,7 +23,7 @@ struct SessionAnswer {
 
 // --- Rule ---
 
-// Session 0 belongs to services: nobody would ever see a window or a box of ours there. Unknown counts as it.
+// Session 0 belongs to services: a window or a box of ours would never be seen there. Unknown counts as it.
 constexpr bool isInteractiveSession(std::optional<std::uint32_t> session) {
     return session.has_value() && *session != 0;
 }
@@ -34,7 +34,7 @@ constexpr bool needsAnswer(SessionNews news) {
     return news == SessionNews::kNone || news == SessionNews::kConnected;
 }
 
-// The kSession... bits after the news. What nobody knows stays as it was, at first open. `answer` is looked
+// The kSession... bits after the news. What is not known stays as it was, at first open. `answer` is looked
 // at only where it is needed.
 std::uint32_t sessionAwayAfter(std::uint32_t away, SessionNews news, const SessionAnswer& answer);
 

@@ -12,6 +12,7 @@
 
 #include "base/system_types.h"
 #include "config/settings.h"
+#include "producers/backend_choice.h"
 
 namespace vextra {
 
@@ -34,7 +35,7 @@ enum class BrokerStatus : std::uint32_t {
     kSuspended = 5,
 };
 
-// Why nobody sits at the session: bits of SharedStatus::sessionAway.
+// Why the session's user is away from it: bits of SharedStatus::sessionAway.
 constexpr std::uint32_t kSessionLocked = 1;
 constexpr std::uint32_t kSessionDisconnected = 2;
 
@@ -42,23 +43,26 @@ constexpr Tick kManualPreviewMs = 60'000;
 
 struct SharedStatus {
     // Written by the window, taken by the Supervisor: a newer command replaces one not yet taken.
-    std::atomic<std::uint32_t> mailbox{0};  // SupervisorCommand
-    std::atomic<Tick> previewDeadline{0};   // 0 or past: no manual preview
+    std::atomic<SupervisorCommand> mailbox{SupervisorCommand::kNone};
+    std::atomic<Tick> previewDeadline{0};  // 0 or past: no manual preview
     // Written by the window alone. While it is not 0 no decoder runs, whatever else is asked for.
     std::atomic<std::uint32_t> sessionAway{0};  // kSession... bits
 
-    // Written by the Supervisor, read by the window.
-    std::atomic<std::int32_t> leaseCount{0};         // -1: the demand channel cannot be read
-    std::atomic<bool> active{false};                 // a demand episode is under way
-    std::atomic<bool> paused{false};                 // also cleared by --force before the Supervisor starts
-    std::atomic<std::uint32_t> status{0};            // BrokerStatus
-    std::atomic<Tick> lastFrameTick{0};              // 0: none in this episode
-    std::atomic<std::uint64_t> frameCounter{0};      // complete frames published since the broker started
-    std::atomic<std::uint32_t> generation{0};        // producers started
-    std::atomic<std::uint32_t> reconnects{0};        // producers given up by the recovery policy
-    std::atomic<std::int32_t> lastError{0};          // sanitized result code
-    std::atomic<std::uint32_t> effectiveBackend{0};  // EffectiveBackend, written by the producer
-    std::atomic<bool> testPattern{false};            // whoever changes the source; no reader yet
+    // Written by the Supervisor and its producer, read by the window.
+    std::atomic<std::int32_t> leaseCount{0};  // -1: the demand channel cannot be read
+    std::atomic<bool> active{false};          // a demand episode is under way
+    std::atomic<bool> paused{false};          // also cleared by --force before the Supervisor starts
+    std::atomic<BrokerStatus> status{BrokerStatus::kIdle};
+    std::atomic<Tick> lastFrameTick{0};          // 0: none in this episode
+    std::atomic<std::uint64_t> frameCounter{0};  // complete frames published since the broker started
+    std::atomic<std::uint32_t> generation{0};    // producers started
+    std::atomic<std::uint32_t> reconnects{0};    // producers given up by the recovery policy
+    std::atomic<std::int32_t> lastError{0};      // sanitized result code
+    std::atomic<EffectiveBackend> effectiveBackend{EffectiveBackend::kNone};  // written by the producer
+    // Whether the source in effect is the synthetic test; written at the start, when settings are applied,
+    // and at each demand. No reader: the window's labels go by the settings. It stays because the settings
+    // may be others by then, and this alone says what the running episode shows.
+    std::atomic<bool> testPattern{false};
 
     std::mutex statusLock;
     std::wstring statusText;     // guarded by statusLock
@@ -71,9 +75,6 @@ struct SharedStatus {
     bool previewRuns(Tick now) const { return previewDeadline.load() > now; }
 };
 
-// The picture that stands for "no frame yet": a dark field with a bar. Fills kFrameBytes of BGRA. Pure.
-void fillPlaceholderFrame(std::vector<std::byte>& frame);
-
 // What lies under a lock, as a whole. Any thread; each call takes one lock and gives it back.
 void keepPreviewFrame(SharedStatus& shared, const std::byte* pixels);  // kFrameBytes of them
 void copyPreviewFrame(SharedStatus& shared, std::vector<std::byte>& to);
@@ -84,22 +85,5 @@ std::wstring failureReasonNow(SharedStatus& shared);
 bool renewFailureReason(SharedStatus& shared, std::wstring& known);  // true: it was another
 BrokerSettings settingsNow(SharedStatus& shared);
 void replaceSettings(SharedStatus& shared, const BrokerSettings& settings);
-
-// Whether the last frame still counts as the present; not when there was none. Pure.
-bool frameIsRecent(Tick lastFrameTick, Tick now);
-
-// What the user reads about the state. Pure.
-struct StatusView {
-    BrokerStatus status = BrokerStatus::kIdle;
-    std::int32_t leaseCount = 0;
-    Tick lastFrameTick = 0;
-    Tick now = 0;
-};
-std::wstring_view statusLabel(const StatusView& view);
-std::wstring_view backendLabel(std::uint32_t effectiveBackend);
-// The same for the diagnostic report, which says what "none" means.
-std::wstring_view reportBackendLabel(std::uint32_t effectiveBackend);
-// The kind of source without anything of its address.
-std::wstring_view protectedSourceLabel(SourceKind source);
 
 }  // namespace vextra

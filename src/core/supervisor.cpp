@@ -19,13 +19,12 @@ Supervisor::Supervisor(SharedStatus& shared, SupervisorDoors doors, bool mediaFo
     : shared_(shared), doors_(std::move(doors)), mediaFoundationStarted_(mediaFoundationStarted) {}
 
 NextPass Supervisor::runPass() {
-    const auto command = static_cast<SupervisorCommand>(
-        shared_.mailbox.exchange(static_cast<std::uint32_t>(SupervisorCommand::kNone)));
+    const SupervisorCommand command = shared_.mailbox.exchange(SupervisorCommand::kNone);
     const std::int32_t leases = doors_.countLeases();
     shared_.leaseCount = leases;
 
-    // A signal that arrives while leases are held or unknown is taken all the same, and lost: whoever asks
-    // the broker to stop has to ask again once the meeting is over.
+    // A signal that arrives while leases are held or unknown is taken all the same, and lost:
+    // --shutdown-broker has to be run again once the meeting is over.
     if (doors_.takeStopSignal() && leases == 0)
         doors_.askWindowToQuit();
 
@@ -59,7 +58,7 @@ NextPass Supervisor::runPass() {
         return NextPass::kAtOnce;
 
     // By the state of the session and not by its messages alone: a Suspend may have come while nothing was
-    // active, or have been replaced in the mailbox, and an episode may begin behind the lock.
+    // active, or have been replaced in the mailbox, and an episode may begin while the screen is locked.
     if (shared_.sessionAway != 0 && !memory_.suspended)
         suspend();
 
@@ -175,7 +174,7 @@ void Supervisor::stopEpisode() {
     shared_.active = false;
     shared_.paused = false;
     setStatus(BrokerStatus::kIdle);
-    shared_.effectiveBackend = static_cast<std::uint32_t>(EffectiveBackend::kNone);
+    shared_.effectiveBackend = EffectiveBackend::kNone;
     url_.clear();
     doors_.showStatus(kTextIdle);
     doors_.log(EventCode::kStopComplete, 0);
@@ -275,8 +274,7 @@ void Supervisor::watch() {
 }
 
 void Supervisor::recover() {
-    const bool gstreamerRan =
-        shared_.effectiveBackend == static_cast<std::uint32_t>(EffectiveBackend::kGstreamer);
+    const bool gstreamerRan = shared_.effectiveBackend == EffectiveBackend::kGstreamer;
     if (snapshot_.decoder == DecoderBackend::kAutomatic && gstreamerRan) {
         memory_.forceFfmpeg = true;
         doors_.log(EventCode::kAutoGstreamerFallback, 0);

@@ -1,6 +1,6 @@
-// The broker's one worker: it connects only while somebody watches, keeps the producer alive within bounds,
-// and never lets an old picture pass for a new one. Pure: everything that touches the system comes in through
-// the doors, so that hours of demand, stalls and recoveries run in milliseconds of a test.
+// The broker's one worker: it connects only while a lease or a preview asks for it, keeps the producer alive
+// within bounds, and never lets an old picture pass for a new one. Pure: everything that touches the system
+// comes in through the doors, so that hours of demand, stalls and recoveries run in milliseconds of a test.
 #pragma once
 
 #include <cstddef>
@@ -63,8 +63,8 @@ constexpr Tick recoveryDelayMs(std::uint32_t failures) {
     return Tick{1000} << (failures < 3 ? failures : 3);
 }
 
-// What is remembered from one pass to the next, beside SharedStatus. A plain value: whoever has it and the
-// SharedStatus of the same moment can go on from there.
+// What is remembered from one pass to the next, beside SharedStatus. A plain value: with it and the
+// SharedStatus of the same moment a Supervisor can go on from there.
 struct SupervisorMemory {
     std::uint32_t frameBytesRead = 0;
     bool producerExists = false;
@@ -108,7 +108,7 @@ private:
 
     void stopProducerInstance();
     void publishHeader(BridgeState state);
-    void setStatus(BrokerStatus status) { shared_.status = static_cast<std::uint32_t>(status); }
+    void setStatus(BrokerStatus status) { shared_.status = status; }
     void restartFirstFrameClock();
     void clearFailures();
     bool syntheticTest() const { return snapshot_.source == SourceKind::kSyntheticTest; }

@@ -8,12 +8,12 @@
 #include "base/unique_win.h"
 #include "base/wait_win.h"
 #include "bridge/bridge_location.h"
-#include "bridge/bridge_writer.h"
-#include "bridge/demand_channel.h"
-#include "core/evidence_win.h"
+#include "bridge/shared_file_win.h"
 #include "core/media_foundation_win.h"
+#include "core/run_outputs.h"
 #include "core/supervisor.h"
-#include "producers/gst_runtime_win.h"
+#include "core/window_messages_win.h"
+#include "producers/ffmpeg_process_win.h"
 #include "producers/producer.h"
 
 namespace vextra {
@@ -30,10 +30,20 @@ void runSupervisor(const SupervisorThreadSetup& setup, HWND window) {
     const auto log = [&](EventCode code, std::int32_t value) { setup.log->write(code, value); };
     BridgeWriter bridge;
     DemandChannel demand;
-    const auto explainFailure = [&](std::wstring_view reason) { replaceFailureReason(shared, reason); };
-    Producer producer(setup.installRoot, {showStatus, log, explainFailure}, shared.effectiveBackend, [&] {
-        return GstRuntime::instance({setup.installRoot, setup.dataFolder}).api();
-    });
+    const ProducerReports reports{
+        .showStatus = showStatus,
+        .log = log,
+        .explainFailure = [&](std::wstring_view reason) { replaceFailureReason(shared, reason); },
+    };
+    FfmpegProcess ffmpeg(setup.installRoot, reports);
+    Producer producer(
+        {
+            .startFfmpeg = [&](const FfmpegInput& input) { return ffmpeg.start(input); },
+            .readFfmpeg = [&](std::byte* buffer, std::uint32_t bytes) { return ffmpeg.read(buffer, bytes); },
+            .stopFfmpeg = [&] { ffmpeg.stop(); },
+            .findGstreamer = [&] { return GstRuntime::instance(setup.gstreamerPlaces).api(); },
+        },
+        reports, shared.effectiveBackend);
 
     SupervisorDoors doors{
         .now = [] { return Tick{GetTickCount64()}; },
@@ -87,7 +97,7 @@ bool SupervisorThread::start(HWND window) {
     if (!waitForEnd(0))
         return false;
     window_ = window;
-    // Not std::thread, for whose end nobody can wait with a limit.
+    // Not std::thread, whose end cannot be waited for with a limit.
     thread_.reset(reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, &run, this, 0, nullptr)));
     return static_cast<bool>(thread_);
 }
@@ -104,7 +114,7 @@ unsigned __stdcall SupervisorThread::run(void* self) noexcept {
 }
 
 void sendCommand(SharedStatus& shared, HANDLE wakeEvent, SupervisorCommand command) {
-    shared.mailbox = static_cast<std::uint32_t>(command);
+    shared.mailbox = command;
     SetEvent(wakeEvent);
 }
 

@@ -7,15 +7,9 @@
 #include "base/unique_win.h"
 #include "core/shared_status.h"
 #include "diag/event_log.h"
+#include "producers/gst_runtime_win.h"
 
 namespace vextra {
-
-// Messages to the main window.
-constexpr UINT kMessageStatusChanged = WM_APP;   // the status text changed
-constexpr UINT kMessageShowWindow = WM_APP + 1;  // a second start of the broker
-constexpr UINT kMessageTray = WM_APP + 2;        // the tray icon's callback; lParam: the mouse message
-constexpr UINT kMessageStopSignal = WM_APP + 3;  // the stop signal arrived while idle
-constexpr UINT kMessageUpdateDone = WM_APP + 4;  // an update check (wParam 1) or download (wParam 2) finished
 
 struct SupervisorThreadSetup {
     SharedStatus* shared = nullptr;  // outlives the thread, as do the log and the handles
@@ -24,7 +18,7 @@ struct SupervisorThreadSetup {
     HANDLE stopSignal = nullptr;  // auto-reset
     std::wstring installRoot;
     std::wstring evidenceFolder;  // empty: off
-    std::wstring dataFolder;
+    GstRuntimePlaces gstreamerPlaces;
 };
 
 // There is at most one at a time. Main thread only.
@@ -39,8 +33,8 @@ public:
     // already, or when the system has no thread to give.
     bool start(HWND window);
 
-    // Whether none runs any more, for which this waits so long; 0 only looks. A thread that hangs in somebody
-    // else's library does not end: its process has to, for what is shared with it must not go before it.
+    // Whether none runs any more, for which this waits so long; 0 only looks. A thread that hangs in a
+    // foreign library does not end: its process has to, for what is shared with it must not go before it.
     bool waitForEnd(std::uint32_t limitMs);
 
 private:

@@ -1,6 +1,7 @@
-// The event log's whole vocabulary. Nothing else can be logged: whoever needs a new event adds a line here.
+// The event log's whole vocabulary. Nothing else can be logged: a new event is a new line here.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -134,5 +135,8 @@ constexpr std::string_view eventText(EventCode code) {
     }
     return "";
 }
+
+// None is longer: lines are made in memory of a fixed size.
+constexpr std::size_t kLongestEventText = eventText(EventCode::kSettingsApplyBlocked).size();
 
 }  // namespace vextra

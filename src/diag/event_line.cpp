@@ -3,6 +3,14 @@
 #include <cstdio>
 
 namespace vextra {
+namespace {
+
+// What snprintf would have written is taken for what it wrote: so everything has to fit.
+constexpr std::string_view kLongestNumbers =
+    "tick=18446744073709551615  hr=0xFFFFFFFF frames=18446744073709551615 pid=4294967295\n";
+static_assert(kLongestNumbers.size() + kLongestEventText < sizeof LogLine::text);
+
+}  // namespace
 
 LogLine formatEventLine(const EventFields& fields) {
     LogLine line;

@@ -18,6 +18,8 @@ class EventLog {
 public:
     enum class OpenMode { kReplace = 1, kAppend = 2 };
 
+    // For a run that publishes no frames.
+    EventLog() : EventLog(kNoFrames) {}
     // `framesPublished` is printed in every line as it stands at that moment.
     explicit EventLog(const std::atomic<std::uint64_t>& framesPublished)
         : framesPublished_(framesPublished) {}
@@ -39,6 +41,7 @@ private:
     };
     void writeLine(const LogLine& line);
 
+    static inline const std::atomic<std::uint64_t> kNoFrames{0};
     const std::atomic<std::uint64_t>& framesPublished_;
     std::wstring path_;  // set by open
     std::mutex logLock_;

@@ -1,4 +1,4 @@
-// Which decoder runs. Pure.
+// Which decoder runs, and over what it fetches its source. Pure.
 #pragma once
 
 #include <cstdint>
@@ -12,18 +12,30 @@ enum class EffectiveBackend : std::uint32_t { kNone = 0, kFfmpeg = 1, kGstreamer
 
 enum class BackendPlan {
     kFfmpeg = 1,
-    kGstreamerOnly,        // chosen by the user: FFmpeg is never started behind his back
+    kGstreamerOnly,        // chosen by the user: FFmpeg never takes its place
     kGstreamerThenFfmpeg,  // automatic
     kRefuseNoGstreamer,    // chosen by the user, but there is no runtime
 };
 
-// The synthetic test picture is FFmpeg's own, so it always runs there.
+// Whether a runtime has to be looked for. The synthetic test picture is FFmpeg's own, so it always runs
+// there.
+constexpr bool wantsGstreamer(bool syntheticTest, DecoderBackend decoder) {
+    return !syntheticTest && decoder != DecoderBackend::kFfmpeg;
+}
+
 constexpr BackendPlan planBackend(bool syntheticTest, DecoderBackend decoder, bool gstreamerLoaded) {
-    if (syntheticTest || decoder == DecoderBackend::kFfmpeg)
+    if (!wantsGstreamer(syntheticTest, decoder))
         return BackendPlan::kFfmpeg;
     if (decoder == DecoderBackend::kGstreamer)
         return gstreamerLoaded ? BackendPlan::kGstreamerOnly : BackendPlan::kRefuseNoGstreamer;
     return gstreamerLoaded ? BackendPlan::kGstreamerThenFfmpeg : BackendPlan::kFfmpeg;
+}
+
+// Used by rtsp:// and rtsps:// addresses only.
+enum class RtspTransport { kTcp = 1, kUdp = 2 };
+
+constexpr RtspTransport rtspTransport(const BrokerSettings& settings) {
+    return settings.rtspUdp ? RtspTransport::kUdp : RtspTransport::kTcp;
 }
 
 }  // namespace vextra

@@ -1,23 +1,15 @@
 #include "producers/ffmpeg_command.h"
 
+#include "base/text.h"
+
 namespace vextra {
 namespace {
 
-// Scheme letters compared without regard to case; `prefix` is lower case.
-bool startsWithIgnoringCase(std::wstring_view text, std::wstring_view prefix) {
-    if (text.size() < prefix.size())
-        return false;
-    for (std::size_t i = 0; i < prefix.size(); ++i) {
-        const wchar_t unit = text[i];
-        const wchar_t lower = unit >= L'A' && unit <= L'Z' ? static_cast<wchar_t>(unit - L'A' + L'a') : unit;
-        if (lower != prefix[i])
-            return false;
-    }
-    return true;
-}
-
 bool isRtsp(std::wstring_view url) {
-    return startsWithIgnoringCase(url, L"rtsp://") || startsWithIgnoringCase(url, L"rtsps://");
+    const auto beginsWith = [&](std::wstring_view scheme) {
+        return equalsIgnoringAsciiCase(url.substr(0, scheme.size()), scheme);
+    };
+    return beginsWith(L"rtsp://") || beginsWith(L"rtsps://");
 }
 
 }  // namespace

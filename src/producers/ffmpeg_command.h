@@ -4,16 +4,15 @@
 #include <string_view>
 
 #include "base/secret.h"
+#include "producers/backend_choice.h"
 
 namespace vextra {
-
-enum class RtspTransport { kTcp = 1, kUdp = 2 };
 
 // What the decoder reads: a network source, or FFmpeg's own moving test picture.
 struct FfmpegInput {
     bool syntheticTest = false;
     std::wstring_view url;                          // not used by the synthetic test
-    RtspTransport transport = RtspTransport::kTcp;  // used by rtsp:// and rtsps:// addresses only
+    RtspTransport transport = RtspTransport::kTcp;  // likewise
 };
 
 // The whole command line, which holds the address and is therefore a secret. A foreign ffmpeg.exe must accept

@@ -24,6 +24,14 @@ std::int32_t lastResult() {
 // holds.
 class HandleListAttribute {
 public:
+    HandleListAttribute() = default;
+    HandleListAttribute(const HandleListAttribute&) = delete;
+    HandleListAttribute& operator=(const HandleListAttribute&) = delete;
+    ~HandleListAttribute() {
+        if (list_ != nullptr)
+            DeleteProcThreadAttributeList(list_);
+    }
+
     // False on failure, with GetLastError set. `handles` must outlive this object.
     bool create(std::array<HANDLE, 3>& handles) {
         SIZE_T bytes = 0;
@@ -35,10 +43,6 @@ public:
         list_ = list;
         return UpdateProcThreadAttribute(list_, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, handles.data(),
                                          handles.size() * sizeof(HANDLE), nullptr, nullptr) != FALSE;
-    }
-    ~HandleListAttribute() {
-        if (list_ != nullptr)
-            DeleteProcThreadAttributeList(list_);
     }
     LPPROC_THREAD_ATTRIBUTE_LIST get() const { return list_; }
 
@@ -65,7 +69,7 @@ std::optional<Pipe> createChildPipe(SECURITY_ATTRIBUTES& inheritable, DWORD buff
     return pipe;
 }
 
-// A decoder that crashes has to end, not to wait behind a box of error reporting. A child takes over its
+// A decoder that crashes has to end, not to wait for a box of error reporting. A child takes over its
 // parent's mode as it is when it is created, and there is one mode for all threads of a process: so it is set
 // for that long only, since it also keeps our own crashes from being reported. Should another thread crash in
 // between, that one report is lost, and nothing else; no other thread sets the mode.
@@ -164,7 +168,7 @@ bool FfmpegProcess::launch(const std::wstring& executable, const FfmpegInput& in
     const UniqueHandle thread(child.hThread);
 
     // Suspended until it is in the job: it can never run outside it. A broker that is killed right here
-    // leaves it behind, suspended and outside.
+    // leaves it there, suspended and outside.
     if (!AssignProcessToJobObject(job_.get(), process_.get())) {
         reports_.log(EventCode::kFfmpegJobAssignFailed, lastResult());
         TerminateProcess(process_.get(), 0);
@@ -176,7 +180,7 @@ bool FfmpegProcess::launch(const std::wstring& executable, const FfmpegInput& in
     return true;
 }
 
-// Nobody reads the decoder's messages (they hold addresses), but a full pipe would stop it.
+// The decoder's messages hold addresses and are thrown away; but a full pipe would stop it.
 void FfmpegProcess::drainStandardError() {
     for (int i = 0; i < kErrorReadsPerPoll; ++i) {
         std::byte discarded[kErrorReadBytes];

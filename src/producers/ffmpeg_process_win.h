@@ -3,25 +3,16 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <string>
 
 #include "base/unique_win.h"
-#include "diag/event_codes.h"
 #include "producers/ffmpeg_command.h"
+#include "producers/producer.h"
 
 namespace vextra {
 
-// Where producers report: one status line for the user, events for the log, and why GStreamer failed, which
-// stands beside the status line and never holds an address.
-struct ProducerReports {
-    std::function<void(std::wstring_view text)> showStatus;
-    std::function<void(EventCode code, std::int32_t value)> log;
-    std::function<void(std::wstring_view reason)> explainFailure;
-};
-
-// One child at a time, in a job that ends it when the broker ends, however the broker ends. Used by one
-// thread only (the Supervisor's), which for the moment of a start also sets the process's error mode.
+// One child at a time. It runs in a job that ends it when the broker ends, however the broker ends. Used by
+// one thread only (the Supervisor's), which for the moment of a start also sets the process's error mode.
 class FfmpegProcess {
 public:
     // `installRoot` holds deps\ffmpeg.exe and becomes the child's working directory.
@@ -31,7 +22,7 @@ public:
     FfmpegProcess& operator=(const FfmpegProcess&) = delete;
 
     // Stops what runs, then launches. True when the child runs inside its job; otherwise nothing is left
-    // behind.
+    // over.
     bool start(const FfmpegInput& input);
 
     // Takes what already waits in the pipe: the number of bytes put at the start of `buffer`, 0 when nothing
@@ -41,7 +32,8 @@ public:
     // Ends the child (it has up to 3 s to be gone) and closes everything. Harmless when nothing runs.
     void stop();
 
-    std::uint32_t processId() const { return processId_; }  // 0 when none runs
+    // 0 when none runs. No reader in the broker: tests follow the child by it, as a debugger would.
+    std::uint32_t processId() const { return processId_; }
 
 private:
     bool launch(const std::wstring& executable, const FfmpegInput& input);

@@ -31,7 +31,8 @@ std::wstring_view gstAvailabilityText(bool runtimeAvailable) {
 }
 
 std::wstring_view gstStartRefusal(const GstInput& input, bool runtimeAvailable) {
-    if (input.transport != L"tcp" && input.transport != L"udp")
+    // No setting gives a third.
+    if (input.transport != RtspTransport::kTcp && input.transport != RtspTransport::kUdp)
         return L"Transporte inválido: use TCP ou UDP.";
     if (input.latencyMs > kGstMaxLatencyMs)
         return L"Latência GStreamer deve estar entre 0 e 10000 ms.";

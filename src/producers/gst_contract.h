@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "base/secret.h"
+#include "producers/backend_choice.h"
 #include "producers/gst_abi.h"
 
 namespace vextra {
@@ -28,11 +29,11 @@ enum class GstRtspLowerTransport : std::uint32_t { kUdp = 1, kTcp = 4 };
 
 struct GstInput {
     std::wstring_view url;
-    std::wstring_view transport;  // "tcp" or "udp"; used by RTSP only
+    RtspTransport transport = RtspTransport::kTcp;
     std::uint32_t latencyMs = 0;  // used by RTSP only
 };
 
-// Empty when such a start may be tried, otherwise the reason for the user.
+// Empty when such a start may be tried, otherwise why not, in the user's words.
 std::wstring_view gstStartRefusal(const GstInput& input, bool runtimeAvailable);
 
 std::wstring_view gstAvailabilityText(bool runtimeAvailable);

@@ -20,13 +20,13 @@ GstFrameCaps readCaps(const GstApi& api, const GstStructure* structure) {
 
 }  // namespace
 
-bool GstPipeline::refuse(std::wstring_view reason) {
+bool GstPipeline::giveUpStart(std::wstring_view reason) {
     release();
     reason_ = reason;
     return false;
 }
 
-bool GstPipeline::fail(std::wstring_view reason) {
+bool GstPipeline::giveUpStream(std::wstring_view reason) {
     gstreamerFailed_ = true;
     reason_ = reason;
     return false;
@@ -40,46 +40,47 @@ bool GstPipeline::startGstreamer(const GstApi* api, const GstInput& input) {
     gstreamerFailed_ = false;
     reason_ = {};
     if (const std::wstring_view refusal = gstStartRefusal(input, api != nullptr); !refusal.empty())
-        return refuse(refusal);
+        return giveUpStart(refusal);
     api_ = api;
     latencyMs_ = input.latencyMs;
-    lowerTransport_ = input.transport == L"udp" ? GstRtspLowerTransport::kUdp : GstRtspLowerTransport::kTcp;
+    lowerTransport_ =
+        input.transport == RtspTransport::kUdp ? GstRtspLowerTransport::kUdp : GstRtspLowerTransport::kTcp;
     return build(input);
 }
 
 bool GstPipeline::build(const GstInput& input) {
     const SecretUtf8 uri = gstSourceUri(input.url);
     if (uri.empty())  // half a surrogate pair: no address of anything
-        return refuse(L"Origem inválida: informe uma URL HTTP, HTTPS, RTSP ou RTSPS.");
+        return giveUpStart(L"Origem inválida: informe uma URL HTTP, HTTPS, RTSP ou RTSPS.");
 
     GError* error = nullptr;
-    pipeline_ = {*api_, api_->gst_parse_launch(kGstPipelineText, &error)};
+    pipeline_ = {api_->gst_parse_launch(kGstPipelineText, &error), {api_}};
     // A pipeline can come together with an error, and then lacks what the error is about.
     const bool incomplete = error != nullptr;
     if (incomplete)
         api_->g_error_free(error);
     if (!pipeline_ || incomplete)
-        return refuse(L"Não foi possível criar a pipeline GStreamer.");
+        return giveUpStart(L"Não foi possível criar a pipeline GStreamer.");
 
-    sink_ = {*api_, api_->gst_bin_get_by_name(pipeline_.get(), "frames")};
-    source_ = {*api_, api_->gst_bin_get_by_name(pipeline_.get(), "source")};
-    bus_ = {*api_, api_->gst_element_get_bus(pipeline_.get())};
+    sink_ = {api_->gst_bin_get_by_name(pipeline_.get(), "frames"), {api_}};
+    source_ = {api_->gst_bin_get_by_name(pipeline_.get(), "source"), {api_}};
+    bus_ = {api_->gst_element_get_bus(pipeline_.get()), {api_}};
     if (!sink_ || !source_ || !bus_)
-        return refuse(L"Pipeline GStreamer incompleta.");
+        return giveUpStart(L"Pipeline GStreamer incompleta.");
 
     {
         // Decoding ends at raw pictures in ordinary memory.
-        const GstMiniObjectRef<GstCaps> caps(*api_, api_->gst_caps_from_string("video/x-raw"));
+        const GstMiniObjectRef<GstCaps> caps(api_->gst_caps_from_string("video/x-raw"), {api_});
         if (!caps ||
             api_->g_signal_connect_data(source_.get(), "source-setup", &onSourceSetup, this, nullptr, 0) == 0)
-            return refuse(L"Não foi possível configurar a origem GStreamer.");
+            return giveUpStart(L"Não foi possível configurar a origem GStreamer.");
         api_->g_object_set(source_.get(), "caps", caps.get(), "uri", uri.c_str(), nullptr);
     }
     source_.reset();
 
     if (api_->gst_element_set_state(pipeline_.get(), kGstStatePlaying) == kGstStateChangeFailure) {
-        release();
-        return fail(L"GStreamer não conseguiu iniciar a origem.");
+        gstreamerFailed_ = true;
+        return giveUpStart(L"GStreamer não conseguiu iniciar a origem.");
     }
     return true;
 }
@@ -104,19 +105,19 @@ bool GstPipeline::pullGstreamerFrame(std::byte* destination) {
     const std::lock_guard guard(producerLock_);
     if (!pipeline_)
         return false;
-    if (GstMiniObjectRef<GstMessage>(*api_, api_->gst_bus_pop_filtered(bus_.get(), kGstMessageError)))
-        return fail(L"Falha na origem GStreamer; endereço omitido.");
+    if (GstMiniObjectRef<GstMessage>(api_->gst_bus_pop_filtered(bus_.get(), kGstMessageError), {api_}))
+        return giveUpStream(L"Falha na origem GStreamer; endereço omitido.");
 
     const GstMiniObjectRef<GstSample> sample(
-        *api_, api_->gst_app_sink_try_pull_sample(sink_.get(), kGstPullTimeoutNs));
+        api_->gst_app_sink_try_pull_sample(sink_.get(), kGstPullTimeoutNs), {api_});
     if (!sample) {
         // Once the stream has ended a pull no longer waits: without a look at it the broker would spin.
         if (api_->gst_app_sink_is_eos(sink_.get()))
-            return fail(L"A origem GStreamer terminou.");
+            return giveUpStream(L"A origem GStreamer terminou.");
         return false;
     }
     if (!copySample(sample.get(), destination))
-        return fail(L"Quadro GStreamer com formato/stride fora do contrato BGRA 1280×720 a 16 fps.");
+        return giveUpStream(L"Quadro GStreamer com formato/stride fora do contrato BGRA 1280×720 a 16 fps.");
     return true;
 }
 

@@ -1,9 +1,10 @@
-// The decoder inside the broker's own process: a pipeline of a GStreamer runtime that somebody else loaded.
+// The decoder inside the broker's own process: a pipeline of a GStreamer runtime that was loaded before.
 // It calls nothing but the runtime's table, so it is tested on every machine.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -12,45 +13,19 @@
 
 namespace vextra {
 
-// A reference that GStreamer handed out, given back when this ends.
-template <typename T, auto Unref>
-class GstOwned {
-public:
-    GstOwned() = default;
-    GstOwned(const GstApi& api, T* value) : api_(&api), value_(value) {}
-    GstOwned(const GstOwned&) = delete;
-    GstOwned& operator=(const GstOwned&) = delete;
-    GstOwned(GstOwned&& other) noexcept : api_(other.api_), value_(other.value_) { other.value_ = nullptr; }
-    GstOwned& operator=(GstOwned&& other) noexcept {
-        if (this != &other) {
-            reset();
-            api_ = other.api_;
-            value_ = other.value_;
-            other.value_ = nullptr;
-        }
-        return *this;
-    }
-    ~GstOwned() { reset(); }
-
-    T* get() const { return value_; }
-    explicit operator bool() const { return value_ != nullptr; }
-    void reset() {
-        if (value_ != nullptr)
-            (api_->*Unref)(value_);
-        value_ = nullptr;
-    }
-
-private:
-    const GstApi* api_ = nullptr;
-    T* value_ = nullptr;
+// References that GStreamer handed out, given back when their owner ends.
+template <auto unref>
+struct GstUnref {
+    const GstApi* api = nullptr;
+    void operator()(void* reference) const { (api->*unref)(reference); }
 };
 template <typename T>
-using GstObjectRef = GstOwned<T, &GstApi::gst_object_unref>;
+using GstObjectRef = std::unique_ptr<T, GstUnref<&GstApi::gst_object_unref>>;
 template <typename T>
-using GstMiniObjectRef = GstOwned<T, &GstApi::gst_mini_object_unref>;
+using GstMiniObjectRef = std::unique_ptr<T, GstUnref<&GstApi::gst_mini_object_unref>>;
 
-// One pipeline at a time. Start, pull and stop belong to one thread (the Supervisor's); what they share with
-// whoever else asks is guarded by the producer lock.
+// One pipeline at a time. Start, pull and stop belong to one thread (the Supervisor's); what another
+// thread may ask for is guarded by the producer lock.
 class GstPipeline {
 public:
     GstPipeline() = default;
@@ -59,7 +34,7 @@ public:
     GstPipeline& operator=(const GstPipeline&) = delete;
 
     // Stops what runs, then builds the pipeline and lets it play. `api` is null where there is no runtime,
-    // and outlives this object otherwise. False: nothing is left behind, and reason() says why.
+    // and outlives this object otherwise. False: nothing is left over, and reason() says why.
     bool startGstreamer(const GstApi* api, const GstInput& input);
 
     // Waits up to 125 ms for the next frame of the contract and writes its kFrameBytes to `destination`; a
@@ -72,13 +47,13 @@ public:
 
     // The source failed or ended, or its frames are not what was asked for: stop, then start anew.
     bool gstreamerFailed() const;
-    std::wstring_view reason()
-        const;  // for the user, a literal: no address can be in it; empty: nothing is wrong
+    // Why, for the user: one of a few literals, so no address can be in it. Empty: nothing is wrong.
+    std::wstring_view reason() const;
 
 private:
     static void onSourceSetup(GstElement* bin, GstElement* source, void* pipeline);
-    bool refuse(std::wstring_view reason);
-    bool fail(std::wstring_view reason);
+    bool giveUpStart(std::wstring_view reason);   // false, and nothing is held any more
+    bool giveUpStream(std::wstring_view reason);  // false; the pipeline is there until it is stopped
     bool build(const GstInput& input);
     void release();
     bool copySample(GstSample* sample, std::byte* destination) const;

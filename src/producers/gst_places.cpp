@@ -1,6 +1,7 @@
 #include "producers/gst_places.h"
 
 #include <algorithm>
+#include <array>
 #include <span>
 
 #include "base/fnv1a.h"
@@ -12,7 +13,7 @@ namespace {
 constexpr std::wstring_view kBin = L"\\bin";
 
 // Not relative, nor named by a server: such an entry means another folder for each working directory, or one
-// that strangers fill. What lies behind a drive's letter is not looked at: it may be mapped to a server.
+// that strangers fill. Where a drive's letter leads is not looked at: it may be mapped to a server.
 bool isAbsoluteDrivePath(std::wstring_view entry) {
     return entry.size() >= 3 && entry[1] == L':' && (entry[2] == L'\\' || entry[2] == L'/');
 }
@@ -87,13 +88,15 @@ std::wstring gstPluginFolder(std::wstring_view binFolder) {
 }
 
 std::wstring gstRegistryFile(std::wstring_view dataFolder, std::wstring_view binFolder) {
-    constexpr wchar_t kDigits[] = L"0123456789abcdef";
     std::wstring folder(binFolder);
     std::ranges::transform(folder, folder.begin(), asciiLowered<wchar_t>);
+    // As the lists that are there already are named: the lowest digit first.
     std::uint64_t hash = fnv1a64(std::as_bytes(std::span(folder)));
-    std::wstring name;
-    for (int digit = 0; digit < 16; ++digit, hash >>= 4)
-        name.push_back(kDigits[hash & 15]);
+    std::array<std::byte, sizeof hash> highestFirst{};
+    for (auto byte = highestFirst.rbegin(); byte != highestFirst.rend(); ++byte, hash >>= 8)
+        *byte = static_cast<std::byte>(hash & 0xFF);
+    std::wstring name = widenedAscii(lowerHex(highestFirst));
+    std::ranges::reverse(name);
     return std::wstring(dataFolder).append(L"\\gstreamer-").append(name).append(L".registry");
 }
 

@@ -1,4 +1,5 @@
-// Where a GStreamer runtime is looked for, what it has to hold, and which of its decoders are left out. Pure.
+// Where a GStreamer runtime is looked for and where its plugins and their list lie; what it has to hold, and
+// which of its decoders are left out. Pure.
 #pragma once
 
 #include <cstdint>

@@ -5,29 +5,23 @@
 #include <type_traits>
 #include <vector>
 
+#include "base/system_win.h"
 #include "base/text.h"
 #include "producers/gst_places.h"
 
 namespace vextra {
 namespace {
 
-std::optional<std::wstring> variable(const wchar_t* name) {
-    std::vector<wchar_t> value(32'768);  // the longest value of an environment variable
-    const DWORD length = GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size()));
-    if (length == 0 || length >= value.size())
-        return std::nullopt;
-    return std::wstring(value.data(), length);
-}
-
 // For this process, until this ends: a decoder that is started later inherits nothing of it.
-class LoadingVariable {
+class TemporaryVariable {
 public:
-    LoadingVariable(const wchar_t* name, const std::wstring& value) : name_(name), before_(variable(name)) {
+    TemporaryVariable(const wchar_t* name, const std::wstring& value)
+        : name_(name), before_(environmentVariable(name)) {
         SetEnvironmentVariableW(name_, value.c_str());
     }
-    ~LoadingVariable() { SetEnvironmentVariableW(name_, before_ ? before_->c_str() : nullptr); }
-    LoadingVariable(const LoadingVariable&) = delete;
-    LoadingVariable& operator=(const LoadingVariable&) = delete;
+    ~TemporaryVariable() { SetEnvironmentVariableW(name_, before_ ? before_->c_str() : nullptr); }
+    TemporaryVariable(const TemporaryVariable&) = delete;
+    TemporaryVariable& operator=(const TemporaryVariable&) = delete;
 
 private:
     const wchar_t* const name_;
@@ -35,16 +29,16 @@ private:
 };
 
 // GStreamer keeps a list of its plugins in the user's profile. Another program that could not load them there
-// leaves a list without them, so ours is a file of our own; whoever named one gets his.
-class LoadingRegistry {
+// leaves a list without them, so ours is a file of our own. A list that the user named is used as it is.
+class OwnRegistry {
 public:
-    LoadingRegistry(const std::wstring& dataFolder, const std::wstring& binFolder) {
-        if (!variable(L"GST_REGISTRY_1_0") && !variable(L"GST_REGISTRY"))
+    OwnRegistry(const std::wstring& dataFolder, const std::wstring& binFolder) {
+        if (!environmentVariable(L"GST_REGISTRY_1_0") && !environmentVariable(L"GST_REGISTRY"))
             registry_.emplace(L"GST_REGISTRY_1_0", gstRegistryFile(dataFolder, binFolder));
     }
 
 private:
-    std::optional<LoadingVariable> registry_;
+    std::optional<TemporaryVariable> registry_;
 };
 
 bool isFile(const std::wstring& path) {
@@ -63,10 +57,10 @@ std::wstring libraryFile(const std::wstring& folder, const wchar_t* name) {
 
 GstSearch searchOfThisMachine(const std::wstring& installRoot) {
     return {.installRoot = installRoot,
-            .msvcRoot = variable(L"GSTREAMER_1_0_ROOT_MSVC_X86_64").value_or(L""),
-            .x64Root = variable(L"GSTREAMER_1_0_ROOT_X86_64").value_or(L""),
-            .programFiles = variable(L"ProgramFiles").value_or(L""),
-            .path = variable(L"PATH").value_or(L"")};
+            .msvcRoot = environmentVariable(L"GSTREAMER_1_0_ROOT_MSVC_X86_64").value_or(L""),
+            .x64Root = environmentVariable(L"GSTREAMER_1_0_ROOT_X86_64").value_or(L""),
+            .programFiles = environmentVariable(L"ProgramFiles").value_or(L""),
+            .path = environmentVariable(L"PATH").value_or(L"")};
 }
 
 }  // namespace
@@ -77,15 +71,16 @@ const GstRuntime& GstRuntime::instance(const GstRuntimePlaces& places) {
 }
 
 GstRuntime::GstRuntime(const GstRuntimePlaces& places) {
-    const LoadingVariable ranks(L"GST_PLUGIN_FEATURE_RANK",
-                                gstFeatureRanks(variable(L"GST_PLUGIN_FEATURE_RANK").value_or(L"")));
+    const TemporaryVariable ranks(
+        L"GST_PLUGIN_FEATURE_RANK",
+        gstFeatureRanks(environmentVariable(L"GST_PLUGIN_FEATURE_RANK").value_or(L"")));
     // From 1.24 on a process of its own looks at the plugins, outside the job that ends our decoders: with
     // the broker killed it would go on, and the Supervisor may wait a minute for each plugin that hangs in
     // it.
-    const LoadingVariable noHelperProcess(L"GST_REGISTRY_FORK", L"no");
+    const TemporaryVariable noHelperProcess(L"GST_REGISTRY_FORK", L"no");
     const std::vector<std::wstring> folders = gstCandidateFolders(searchOfThisMachine(places.installRoot));
     available_ = std::ranges::any_of(folders, [&](const std::wstring& folder) {
-        const LoadingRegistry registry(places.dataFolder, folder);
+        const OwnRegistry registry(places.dataFolder, folder);
         if (loadFrom(folder))
             return true;
         // Also after its initialisation: a library that stays would be taken for the next runtime's by name.
@@ -122,11 +117,10 @@ bool GstRuntime::loadLibraries() {
 }
 
 bool GstRuntime::resolve() {
-    return visitGstEntryPoints(api_, [this](GstLibrary library, const char* name, auto& entryPoint) {
-        const HMODULE module = libraries_[static_cast<std::size_t>(library)].get();
-        entryPoint = reinterpret_cast<std::remove_reference_t<decltype(entryPoint)>>(
-            reinterpret_cast<void*>(GetProcAddress(module, name)));
-        return entryPoint != nullptr;
+    return visitGstEntryPoints(api_, [this](GstLibrary library, const char* name, auto& function) {
+        using Function = std::remove_pointer_t<std::remove_reference_t<decltype(function)>>;
+        function = entryPoint<Function>(libraries_[static_cast<std::size_t>(library)].get(), name);
+        return function != nullptr;
     });
 }
 

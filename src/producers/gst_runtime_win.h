@@ -36,7 +36,8 @@ public:
     // Nothing changes any more once the constructor has returned: any thread may ask.
     bool available() const { return available_; }
     const GstApi* api() const { return available_ ? &api_ : nullptr; }
-    const std::wstring& folder() const { return folder_; }  // of the libraries; empty: none
+    // Of the libraries; empty: none. Which of several runtimes was taken is asked by tests alone.
+    const std::wstring& folder() const { return folder_; }
 
     // Gives the libraries back. For a runtime in which nothing plays; one that was accepted stays.
     void unload();

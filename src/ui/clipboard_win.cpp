@@ -40,7 +40,7 @@ private:
 }  // namespace
 
 bool copyToClipboard(HWND owner, const std::wstring& text) {
-    // Before the clipboard is emptied, so that a failure costs nobody what they had copied.
+    // Before the clipboard is emptied, so that a failure leaves there what the user had copied.
     const std::size_t bytes = (text.size() + 1) * sizeof(wchar_t);
     UniqueGlobalMemory block(GlobalAlloc(GMEM_MOVEABLE, bytes));
     void* memory = block ? GlobalLock(block.get()) : nullptr;

@@ -6,8 +6,7 @@
 #include <iterator>
 #include <string>
 
-#include "ui/gdi_win.h"
-#include "ui/window_view.h"
+#include "ui/painter_win.h"
 
 // Of commctrl.h since Windows 10 1809; older headers lack them.
 #ifndef EM_SETEXTENDEDSTYLE
@@ -20,7 +19,6 @@ namespace {
 
 constexpr wchar_t kBullet = L'\u25CF';
 constexpr UINT_PTR kSubclassNumber = 1;
-constexpr COLORREF kFieldBorder = RGB(139, 135, 150);
 // The status line's text keeps this much of its height away from its left edge.
 constexpr int kStatusMarginDivisor = 3;
 
@@ -46,9 +44,8 @@ RECT wholeOf(HWND control) {
 
 void drawBorder(HDC dc, HWND control, const RECT& whole) {
     const bool focused = GetFocus() == control;
-    const UniqueBrush border(CreateSolidBrush(
-        focused ? RGB(colours::kSelectedTab.red, colours::kSelectedTab.green, colours::kSelectedTab.blue)
-                : kFieldBorder));
+    const UniqueBrush border(
+        CreateSolidBrush(colorRef(focused ? colours::kSelectedTab : colours::kFieldBorder)));
     FrameRect(dc, &whole, border.get());
 }
 
@@ -62,8 +59,8 @@ void paintFieldFrame(HWND field) {
     ReleaseDC(field, dc);
 }
 
-// What was made frame is the control's face all the same: without an answer of its own a click there would
-// reach nobody.
+// What was made frame is the control's face all the same: by itself the system would not give the control a
+// click there.
 LRESULT faceAt(LRESULT hit) {
     return hit == HTNOWHERE ? HTCLIENT : hit;
 }
@@ -230,6 +227,7 @@ void passFocus(HWND from, HWND to) {
 
 bool ControlSet::create(HWND window, HINSTANCE instance) {
     window_ = window;
+    made_.resize(kControls.size());
     for (std::size_t i = 0; i < kControls.size(); ++i) {
         const Control& control = kControls[i];
         const Style style = styleOf(control.kind);
@@ -244,14 +242,10 @@ bool ControlSet::create(HWND window, HINSTANCE instance) {
     return true;
 }
 
-ControlSet::Made& ControlSet::made(ControlId id) {
-    const auto at = std::find_if(kControls.begin(), kControls.end(),
-                                 [id](const Control& control) { return control.id == id; });
-    return made_[static_cast<std::size_t>(std::distance(kControls.begin(), at))];
-}
-
 HWND ControlSet::operator[](ControlId id) const {
-    return const_cast<ControlSet*>(this)->made(id).window;
+    const auto row = std::find_if(kControls.begin(), kControls.end(),
+                                  [id](const Control& control) { return control.id == id; });
+    return made_[static_cast<std::size_t>(std::distance(kControls.begin(), row))].window;
 }
 
 void ControlSet::setFont(HFONT font, int closedListPixels) {
@@ -269,7 +263,7 @@ void ControlSet::setFont(HFONT font, int closedListPixels) {
 
 void ControlSet::apply(const std::vector<PlacedControl>& placed, ControlId fallback) {
     const HWND focused = GetFocus();
-    std::array<Made, kControls.size()> next = made_;
+    std::vector<Made> next = made_;
     HDWP moves = BeginDeferWindowPos(static_cast<int>(kControls.size()));
     for (std::size_t i = 0; i < kControls.size(); ++i) {
         Made& control = next[i];

@@ -3,7 +3,6 @@
 
 #include <windows.h>
 
-#include <array>
 #include <string_view>
 #include <vector>
 
@@ -47,10 +46,9 @@ private:
         bool visible = false;
         PixelRect place;
     };
-    Made& made(ControlId id);
 
     HWND window_ = nullptr;
-    std::array<Made, kControls.size()> made_;  // in the order of kControls
+    std::vector<Made> made_;  // in the order of kControls
 };
 
 }  // namespace vextra

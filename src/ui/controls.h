@@ -1,24 +1,20 @@
-// Every control of the main window: its number, kind and text, in the order in which Tab visits them. Pure.
+// Every control of the main window, one row each: its number, kind and text, when it is shown and where, and
+// the label above it. In the order in which Tab visits them. Pure.
 #pragma once
 
-#include <array>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 namespace vextra {
 
-// The numbers are an interface: tests, scripts and assistive tools address controls by them.
+// The numbers are an interface: tests, scripts and assistive tools address controls by them. Each has its
+// row.
 enum ControlId : std::uint16_t {
     kIdAutomatic = 100,
     kIdPause = 101,
     kIdSource = 104,
     kIdPreview = 105,
-    // Of the tray menu
-    kIdTrayShow = 200,
-    kIdTrayAutomatic = 201,
-    kIdTrayQuit = 202,
-    kIdTrayCheckUpdate = 203,
-
     kIdTabCamera = 300,
     kIdTabSettings = 301,
     kIdTabDiagnostics = 302,
@@ -62,13 +58,52 @@ enum class ControlKind {
     kStatic,
 };
 
-struct Control {
-    ControlId id;
-    ControlKind kind;
-    std::wstring_view text;
-    // What a screen reader says of it; empty: its text. The labels of the fields are painted, not controls.
-    std::wstring_view accessibleName;
+// The panel that a control is on, and what else has to be so.
+enum class Shown {
+    kOnEveryPanel = 1,
+    kCamera,
+    kCameraInEpisode,  // a demand episode is under way
+    kSettings,
+    kDirectCamera,  // on the settings panel, as that source is selected
+    kCustomUrl,
+    kAdvanced,  // on the settings panel, unfolded
+    kDiagnostics,
 };
+
+// Design units (ui/design_units.h): a number of them, and multiples of what a window has: the width W and the
+// height H of its client area, and the width T of a field of the direct camera.
+struct Length {
+    constexpr Length(int fixedUnits = 0, int timesW = 0, int timesH = 0, int timesT = 0)
+        : fixed(fixedUnits), perW(timesW), perH(timesH), perT(timesT) {}
+
+    int fixed;
+    int perW;
+    int perH;
+    int perT;
+};
+
+struct ControlPlace {
+    Length x, y, width, height;  // of a list: with its open part
+};
+
+// What a control without a text of its own is called. A screen reader says it, and the window paints it above
+// the control.
+struct FieldLabel {
+    std::wstring_view text;
+    int size = 0;       // height of a character; 0: it is not painted
+    Length width = {};  // 0: as wide as its control
+};
+
+struct Control {
+    ControlId id{};
+    ControlKind kind{};
+    std::wstring_view text;
+    Shown shown{};
+    ControlPlace place;
+    FieldLabel label;
+};
+
+extern const std::span<const Control> kControls;
 
 inline constexpr std::wstring_view kAutomaticOffText = L"Suspender automático";
 inline constexpr std::wstring_view kAutomaticOnText = L"Ativar automático";
@@ -78,51 +113,6 @@ inline constexpr std::wstring_view kPreviewBeginText = L"Testar prévia por 60s"
 inline constexpr std::wstring_view kPreviewEndText = L"Encerrar prévia manual";
 inline constexpr std::wstring_view kRevealText = L"Revelar URL";
 inline constexpr std::wstring_view kHideText = L"Ocultar URL";
-
-// Painted above the fields, and their accessible names.
 inline constexpr std::wstring_view kSourceHeading = L"Fonte de vídeo";
-inline constexpr std::wstring_view kDirectIpLabel = L"IPv4 da câmera (protegido)";
-inline constexpr std::wstring_view kStreamLabel = L"Stream";
-inline constexpr std::wstring_view kDirectUserLabel = L"Usuário RTSP próprio";
-inline constexpr std::wstring_view kDirectPasswordLabel = L"Senha RTSP (não usa credenciais HTTP)";
-inline constexpr std::wstring_view kCustomUrlLabel = L"URL completa • http / https / rtsp / rtsps";
-inline constexpr std::wstring_view kTransportLabel = L"Transporte (somente RTSP)";
-inline constexpr std::wstring_view kDecoderLabel = L"Decoder solicitado";
-inline constexpr std::wstring_view kLatencyLabel = L"Latência GStreamer (0–5000ms)";
-inline constexpr std::wstring_view kDeadlineLabel = L"Prazo 1º frame (1000–30000ms)";
-inline constexpr std::wstring_view kManifestLabel = L"Manifesto de atualização MF";
-
-inline constexpr std::array<Control, 30> kControls{{
-    {kIdTabCamera, ControlKind::kTab, L"Câmera", {}},
-    {kIdTabSettings, ControlKind::kTab, L"Configurações", {}},
-    {kIdTabDiagnostics, ControlKind::kTab, L"Diagnóstico", {}},
-    {kIdAutomatic, ControlKind::kButton, kAutomaticOffText, {}},
-    {kIdPreview, ControlKind::kButton, kPreviewBeginText, {}},
-    {kIdPause, ControlKind::kButton, kPauseText, {}},
-    {kIdSource, ControlKind::kList, {}, kSourceHeading},
-    {kIdDirectIp, ControlKind::kSecretEdit, {}, kDirectIpLabel},
-    {kIdStream, ControlKind::kList, {}, kStreamLabel},
-    {kIdDirectUser, ControlKind::kEdit, {}, kDirectUserLabel},
-    {kIdDirectPassword, ControlKind::kSecretEdit, {}, kDirectPasswordLabel},
-    {kIdCustomUrl, ControlKind::kSecretEdit, {}, kCustomUrlLabel},
-    {kIdRevealUrl, ControlKind::kButton, kRevealText, {}},
-    {kIdTransport, ControlKind::kList, {}, kTransportLabel},
-    {kIdDecoder, ControlKind::kList, {}, kDecoderLabel},
-    {kIdAdvanced, ControlKind::kFoldButton, L"Avançado: latência / prazo", {}},
-    {kIdLatency, ControlKind::kNumberEdit, {}, kLatencyLabel},
-    {kIdDeadline, ControlKind::kNumberEdit, {}, kDeadlineLabel},
-    {kIdManifestUrl, ControlKind::kSecretEdit, {}, kManifestLabel},
-    {kIdUpdateDisabled, ControlKind::kCheckBox, L"Desativar update", {}},
-    {kIdReload, ControlKind::kButton, L"Recarregar salvo", {}},
-    {kIdApply, ControlKind::kDefaultButton, L"Salvar / aplicar", {}},
-    {kIdUpdateNote, ControlKind::kStatic, L"Verificação automática ao iniciar • canal MF beta", {}},
-    {kIdDownloadUpdate, ControlKind::kButton, L"Baixar atualização", {}},
-    {kIdLogs, ControlKind::kLogView, {}, L"Diagnóstico e eventos sanitizados"},
-    {kIdRefreshLogs, ControlKind::kButton, L"Atualizar logs", {}},
-    {kIdCopyReport, ControlKind::kButton, L"Copiar diagnóstico", {}},
-    {kIdCheckUpdate, ControlKind::kButton, L"Verificar atualização", {}},
-    {kIdRepair, ControlKind::kButton, L"Reparar instalação MF", {}},
-    {kIdStatusLine, ControlKind::kStatusLine, L"Conexão sob demanda. Nenhuma reunião será interrompida.", {}},
-}};
 
 }  // namespace vextra

@@ -2,14 +2,15 @@
 #include <string>
 #include <utility>
 
-#include "bridge/demand_channel.h"
+#include "bridge/shared_file_win.h"
 #include "config/settings_store.h"
 #include "core/supervisor_thread_win.h"
+#include "core/window_messages_win.h"
 #include "diag/diagnostic_report.h"
 #include "ui/clipboard_win.h"
+#include "ui/labels.h"
 #include "ui/main_window_win.h"
 #include "ui/tray_text.h"
-#include "update/update_doors.h"
 
 namespace vextra {
 
@@ -63,8 +64,7 @@ void MainWindow::send(SupervisorCommand command) {
 }
 
 std::wstring_view MainWindow::currentStatusLabel() const {
-    return statusLabel({static_cast<BrokerStatus>(shared_.status.load()), shared_.leaseCount,
-                        shared_.lastFrameTick, GetTickCount64()});
+    return statusLabel(statusNow(shared_, GetTickCount64()));
 }
 
 // --- The camera ---
@@ -119,11 +119,13 @@ void MainWindow::showTrayMenu() {
     if (!menu)
         return;
     for (const TrayMenuLine& line : trayMenu(currentStatusLabel(), shared_.paused)) {
-        if (line.text.empty())
-            AppendMenuW(menu.get(), MF_SEPARATOR, 0, nullptr);
-        else
-            AppendMenuW(menu.get(), line.command == ControlId{} ? MF_STRING | MF_GRAYED : MF_STRING,
-                        line.command, line.text.c_str());
+        switch (line.kind) {
+            case TrayLineKind::kSeparator: AppendMenuW(menu.get(), MF_SEPARATOR, 0, nullptr); break;
+            case TrayLineKind::kGreyed: AppendMenuW(menu.get(), MF_GRAYED, 0, line.text.c_str()); break;
+            case TrayLineKind::kCommand:
+                AppendMenuW(menu.get(), MF_STRING, line.command, line.text.c_str());
+                break;
+        }
     }
     POINT cursor{};
     GetCursorPos(&cursor);
@@ -186,18 +188,18 @@ void MainWindow::selectPanel(Panel panel) {
 // --- Diagnostics ---
 
 std::wstring MainWindow::report() const {
-    const Tick now = GetTickCount64();
+    const WindowState state = windowState({});
     DiagnosticFigures figures;
-    figures.sourceLabel = protectedSourceLabel(settingsNow(shared_).source);
-    figures.statusLabel = currentStatusLabel();
-    figures.backendLabel = reportBackendLabel(shared_.effectiveBackend);
-    figures.leaseCount = shared_.leaseCount;
-    figures.previewRuns = shared_.previewRuns(now);
-    figures.observedFps = rate_.perSecond();
-    figures.frameCounter = shared_.frameCounter;
-    figures.lastFrameTick = shared_.lastFrameTick;
-    figures.now = now;
-    figures.reconnects = shared_.reconnects;
+    figures.sourceLabel = protectedSourceLabel(state.configuredSource);
+    figures.statusLabel = statusLabel(state);
+    figures.backendLabel = reportBackendLabel(state.effectiveBackend);
+    figures.leaseCount = state.leaseCount;
+    figures.previewRuns = shared_.previewRuns(state.now);
+    figures.observedFps = state.observedFps;
+    figures.frameCounter = state.frameCounter;
+    figures.lastFrameTick = state.lastFrameTick;
+    figures.now = state.now;
+    figures.reconnects = state.reconnects;
     figures.generation = shared_.generation;
     figures.lastError = shared_.lastError;
     return buildDiagnosticReport(figures);
@@ -227,26 +229,27 @@ void MainWindow::repair() {
 
 // --- Updates ---
 
-UpdateChannelDoors MainWindow::updateDoors() {
-    UpdateChannelDoors doors = systemUpdateDoors(window_, channel_);
-    doors.settings = [this] {
-        BrokerSettings settings = settingsNow(shared_);
-        return UpdateSettings{settings.updateDisabled, std::move(settings.updateManifestUrl)};
+UpdateWindowDoors MainWindow::updateDoors() {
+    return {
+        .settings =
+            [this] {
+                BrokerSettings settings = settingsNow(shared_);
+                return UpdateSettings{settings.updateDisabled, std::move(settings.updateManifestUrl)};
+            },
+        .camera = [this] { return cameraUse(); },
+        .showStatus = [this](std::wstring_view text) { showStatus(text); },
+        .showBalloon =
+            [this](std::wstring_view title, std::wstring_view text) {
+                const TrayNotice notice{title, text};
+                tray_.refresh(currentStatusLabel(), &notice);
+            },
+        .log = [this](EventCode code, std::int32_t value) { log_.write(code, value); },
+        // On the worker's thread, when the window may be gone: then nothing waits for the message any more.
+        .postCompletion =
+            [window = window_](UpdateCompletion completion) {
+                PostMessageW(window, kMessageUpdateDone, static_cast<WPARAM>(completion), 0);
+            },
     };
-    doors.camera = [this] { return cameraUse(); };
-    // The status line shows the shared text and nothing else, so that whoever speaks next is heard.
-    doors.showStatus = [this](std::wstring_view text) { showStatus(text); };
-    doors.showNotice = doors.showStatus;
-    doors.showBalloon = [this](std::wstring_view title, std::wstring_view text) {
-        const TrayNotice notice{title, text};
-        tray_.refresh(currentStatusLabel(), &notice);
-    };
-    doors.log = [this](EventCode code, std::int32_t value) { log_.write(code, value); };
-    // On the worker's thread, when the window may be gone: then nobody waits for the message any more.
-    doors.postCompletion = [window = window_](UpdateCompletion completion) {
-        PostMessageW(window, kMessageUpdateDone, static_cast<WPARAM>(completion), 0);
-    };
-    return doors;
 }
 
 // On every tick of the timer: by the Supervisor's words, without a look into the demand file.
@@ -258,6 +261,9 @@ void MainWindow::refreshUpdateButtons() {
     controls_.setEnabled(kIdCheckUpdate, update_->checkButtonEnabled());
     controls_.setEnabled(kIdDownloadUpdate, update_->installerButtonEnabled(use));
     controls_.setText(kIdDownloadUpdate, update_->installerButtonLabel());
+}
+
+void MainWindow::showUpdateProgress() {
     if (const auto progress = update_->progressText())
         showStatus(*progress);
 }

@@ -2,12 +2,14 @@
 
 #include <wtsapi32.h>
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
 #include "base/text.h"
 #include "core/instance_win.h"
-#include "core/supervisor_thread_win.h"
+#include "core/window_messages_win.h"
+#include "update/update_doors_win.h"
 
 namespace vextra {
 namespace {
@@ -16,10 +18,6 @@ constexpr WORD kIconResource = 1;
 constexpr UINT_PTR kTimerId = 1;
 constexpr UINT kTimerMs = 200;
 constexpr Tick kIdleReadyMs = 500;
-
-bool canTakeFocus(HWND control) {
-    return control != nullptr && IsWindowVisible(control) && IsWindowEnabled(control);
-}
 
 }  // namespace
 
@@ -69,8 +67,8 @@ void MainWindow::showWithoutActivating() {
     if (IsIconic(window_))
         ShowWindow(window_, SW_SHOWNOACTIVATE);
     followScreen();  // it may have changed, or gone, while the window was hidden
-    // A maximised or arranged window stays so. ShowWindow would make it small, and whoever started this
-    // program has a say in its first call. Above the windows of others it rises by the right to the
+    // A maximised or arranged window stays so. ShowWindow would make it small, and the process that started
+    // this one has a say in its first call. Above the windows of others it rises by the right to the
     // foreground (SetWindowPos, remarks), which a second start of the broker and a click on the icon bring
     // along.
     SetWindowPos(window_, HWND_TOP, 0, 0, 0, 0, SWP_SHOWWINDOW | SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
@@ -161,14 +159,12 @@ LRESULT MainWindow::handleMessage(UINT message, WPARAM wParam, LPARAM lParam) {
         case WM_CTLCOLORBTN:
             return onControlColour(reinterpret_cast<HDC>(wParam), reinterpret_cast<HWND>(lParam));
         case WM_DRAWITEM: onDrawItem(*reinterpret_cast<const DRAWITEMSTRUCT*>(lParam)); return TRUE;
-        case DM_GETDEFID: return defaultButton();
-        case WM_NEXTDLGCTL: moveFocus(wParam, lParam); return 0;
-        case WM_SETFOCUS:
-            SetFocus(canTakeFocus(lastFocus_) ? lastFocus_ : controls_[tabOf(panel_)]);
-            return 0;
+        case DM_GETDEFID: return keys_.defaultButton(panel_);
+        case WM_NEXTDLGCTL: WindowKeys::moveFocus(window_, wParam, lParam); return 0;
+        case WM_SETFOCUS: keys_.giveFocusBack(panel_); return 0;
         case WM_ACTIVATE:
-            if (LOWORD(wParam) == WA_INACTIVE && IsChild(window_, GetFocus()))
-                lastFocus_ = GetFocus();
+            if (LOWORD(wParam) == WA_INACTIVE)
+                keys_.keepFocus(window_);
             break;
         case WM_CLOSE: onClose(); return 0;
         case WM_DESTROY:
@@ -185,7 +181,7 @@ bool MainWindow::onCreate() {
     takeScreen(screenOfWindow(static_cast<int>(GetDpiForWindow(window_))));
     spoken_.begin(panel_, defaultManifestUrl_);
     noteSession(SessionNews::kNone);
-    update_.emplace(channel_, updateDoors());
+    update_.emplace(channel_, systemUpdateDoors(window_, channel_), updateDoors());
     settingsPanel_.fillLists();
     settingsPanel_.fill(formFromSettings(settingsNow(shared_)));
     refreshButtons(GetTickCount64());
@@ -222,6 +218,7 @@ void MainWindow::onTimer() {
         layoutControls();
     startSupervisorAgain();
     refreshButtons(now);
+    showUpdateProgress();
     refreshFailureReason();
     if (IsWindowVisible(window_)) {
         // When all messages of a change have come, whichever they were.
@@ -340,8 +337,8 @@ void MainWindow::startSupervisorAgain() {
     if (!startsAgain_ || !supervisor_.waitForEnd(0))
         return;
     // Left by a second question, and nobody's now.
-    auto quit = static_cast<std::uint32_t>(SupervisorCommand::kQuit);
-    shared_.mailbox.compare_exchange_strong(quit, static_cast<std::uint32_t>(SupervisorCommand::kNone));
+    auto quit = SupervisorCommand::kQuit;
+    shared_.mailbox.compare_exchange_strong(quit, SupervisorCommand::kNone);
     shared_.paused = *pausedBeforeEnd_;
     if (!supervisor_.start(window_))
         return;
@@ -400,16 +397,12 @@ void MainWindow::layoutControls() {
 }
 
 WindowState MainWindow::windowState(SIZE clientPixels) const {
-    WindowState state;
+    WindowState state{statusNow(shared_, GetTickCount64())};
     state.clientWidth = designFromPixels(clientPixels.cx, dpi_);
     state.clientHeight = designFromPixels(clientPixels.cy, dpi_);
     state.panel = panel_;
-    state.now = GetTickCount64();
-    state.status = static_cast<BrokerStatus>(shared_.status.load());
-    state.leaseCount = shared_.leaseCount;
     state.active = shared_.active;
     state.paused = shared_.paused;
-    state.lastFrameTick = shared_.lastFrameTick;
     state.frameCounter = shared_.frameCounter;
     state.reconnects = shared_.reconnects;
     state.effectiveBackend = shared_.effectiveBackend;
@@ -419,18 +412,6 @@ WindowState MainWindow::windowState(SIZE clientPixels) const {
     state.advancedShown = settingsPanel_.advancedShown();
     state.defaultManifestUrl = defaultManifestUrl_;
     return state;
-}
-
-// The newest frame, or the picture that stands for none.
-const std::byte* MainWindow::pictureToShow(bool live) {
-    if (live) {
-        copyPreviewFrame(shared_, picture_);
-        pictureIsPlaceholder_ = false;
-    } else if (!pictureIsPlaceholder_) {
-        fillPlaceholderFrame(picture_);
-        pictureIsPlaceholder_ = true;
-    }
-    return picture_.data();
 }
 
 void MainWindow::paintWindow() {
@@ -453,7 +434,7 @@ void MainWindow::paintWindow() {
 
 void MainWindow::paintTo(HDC dc, SIZE clientPixels) {
     const WindowView view = composeView(windowState(clientPixels));
-    const std::byte* frame = view.preview ? pictureToShow(view.preview->live) : nullptr;
+    const std::byte* frame = view.preview ? picture_.pixelsFor(*view.preview, shared_) : nullptr;
     const int before = SaveDC(dc);
     painter_.paint(dc, clientPixels, dpi_, view, frame);
     RestoreDC(dc, before);
@@ -462,9 +443,11 @@ void MainWindow::paintTo(HDC dc, SIZE clientPixels) {
 LRESULT MainWindow::onControlColour(HDC dc, HWND control) const {
     SetTextColor(dc, colorRef(colours::kControlText));
     SetBkColor(dc, colorRef(colours::kWhite));
-    // The corners of a button show what it lies on.
+    // The corners of a button show what it lies on: on the camera panel that is no card.
     const int id = GetDlgCtrlID(control);
-    const bool onWindow = id == kIdAutomatic || id == kIdPreview || id == kIdPause;
+    const bool onWindow = std::any_of(kControls.begin(), kControls.end(), [id](const Control& row) {
+        return row.id == id && (row.shown == Shown::kCamera || row.shown == Shown::kCameraInEpisode);
+    });
     return reinterpret_cast<LRESULT>(onWindow ? painter_.windowBrush() : painter_.whiteBrush());
 }
 
@@ -475,36 +458,13 @@ void MainWindow::onDrawItem(const DRAWITEMSTRUCT& item) const {
 
 // --- How keys move in it ---
 
-// Enter presses the button that has the focus; a tab would not count as one by itself. From a field of the
-// settings panel it saves. The other panels have no default.
-LRESULT MainWindow::defaultButton() const {
-    const HWND focused = GetFocus();
-    for (const Control& control : kControls) {
-        const bool button = control.kind == ControlKind::kTab || control.kind == ControlKind::kButton ||
-                            control.kind == ControlKind::kFoldButton;
-        if (button && controls_[control.id] == focused)
-            return MAKELRESULT(control.id, DC_HASDEFID);
-    }
-    return panel_ == Panel::kSettings ? MAKELRESULT(kIdApply, DC_HASDEFID) : 0;
-}
-
-// Ctrl+Tab and Ctrl+Shift+Tab, wherever in the window the keyboard is.
 bool MainWindow::turnsPanel(const MSG& message) {
-    const auto held = [](int key) { return GetKeyState(key) < 0; };
-    if (message.message != WM_KEYDOWN || message.wParam != VK_TAB || !held(VK_CONTROL) || held(VK_MENU) ||
-        !(message.hwnd == window_ || IsChild(window_, message.hwnd)))
+    const std::optional<Panel> panel = WindowKeys::panelAskedFor(message, window_, panel_);
+    if (!panel)
         return false;
-    selectPanel(held(VK_SHIFT) ? panelBefore(panel_) : panelAfter(panel_));
-    SetFocus(controls_[tabOf(panel_)]);
+    selectPanel(*panel);
+    SetFocus(controls_[tabOf(*panel)]);
     return true;
-}
-
-void MainWindow::moveFocus(WPARAM wParam, LPARAM lParam) {
-    const bool isControl = LOWORD(lParam) != 0;
-    const HWND next = isControl ? reinterpret_cast<HWND>(wParam)
-                                : GetNextDlgTabItem(window_, GetFocus(), wParam != 0 ? TRUE : FALSE);
-    if (next != nullptr && IsChild(window_, next))
-        SetFocus(next);
 }
 
 }  // namespace vextra

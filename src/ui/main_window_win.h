@@ -16,11 +16,13 @@
 #include "ui/control_set_win.h"
 #include "ui/frame_rate.h"
 #include "ui/painter_win.h"
+#include "ui/preview_picture.h"
 #include "ui/settings_panel_win.h"
 #include "ui/spoken_window_win.h"
 #include "ui/tool_tip_win.h"
 #include "ui/tray_icon_win.h"
 #include "ui/window_fit.h"
+#include "ui/window_keys_win.h"
 #include "ui/window_view.h"
 #include "update/channel.h"
 #include "update/update_channel.h"
@@ -85,8 +87,6 @@ private:
     void onSessionEndCalledOff();
     void onClose();
     LRESULT onControlColour(HDC dc, HWND control) const;
-    LRESULT defaultButton() const;
-    void moveFocus(WPARAM wParam, LPARAM lParam);
     bool turnsPanel(const MSG& message);  // true: the message was for that
 
     // The screen (main_window_screen_win.cpp)
@@ -104,10 +104,10 @@ private:
     void paintWindow();
     void paintTo(HDC dc, SIZE clientPixels);
     WindowState windowState(SIZE clientPixels) const;
-    const std::byte* pictureToShow(bool live);
     void sampleFrameRate(Tick now);
     void refreshButtons(Tick now);
     void refreshFailureReason();
+    void showUpdateProgress();
 
     void selectPanel(Panel panel);
     void showTrayMenu();
@@ -124,7 +124,7 @@ private:
     void repair();
     void quitBroker();
 
-    UpdateChannelDoors updateDoors();
+    UpdateWindowDoors updateDoors();
     void refreshUpdateButtons();
 
     std::wstring report() const;
@@ -144,7 +144,8 @@ private:
     const UpdateChannelIdentity& channel_;
     const std::wstring defaultManifestUrl_;
     const ComApartment apartment_{COINIT_APARTMENTTHREADED};
-    const UINT taskbarCreated_;  // registered message: the shell was started anew
+    const UINT taskbarCreated_;  // registered message: the shell was started anew; 0, as WM_NULL, where there
+                                 // is none
 
     HWND window_ = nullptr;  // owned by the system; null before creation and after destruction
     Screen screen_;          // as it was last seen
@@ -157,12 +158,12 @@ private:
     ControlSet controls_;
     SettingsPanel settingsPanel_{controls_};
     SpokenWindow spoken_{controls_};
+    WindowKeys keys_{controls_};
     ToolTip reasonTip_;           // of the status line
     std::wstring failureReason_;  // that it shows
     TrayIcon tray_;
     std::optional<UpdateChannel> update_;  // as soon as there is a window
     Panel panel_;
-    HWND lastFocus_ = nullptr;  // of our controls, while another window is active
     bool sessionNotified_ = false;
     bool quitting_ = false;
 
@@ -170,9 +171,7 @@ private:
     std::optional<bool> pausedBeforeEnd_;
     bool startsAgain_ = false;  // it was called off, and the Supervisor is still to be started again
 
-    std::vector<std::byte> picture_;  // kFrameBytes once the preview was painted
-    bool pictureIsPlaceholder_ = false;
-
+    PreviewPicture picture_;
     FrameRate rate_;
     bool laidOutActive_ = false;  // as the timer last saw it
 

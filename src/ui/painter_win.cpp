@@ -75,7 +75,7 @@ private:
     const int dpi_;
 };
 
-// A bitmap of a module's resources: its header, and behind it the pixels. Null unless it has 24 bits a pixel
+// A bitmap of a module's resources: its header, followed by the pixels. Null unless it has 24 bits a pixel
 // and no compression, hence no palette.
 const BITMAPINFO* findBitmap(HINSTANCE module, WORD number) {
     const HRSRC resource = FindResourceW(module, MAKEINTRESOURCEW(number), RT_BITMAP);

@@ -16,8 +16,8 @@ void raise(DWORD event, HWND control) {
 void SpokenWindow::begin(Panel panel, std::wstring_view defaultManifestUrl) {
     system_.emplace();
     for (const Control& control : kControls) {
-        if (!control.accessibleName.empty())
-            system_->setName(controls_[control.id], control.accessibleName);
+        if (!control.label.text.empty())
+            system_->setName(controls_[control.id], control.label.text);
     }
     system_->setDescription(controls_[kIdCustomUrl], sourceHint(SourceKind::kCustomUrl));
     system_->setDescription(controls_[kIdManifestUrl], emptyManifestHint(defaultManifestUrl));

@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "core/supervisor_thread_win.h"
+#include "core/window_messages_win.h"
 #include "ui/tray_text.h"
 
 namespace vextra {

@@ -50,7 +50,7 @@ private:
     bool replaceInShell(std::wstring_view statusLabel);
 
     EventLog& log_;
-    HWND window_ = nullptr;  // null while nobody wants an icon
+    HWND window_ = nullptr;  // null before `add` and after `remove`
     UniqueIcon image_;
     std::wstring tip_;
     bool trayIconPresent_ = false;

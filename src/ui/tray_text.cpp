@@ -1,6 +1,7 @@
 #include "ui/tray_text.h"
 
 #include "base/product.h"
+#include "ui/controls.h"
 
 namespace vextra {
 namespace {
@@ -28,14 +29,15 @@ std::wstring trayTip(std::wstring_view statusLabel) {
 }
 
 std::vector<TrayMenuLine> trayMenu(std::wstring_view statusLabel, bool paused) {
+    using Kind = TrayLineKind;
     return {
-        {{}, L"Entrada: " + std::wstring(statusLabel)},
-        {{}, L"Saída MF persistente • automático"},
-        {{}, L""},
-        {kIdTrayShow, L"Abrir Vextra"},
-        {kIdTrayAutomatic, std::wstring(paused ? kAutomaticOnText : kAutomaticOffText)},
-        {kIdTrayCheckUpdate, L"Verificar atualização MF"},
-        {kIdTrayQuit, L"Sair do broker (câmera permanece)"},
+        {Kind::kGreyed, L"Entrada: " + std::wstring(statusLabel)},
+        {Kind::kGreyed, L"Saída MF persistente • automático"},
+        {Kind::kSeparator, {}},
+        {Kind::kCommand, L"Abrir Vextra", kIdTrayShow},
+        {Kind::kCommand, std::wstring(paused ? kAutomaticOnText : kAutomaticOffText), kIdTrayAutomatic},
+        {Kind::kCommand, L"Verificar atualização MF", kIdTrayCheckUpdate},
+        {Kind::kCommand, L"Sair do broker (câmera permanece)", kIdTrayQuit},
     };
 }
 

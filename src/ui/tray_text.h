@@ -2,11 +2,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "ui/controls.h"
 
 namespace vextra {
 
@@ -17,9 +16,24 @@ std::wstring cutWithEllipsis(std::wstring_view text, std::size_t units);
 
 std::wstring trayTip(std::wstring_view statusLabel);
 
+// Commands to the window, by numbers that no control has.
+enum TrayCommand : std::uint16_t {
+    kIdTrayShow = 200,
+    kIdTrayAutomatic = 201,
+    kIdTrayQuit = 202,
+    kIdTrayCheckUpdate = 203,
+};
+
+enum class TrayLineKind {
+    kCommand = 1,
+    kGreyed,  // only to be read
+    kSeparator,
+};
+
 struct TrayMenuLine {
-    ControlId command = {};  // without one the line is greyed
-    std::wstring text;       // empty: a separator
+    TrayLineKind kind{};
+    std::wstring text;      // of all but a separator
+    TrayCommand command{};  // of a command
 };
 
 std::vector<TrayMenuLine> trayMenu(std::wstring_view statusLabel, bool paused);

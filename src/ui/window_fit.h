@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include "base/design_units.h"
+#include "ui/design_units.h"
 
 namespace vextra {
 

@@ -1,12 +1,13 @@
 // Where everything in the main window is, as a function of its size, its DPI and what it shows. Lengths are
-// design units (base/design_units.h) unless a name says pixels. Pure.
+// design units (ui/design_units.h) unless a name says pixels. Pure.
 #pragma once
 
+#include <string_view>
 #include <vector>
 
-#include "base/design_units.h"
 #include "config/settings.h"
 #include "ui/controls.h"
+#include "ui/design_units.h"
 
 namespace vextra {
 
@@ -16,7 +17,7 @@ constexpr ControlId tabOf(Panel panel) {
     return static_cast<ControlId>(kIdTabCamera + static_cast<int>(panel));
 }
 
-// Round and round.
+// After the last comes the first.
 constexpr Panel panelAfter(Panel panel) {
     return static_cast<Panel>((static_cast<int>(panel) + 1) % 3);
 }
@@ -39,7 +40,7 @@ struct LayoutInput {
     int dpi = kDesignDpi;
     Panel panel = Panel::kCamera;
     SourceKind selectedSource = SourceKind::kInternalProfile;  // of the source list, saved or not
-    bool episodeActive = false;                                // somebody is watching
+    bool episodeActive = false;                                // a demand episode is under way
     bool advancedShown = false;
 };
 
@@ -50,6 +51,17 @@ struct PlacedControl {
 
 // The controls that are visible; all others are hidden.
 std::vector<PlacedControl> placeControls(const LayoutInput& input);
+
+// The label of a control that is visible, above it.
+struct PlacedLabel {
+    ControlId id{};
+    std::wstring_view text;
+    int size = 0;  // height of a character
+    int x = 0;
+    int y = 0;
+    int width = 0;
+};
+std::vector<PlacedLabel> placeLabels(const LayoutInput& input);
 
 // A third of the settings card, the width of a field of the direct camera.
 constexpr int directFieldWidth(int clientWidth) {
@@ -70,6 +82,6 @@ constexpr int kWindowMinWidth = 880, kWindowMinHeight = 745;  // of the whole wi
 // What that leaves to the client area within the usual frame, and what the panels need.
 constexpr int kLeastClientWidth = 864, kLeastClientHeight = 706;
 constexpr int kUiFontHeight = 17;
-constexpr int kClosedListHeight = 32;  // as the fields beside them
+constexpr int kClosedListHeight = 32;  // as the fields next to them
 
 }  // namespace vextra

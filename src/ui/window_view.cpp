@@ -13,10 +13,6 @@ constexpr std::wstring_view kEffectiveBackendKey = L"Backend efetivo: ";
 constexpr std::wstring_view kLeaseNote =
     L"Leases não são contagem de aplicativos. Latência ponta a ponta não medida.";
 
-std::wstring_view labelOf(const WindowState& state) {
-    return statusLabel({state.status, state.leaseCount, state.lastFrameTick, state.now});
-}
-
 std::wstring figuresLine(const SpokenFigures& figures, std::wstring_view separator) {
     wchar_t fps[160];
     std::swprintf(fps, std::size(fps), L"%.1f", figures.fps);
@@ -47,9 +43,6 @@ private:
     void label(int x, int y, int width, int size, Weight weight, Colour colour, std::wstring_view text) {
         view_.labels.push_back({x, y, width, size, weight, colour, std::wstring(text)});
     }
-    void fieldLabel(int x, int y, int width, int size, std::wstring_view text) {
-        label(x, y, width, size, Weight::kNormal, colours::kFieldLabel, text);
-    }
     void hint(int x, int y, int width, int size, std::wstring_view text) {
         label(x, y, width, size, Weight::kNormal, colours::kHint, text);
     }
@@ -63,7 +56,7 @@ private:
         label(28, 166, w_ - 318, 27, Weight::kBold, colours::kHeading, L"Pronta para suas reuniões");
         label(28, 207, w_ - 318, 17, Weight::kBold,
               state_.status == BrokerStatus::kLive ? colours::kStatusLive : colours::kStatus,
-              labelOf(state_));
+              statusLabel(state_));
         const PreviewPlace place = placePreview(w_, h_);
         const bool live = previewIsLive();
         view_.cards.push_back({28, 252, w_ - 56, place.height + 28});
@@ -83,37 +76,30 @@ private:
     void settings() {
         bodyCard();
         label(52, 171, w_ - 104, 21, Weight::kBold, colours::kHeading, kSourceHeading);
-        source();
-        fieldLabel(52, 401, 175, 14, kTransportLabel);
-        fieldLabel(247, 401, 235, 15, kDecoderLabel);
-        if (state_.advancedShown) {
-            fieldLabel(52, 470, 175, 13, kLatencyLabel);
-            fieldLabel(247, 470, 235, 13, kDeadlineLabel);
-        }
-        hint(52, 539, w_ - 104, 15,
-             std::wstring(kManifestLabel) + L" • " + emptyManifestHint(state_.defaultManifestUrl));
+        fieldLabels();
+        const std::wstring_view source = sourceHint(state_.selectedSource);
+        if (state_.selectedSource == SourceKind::kCustomUrl)
+            hint(52, 339, w_ - 104, 15, source);
+        else if (!source.empty())
+            hint(52, 269, w_ - 104, 16, source);
         hint(260, h_ - 93, w_ - 532, 14, L"DPAPI por usuário • backup protegido");
     }
 
-    void source() {
-        const int t = directFieldWidth(w_);
-        switch (state_.selectedSource) {
-            case SourceKind::kSyntheticTest:
-                hint(52, 269, w_ - 104, 16, sourceHint(state_.selectedSource));
-                break;
-            case SourceKind::kDirectCamera:
-                fieldLabel(52, 263, t, 15, kDirectIpLabel);
-                fieldLabel(t + 60, 263, t, 15, kStreamLabel);
-                fieldLabel(52, 332, t, 15, kDirectUserLabel);
-                fieldLabel(t + 60, 332, w_ - t - 112, 15, kDirectPasswordLabel);
-                break;
-            case SourceKind::kCustomUrl:
-                fieldLabel(52, 263, w_ - 104, 15, kCustomUrlLabel);
-                hint(52, 339, w_ - 104, 15, sourceHint(state_.selectedSource));
-                break;
-            case SourceKind::kInternalProfile:
-                hint(52, 269, w_ - 104, 16, sourceHint(state_.selectedSource));
-                break;
+    void fieldLabels() {
+        const LayoutInput input{.clientWidthPixels = w_,  // at this DPI a pixel is a design unit
+                                .clientHeightPixels = h_,
+                                .dpi = kDesignDpi,
+                                .panel = state_.panel,
+                                .selectedSource = state_.selectedSource,
+                                .episodeActive = state_.active,
+                                .advancedShown = state_.advancedShown};
+        for (const PlacedLabel& field : placeLabels(input)) {
+            if (field.id == kIdManifestUrl)
+                hint(field.x, field.y, field.width, field.size,
+                     std::wstring(field.text) + L" • " + emptyManifestHint(state_.defaultManifestUrl));
+            else
+                label(field.x, field.y, field.width, field.size, Weight::kNormal, colours::kFieldLabel,
+                      field.text);
         }
     }
 
@@ -143,7 +129,7 @@ WindowView composeView(const WindowState& state) {
 }
 
 SpokenCamera spokenCamera(const WindowState& state) {
-    return {labelOf(state), protectedSourceLabel(state.configuredSource),
+    return {statusLabel(state), protectedSourceLabel(state.configuredSource),
             backendLabel(state.effectiveBackend)};
 }
 
@@ -156,9 +142,9 @@ std::wstring textOf(const SpokenCamera& camera) {
 }
 
 SpokenFigures spokenFigures(const WindowState& state) {
-    return {labelOf(state),    backendLabel(state.effectiveBackend),
-            state.observedFps, state.frameCounter,
-            state.reconnects,  state.leaseCount};
+    return {statusLabel(state), backendLabel(state.effectiveBackend),
+            state.observedFps,  state.frameCounter,
+            state.reconnects,   state.leaseCount};
 }
 
 std::wstring textOf(const SpokenFigures& figures) {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "base/system_types.h"
-#include "core/shared_status.h"
+#include "ui/labels.h"
 #include "ui/window_layout.h"
 
 namespace vextra {
@@ -27,6 +27,7 @@ inline constexpr Colour kWindow{247, 248, 250};
 inline constexpr Colour kWhite{255, 255, 255};  // header band, cards, control background
 inline constexpr Colour kCardBorder{226, 229, 235};
 inline constexpr Colour kControlText{39, 36, 46};
+inline constexpr Colour kFieldBorder{139, 135, 150};  // with the focus: kSelectedTab
 inline constexpr Colour kSelectedTab{65, 41, 78};
 inline constexpr Colour kTab{245, 246, 249};
 inline constexpr Colour kTabText{69, 65, 77};
@@ -81,27 +82,23 @@ struct WindowView {
 };
 
 // What the picture depends on, read once per paint.
-struct WindowState {
+struct WindowState : StatusView {
     int clientWidth = 0;
     int clientHeight = 0;
     Panel panel = Panel::kCamera;
-    Tick now = 0;
 
     // As in SharedStatus
-    BrokerStatus status = BrokerStatus::kIdle;
-    std::int32_t leaseCount = 0;
     bool active = false;
     bool paused = false;
-    Tick lastFrameTick = 0;
     std::uint64_t frameCounter = 0;
     std::uint32_t reconnects = 0;
-    std::uint32_t effectiveBackend = 0;
+    EffectiveBackend effectiveBackend = EffectiveBackend::kNone;
 
     double observedFps = 0;
     SourceKind configuredSource = SourceKind::kInternalProfile;
     SourceKind selectedSource = SourceKind::kInternalProfile;  // of the source list
     bool advancedShown = false;
-    std::wstring_view defaultManifestUrl;  // of the update channel that this build trusts
+    std::wstring_view defaultManifestUrl = {};  // of the update channel that this build trusts
 };
 
 WindowView composeView(const WindowState& state);
@@ -131,7 +128,7 @@ struct SpokenFigures {
 SpokenFigures spokenFigures(const WindowState& state);
 std::wstring textOf(const SpokenFigures& figures);
 
-// What the settings panel says below the list of sources, or behind the one field; empty: nothing.
+// What the settings panel says of the selected source, below the list or the one field; empty: nothing.
 std::wstring_view sourceHint(SourceKind selected);
 // What leaving the manifest's field empty means.
 std::wstring emptyManifestHint(std::wstring_view defaultUrl);

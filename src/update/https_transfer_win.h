@@ -7,6 +7,7 @@
 
 #include <winhttp.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -14,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/secret.h"
 #include "base/system_types.h"
 #include "base/unique_win.h"
 #include "update/transfer_profile.h"
@@ -54,5 +56,11 @@ private:
     UniqueInternetHandle connection_;
     UniqueInternetHandle request_;
 };
+
+// The body of a small document, as bytes: 1 to 65,536 of them, received whole within the total timeout with
+// status 200 and the type JSON. Nothing otherwise, without a reason; never tried again. Any thread; blocks
+// for about the total timeout and one step at most, and for about one step once `cancel` is set.
+std::optional<std::string> fetchJson(const SecretText& url, const TransferLimits& limits,
+                                     const std::atomic<bool>& cancel);
 
 }  // namespace vextra

@@ -53,7 +53,7 @@ private:
         }
     }
 
-    // A ".", an "e" or whatever else follows the digits is left for the caller, to whom it is unexpected.
+    // A ".", an "e" or anything else after the digits is left for the caller, to whom it is unexpected.
     bool readNumber(std::uint64_t& number) {
         const std::size_t digits =
             static_cast<std::size_t>(std::ranges::find_if_not(rest_, isAsciiDigit) - rest_.begin());

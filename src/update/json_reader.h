@@ -1,5 +1,5 @@
 // The little JSON that the channel's two documents need: objects of strings and unsigned numbers, objects in
-// the root at most. A general reader must not stand in for it: whatever it accepts beyond this, a server
+// the root at most. A general reader must not stand in for it: what it accepts beyond this, a server
 // could smuggle in under a signature that says nothing about it. Pure.
 #pragma once
 

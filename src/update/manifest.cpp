@@ -10,10 +10,8 @@
 namespace vextra {
 namespace {
 
-constexpr std::uint64_t kSchemaVersion = 1;
 constexpr std::size_t kRootMembers = 5;
 constexpr std::size_t kAssetMembers = 4;
-constexpr std::string_view kAssetKind = "mf-installer";
 
 // Null unless there is such a string and it obeys the rule.
 template <typename Rule>
@@ -36,7 +34,7 @@ bool isSha256Text(std::string_view text) {
 }
 
 bool readAsset(const JsonValue& asset, UpdateManifest& manifest) {
-    const std::string* const kind = findText(asset, "kind", equals(kAssetKind));
+    const std::string* const kind = findText(asset, "kind", equals(kManifestAssetKind));
     const std::string* const url = findText(asset, "url", isStrictHttpsUrl);
     const std::string* const sha256 = findText(asset, "sha256", isSha256Text);
     const JsonValue* const size = findMember(asset, "size", JsonKind::kNumber);
@@ -58,7 +56,7 @@ std::optional<UpdateManifest> parseUpdateManifest(std::string_view body) {
     const JsonValue* const schema = findMember(*root, "schema_version", JsonKind::kNumber);
     const std::string* const version = findText(*root, "version", isVersion);
     const JsonValue* const asset = findMember(*root, "asset", JsonKind::kObject);
-    if (schema == nullptr || schema->number != kSchemaVersion ||
+    if (schema == nullptr || schema->number != kManifestSchema ||
         findText(*root, "app", equals(kChannelApp)) == nullptr ||
         findText(*root, "channel", equals(kChannelName)) == nullptr || version == nullptr || asset == nullptr)
         return std::nullopt;
@@ -78,8 +76,7 @@ bool isInstallerDigest(const UpdateManifest& manifest, std::span<const std::byte
 }
 
 std::string installerUrl(std::string_view version, const UpdateChannelIdentity& channel) {
-    return channel.origin + std::string(kChannelPath) + std::string(version) + "/" +
-           std::string(kInstallerFileName);
+    return channelBase(channel) + std::string(version) + "/" + std::string(kInstallerFileName);
 }
 
 bool isOfficialInstallerUrl(const UpdateManifest& manifest, const UpdateChannelIdentity& channel) {
@@ -97,6 +94,12 @@ std::string buildSignedMessage(const UpdateManifest& manifest) {
           std::string_view(manifest.installerUrl), std::string_view(manifest.sha256)})
         message.append(line).push_back('\n');
     return message + std::to_string(manifest.sizeBytes) + "\n";
+}
+
+bool isManifestStillTrusted(const UpdateManifest& manifest, const UpdateChannelIdentity& channel,
+                            const SignatureVerifier& verify) {
+    return isOfficialInstallerUrl(manifest, channel) && isInstallerSize(manifest.sizeBytes) &&
+           verify(buildSignedMessage(manifest), manifest.signature, channel.publicKey);
 }
 
 }  // namespace vextra

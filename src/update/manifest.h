@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -13,6 +14,8 @@
 
 namespace vextra {
 
+constexpr std::uint64_t kManifestSchema = 1;
+constexpr std::string_view kManifestAssetKind = "mf-installer";
 constexpr std::uint64_t kMaxInstallerBytes = 536'870'912;  // 512 MiB
 constexpr std::size_t kSha256HexDigits = 64;
 
@@ -22,8 +25,7 @@ struct UpdateManifest {
     std::string installerUrl;
     std::string sha256;  // as written: 64 hexadecimal digits, their case preserved
     std::uint64_t sizeBytes = 0;
-    std::string
-        signature;  // empty until a signature of this manifest has been verified; then its hexadecimal text
+    std::string signature;  // in hexadecimal digits; empty until one of this manifest has been verified
 };
 
 // Nothing unless the document is exactly one manifest of this product and channel, without a member more.
@@ -40,10 +42,19 @@ std::string installerUrl(std::string_view version, const UpdateChannelIdentity& 
 // True when the installer lies at exactly that place, wherever the manifest itself was fetched from.
 bool isOfficialInstallerUrl(const UpdateManifest& manifest, const UpdateChannelIdentity& channel);
 
-// Beside the installer, not beside the manifest.
+// Next to the installer, wherever the manifest lies.
 std::string signatureDocumentUrl(const UpdateManifest& manifest);
 
 // Product, channel, version, URL, digest and size, one a line, each line ended by a line feed.
 std::string buildSignedMessage(const UpdateManifest& manifest);
+
+// Whether a signature, in hexadecimal digits, is that of the message under the key (update/signature.h).
+using SignatureVerifier =
+    std::function<bool(std::string_view message, std::string_view signatureHex, const EcPoint& publicKey)>;
+
+// What held when the manifest was checked still holds: the installer's place, its size, the stored signature.
+// Asked again before the download and before the launch.
+bool isManifestStillTrusted(const UpdateManifest& manifest, const UpdateChannelIdentity& channel,
+                            const SignatureVerifier& verify);
 
 }  // namespace vextra

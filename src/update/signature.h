@@ -4,26 +4,17 @@
 
 #include <array>
 #include <cstddef>
-#include <optional>
 #include <string_view>
 
 #include "update/channel.h"
-#include "update/manifest.h"
 
 namespace vextra {
 
 // r, then s, 32 bytes each, big-endian; no ASN.1 around them.
 using EcSignature = std::array<std::byte, 64>;
 
-// From 128 hexadecimal digits in either case, the high digit of each byte first. Pure.
-std::optional<EcSignature> decodeSignature(std::string_view hex);
-
-// True only for a well-formed signature that verifies.
+// True only for a signature of 128 hexadecimal digits, in either case, that verifies.
 bool verifyManifestSignature(std::string_view message, std::string_view signatureHex,
                              const EcPoint& publicKey);
-
-// What held when the manifest was checked still holds: the installer's place, its size, the stored signature.
-// Asked again before the download and before the launch.
-bool isManifestStillTrusted(const UpdateManifest& manifest, const UpdateChannelIdentity& channel);
 
 }  // namespace vextra

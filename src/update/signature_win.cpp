@@ -3,6 +3,7 @@
 #include <bcrypt.h>
 
 #include "base/sha256.h"
+#include "base/text.h"
 #include "base/unique_win.h"
 #include "update/signature.h"
 
@@ -21,7 +22,7 @@ static_assert(offsetof(PublicKeyBlob, point) == 8 && sizeof(PublicKeyBlob) == 72
 
 bool verifyManifestSignature(std::string_view message, std::string_view signatureHex,
                              const EcPoint& publicKey) {
-    std::optional<EcSignature> signature = decodeSignature(signatureHex);
+    std::optional<EcSignature> signature = bytesFromHex<sizeof(EcSignature)>(signatureHex);
     if (!signature)
         return false;
     std::optional<Sha256Digest> digest = sha256Of(std::as_bytes(std::span(message)));
@@ -36,11 +37,6 @@ bool verifyManifestSignature(std::string_view message, std::string_view signatur
                                  static_cast<ULONG>(digest->size()),
                                  reinterpret_cast<PUCHAR>(signature->data()),
                                  static_cast<ULONG>(signature->size()), 0) >= 0;
-}
-
-bool isManifestStillTrusted(const UpdateManifest& manifest, const UpdateChannelIdentity& channel) {
-    return isOfficialInstallerUrl(manifest, channel) && isInstallerSize(manifest.sizeBytes) &&
-           verifyManifestSignature(buildSignedMessage(manifest), manifest.signature, channel.publicKey);
 }
 
 }  // namespace vextra

@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <string_view>
 
-#include "base/secret.h"
 #include "base/text.h"
 
 namespace vextra {
@@ -84,13 +83,10 @@ constexpr bool isStrictHttpsUrl(std::string_view url) {
     if (url.size() > kMaxUpdateUrlBytes || !url.starts_with(detail::kScheme) ||
         !std::ranges::all_of(url, detail::isPlainByte))
         return false;
-    const std::string_view behindScheme = url.substr(detail::kScheme.size());
-    const std::size_t authorityEnd = std::min(behindScheme.find_first_of("/?"), behindScheme.size());
-    return detail::isStrictAuthority(behindScheme.substr(0, authorityEnd)) &&
-           detail::hasWholeEscapes(behindScheme.substr(authorityEnd));
+    const std::string_view afterScheme = url.substr(detail::kScheme.size());
+    const std::size_t authorityEnd = std::min(afterScheme.find_first_of("/?"), afterScheme.size());
+    return detail::isStrictAuthority(afterScheme.substr(0, authorityEnd)) &&
+           detail::hasWholeEscapes(afterScheme.substr(authorityEnd));
 }
-
-// An address as bytes; empty, which no rule accepts, when it is longer than 8192 units or not ASCII.
-SecretUtf8 narrowedUrl(std::wstring_view url);
 
 }  // namespace vextra

@@ -9,9 +9,6 @@
 namespace vextra {
 namespace {
 
-constexpr std::wstring_view kRetryLabel = L"Tentar download novamente";
-constexpr std::wstring_view kInstallLabel = L"Instalar atualização";
-
 constexpr UpdateQuestion kDownloadQuestion{
     L"Baixar o instalador completo da nova versão MF? A assinatura, o tamanho e o SHA-256 serão verificados. "
     L"Nada será instalado sem sua confirmação.",
@@ -31,15 +28,12 @@ UpdateChannel::~UpdateChannel() {
 void UpdateChannel::startCheck(CheckKind kind) {
     if (shuttingDown_ || busy_)
         return;
-    const Tick now = doors_.now();
+    const Tick now = system_.now();
     if (kind == CheckKind::kStartup && now < nextStartupCheck_)
         return;
-    UpdateSettings settings = doors_.settings();
+    UpdateSettings settings = window_.settings();
     if (settings.disabled) {
-        constexpr std::wstring_view kDisabled = L"Verificação de atualização desativada nas Configurações.";
-        doors_.showStatus(kDisabled);
-        if (kind == CheckKind::kManual)
-            doors_.showNotice(kDisabled);
+        window_.showStatus(L"Verificação de atualização desativada nas Configurações.");
         return;
     }
     joinWorker();
@@ -48,12 +42,12 @@ void UpdateChannel::startCheck(CheckKind kind) {
     updateAvailable_ = false;
     downloaded_ = false;
     checkText_ = L"Verificando canal MF e assinatura, sem interromper a câmera...";
-    doors_.showStatus(checkText_);
-    doors_.log(kind == CheckKind::kStartup ? EventCode::kUpdateStartupCheck : EventCode::kUpdateManualCheck,
-               0);
+    window_.showStatus(checkText_);
+    window_.log(kind == CheckKind::kStartup ? EventCode::kUpdateStartupCheck : EventCode::kUpdateManualCheck,
+                0);
     startWorker(
         [this, url = std::move(settings.manifestUrl)] {
-            UpdateCheckResult result = doors_.runCheck(updateCheckRequest(url, channel_), cancel_);
+            UpdateCheckResult result = system_.runCheck(updateCheckRequest(url, channel_), cancel_);
             const std::lock_guard guard(updateResultLock_);
             checkResult_ = std::move(result);
         },
@@ -70,11 +64,11 @@ void UpdateChannel::pressInstallerButton() {
 // The user said yes and nothing follows: not without a word.
 void UpdateChannel::sayWhatCameBetween() {
     if (!shuttingDown_)
-        doors_.showNotice(progressText().value_or(checkText_));
+        window_.showStatus(progressText().value_or(checkText_));
 }
 
 void UpdateChannel::startDownload() {
-    if (!mayFetchInstaller() || !doors_.ask(kDownloadQuestion))
+    if (!mayFetchInstaller() || !system_.ask(kDownloadQuestion))
         return;
     // While the box was open messages were still dispatched: a check may have begun, or the broker's end.
     // Hence asked again, as one worker is all there may be.
@@ -89,7 +83,7 @@ void UpdateChannel::startDownload() {
     cancel_ = false;
     startWorker(
         [this, manifest = currentManifest()] {
-            DownloadResult result = doors_.download(manifest, cancel_, progressPercent_);
+            DownloadResult result = system_.download(manifest, cancel_, progressPercent_);
             const std::lock_guard guard(updateResultLock_);
             downloadResult_ = std::move(result);
         },
@@ -99,20 +93,20 @@ void UpdateChannel::startDownload() {
 void UpdateChannel::launchInstaller() {
     if (!mayLaunchInstaller())
         return;
-    if (!cameraIsIdle(doors_.camera())) {
-        doors_.showNotice(
+    if (!cameraIsIdle(window_.camera())) {
+        window_.showStatus(
             L"Instalação adiada: encerre a captura e a prévia. Nenhuma reunião será interrompida.");
         return;
     }
-    if (!doors_.ask(kInstallQuestion))
+    if (!system_.ask(kInstallQuestion))
         return;
     if (!mayLaunchInstaller()) {
         sayWhatCameBetween();
         return;
     }
     // The box may have been open for hours, and a meeting may have begun meanwhile.
-    if (!cameraIsIdle(doors_.camera())) {
-        doors_.showNotice(L"Captura iniciada: instalação adiada.");
+    if (!cameraIsIdle(window_.camera())) {
+        window_.showStatus(L"Captura iniciada: instalação adiada.");
         return;
     }
     std::wstring path;
@@ -120,10 +114,10 @@ void UpdateChannel::launchInstaller() {
         const std::lock_guard guard(updateResultLock_);
         path = downloadResult_.installerPath;
     }
-    const bool opened = doors_.openInstaller(currentManifest(), path);
-    doors_.showNotice(opened ? L"Instalador aberto. Conclua o assistente para atualizar."
-                             : L"Instalador não iniciado ou autorização cancelada. Câmera preservada.");
-    doors_.log(opened ? EventCode::kUpdateInstallerLaunched : EventCode::kUpdateInstallerNotLaunched, 0);
+    const bool opened = system_.openInstaller(currentManifest(), path);
+    window_.showStatus(opened ? L"Instalador aberto. Conclua o assistente para atualizar."
+                              : L"Instalador não iniciado ou autorização cancelada. Câmera preservada.");
+    window_.log(opened ? EventCode::kUpdateInstallerLaunched : EventCode::kUpdateInstallerNotLaunched, 0);
 }
 
 void UpdateChannel::handleCompletion(std::uint64_t number) {
@@ -151,14 +145,12 @@ void UpdateChannel::finishCheck() {
     if (updateAvailable_) {
         text = L"Nova versão " + widenedAscii(result.manifest.version) +
                L" disponível • assinatura MF validada. Baixe para atualizar.";
-        doors_.showBalloon(L"Atualização " VEXTRA_SHORT_NAME_W L" disponível",
-                           L"Abra Diagnóstico para baixar a nova versão. A câmera não será interrompida.");
-        buttonLabel_ = kDownloadLabel;
+        window_.showBalloon(L"Atualização " VEXTRA_SHORT_NAME_W L" disponível",
+                            L"Abra Diagnóstico para baixar a nova versão. A câmera não será interrompida.");
+        buttonLabel_ = kDownloadUpdateLabel;
     }
-    doors_.log(EventCode::kUpdateCheckCompleted, static_cast<std::int32_t>(result.code));
-    doors_.showStatus(text);
-    if (updateAvailable_)
-        doors_.showNotice(text);
+    window_.log(EventCode::kUpdateCheckCompleted, static_cast<std::int32_t>(result.code));
+    window_.showStatus(text);
     checkText_ = std::move(text);
 }
 
@@ -170,10 +162,9 @@ void UpdateChannel::finishDownload() {
     }
     downloading_ = false;
     downloaded_ = result.verified;
-    buttonLabel_ = result.verified ? kInstallLabel : kRetryLabel;
-    doors_.log(result.verified ? EventCode::kUpdateDownloadVerified : EventCode::kUpdateDownloadFailed, 0);
-    doors_.showStatus(result.message);
-    doors_.showNotice(result.message);
+    buttonLabel_ = result.verified ? kInstallUpdateLabel : kRetryDownloadLabel;
+    window_.log(result.verified ? EventCode::kUpdateDownloadVerified : EventCode::kUpdateDownloadFailed, 0);
+    window_.showStatus(result.message);
 }
 
 void UpdateChannel::beginShutdown() {
@@ -212,7 +203,7 @@ void UpdateChannel::startWorker(std::function<void()> work, UpdateCompletion com
     worker_ = std::thread([this, completion, task = std::move(work), end = std::move(done)]() mutable {
         task();
         finished_ = static_cast<std::uint32_t>(completion);
-        doors_.postCompletion(completion);
+        window_.postCompletion(completion);
         end.set_value();
     });
 }

@@ -1,6 +1,6 @@
 // The update channel as the window sees it: what runs, what is known, what the user may press and what is
 // said. All of it belongs to the window's thread; checks and downloads run on one worker at a time. Pure:
-// whatever touches the system comes in through the doors.
+// what touches the system comes in through the doors.
 #pragma once
 
 #include <atomic>
@@ -23,6 +23,11 @@
 namespace vextra {
 
 constexpr Tick kStartupCheckSpacingMs = 300'000;
+
+// What the installer's button says: at first, after a download that failed, after one that was verified.
+inline constexpr std::wstring_view kDownloadUpdateLabel = L"Baixar atualização";
+inline constexpr std::wstring_view kRetryDownloadLabel = L"Tentar download novamente";
+inline constexpr std::wstring_view kInstallUpdateLabel = L"Instalar atualização";
 
 enum class CheckKind : std::uint8_t {
     kStartup = 1,  // at start and whenever the window is shown; at most one in kStartupCheckSpacingMs
@@ -49,31 +54,40 @@ struct UpdateQuestion {
     std::wstring_view title;
 };
 
-struct UpdateChannelDoors {
+// What the channel has the system do, and what it asks and tells its window. Each is filled whole in one
+// place, by designated initialisers: then a member that is left out is an error of the compiler.
+struct UpdateSystemDoors {
     // Called on the window's thread.
     std::function<Tick()> now;
-    std::function<UpdateSettings()> settings;  // copied under the settings lock
-    std::function<CameraUse()> camera;         // as it is at this moment, the leases freshly counted
     std::function<bool(const UpdateQuestion&)> ask;
-    std::function<void(std::wstring_view)> showStatus;  // the status line alone
-    std::function<void(std::wstring_view)> showNotice;  // the shared status text, and a message to the window
-    std::function<void(std::wstring_view title, std::wstring_view text)> showBalloon;
-    std::function<void(EventCode, std::int32_t)> log;
     std::function<bool(const UpdateManifest&, const std::wstring& installerPath)> openInstaller;
 
     // Called on the worker. Both look at `cancel` between their steps; the download writes `progressPercent`.
-    std::function<UpdateCheckResult(UpdateCheckRequest, const std::atomic<bool>& cancel)> runCheck;
+    std::function<UpdateCheckResult(const UpdateCheckRequest&, const std::atomic<bool>& cancel)> runCheck;
     std::function<DownloadResult(const UpdateManifest&, const std::atomic<bool>& cancel,
                                  std::atomic<std::uint32_t>& progressPercent)>
         download;
-    std::function<void(UpdateCompletion)> postCompletion;  // to the window, where there is one
+};
+
+struct UpdateWindowDoors {
+    // Called on the window's thread.
+    std::function<UpdateSettings()> settings;  // copied under the settings lock
+    std::function<CameraUse()> camera;         // as it is at this moment, the leases freshly counted
+    // The shared status text and a message to the window, whose status line shows that text and nothing else:
+    // answers to the user and news are told in the same way.
+    std::function<void(std::wstring_view)> showStatus;
+    std::function<void(std::wstring_view title, std::wstring_view text)> showBalloon;
+    std::function<void(EventCode, std::int32_t)> log;
+
+    // Called on the worker, also when the window is gone.
+    std::function<void(UpdateCompletion)> postCompletion;
 };
 
 class UpdateChannel {
 public:
     // `channel` is borrowed and outlives this object.
-    UpdateChannel(const UpdateChannelIdentity& channel, UpdateChannelDoors doors)
-        : channel_(channel), doors_(std::move(doors)) {}
+    UpdateChannel(const UpdateChannelIdentity& channel, UpdateSystemDoors system, UpdateWindowDoors window)
+        : channel_(channel), system_(std::move(system)), window_(std::move(window)) {}
     UpdateChannel(const UpdateChannel&) = delete;
     UpdateChannel& operator=(const UpdateChannel&) = delete;
     // Waits for the worker, however long it takes.
@@ -103,8 +117,6 @@ public:
     std::optional<std::wstring> progressText() const;  // while downloading
 
 private:
-    static constexpr std::wstring_view kDownloadLabel = L"Baixar atualização";
-
     void sayWhatCameBetween();
     void startDownload();
     void launchInstaller();
@@ -118,7 +130,8 @@ private:
     void joinWorker() noexcept;
 
     const UpdateChannelIdentity& channel_;
-    const UpdateChannelDoors doors_;
+    const UpdateSystemDoors system_;
+    const UpdateWindowDoors window_;
 
     // Window's thread only.
     bool busy_ = false;  // a worker was started and its completion not yet handled
@@ -127,7 +140,7 @@ private:
     bool downloaded_ = false;
     bool shuttingDown_ = false;
     Tick nextStartupCheck_ = 0;  // no start-up check before this
-    std::wstring_view buttonLabel_ = kDownloadLabel;
+    std::wstring_view buttonLabel_ = kDownloadUpdateLabel;
     std::wstring checkText_;        // what was last said of a check
     std::thread worker_;            // the one that may exist
     std::future<void> workerDone_;  // ready when it has nothing left to do

@@ -23,11 +23,12 @@ UpdateCheckResult refused(std::wstring_view message) {
 }
 
 bool isValid(const UpdateCheckRequest& request) {
-    return isStrictHttpsUrl(narrowedUrl(request.manifestUrl.view()).view()) &&
-           parseVersion(request.currentVersion) && request.operationTimeoutMs >= kMinOperationTimeoutMs &&
-           request.operationTimeoutMs <= kMaxOperationTimeoutMs &&
-           request.operationTimeoutMs <= request.totalTimeoutMs &&
-           request.totalTimeoutMs <= kMaxTotalTimeoutMs;
+    return isStrictHttpsUrl(narrowedAscii(request.manifestUrl.view()).view()) &&
+           parseVersion(request.currentVersion) &&
+           request.limits.operationTimeoutMs >= kMinOperationTimeoutMs &&
+           request.limits.operationTimeoutMs <= kMaxOperationTimeoutMs &&
+           request.limits.operationTimeoutMs <= request.limits.totalTimeoutMs &&
+           request.limits.totalTimeoutMs <= kMaxTotalTimeoutMs;
 }
 
 UpdateCheckResult compared(UpdateManifest manifest, std::string_view currentVersion) {
@@ -52,14 +53,14 @@ UpdateCheckRequest updateCheckRequest(SecretText manifestUrl, const UpdateChanne
     return request;
 }
 
-UpdateCheckResult runUpdateCheck(UpdateCheckRequest request, const UpdateChannelIdentity& channel,
+UpdateCheckResult runUpdateCheck(const UpdateCheckRequest& request, const UpdateChannelIdentity& channel,
                                  const UpdateCheckDoors& doors) {
     if (request.manifestUrl.empty())
         return ended(UpdateCode::kNotConfigured, L"Verificação MF não configurada para esta consulta.");
     if (!isValid(request))
         return ended(UpdateCode::kInvalidRequest,
                      L"Configuração de atualização inválida: exige HTTPS e versão MF válida.");
-    const std::optional<std::string> body = doors.fetchJson(request);
+    const std::optional<std::string> body = doors.fetchJson(request.manifestUrl, request.limits);
     if (!body)
         return ended(UpdateCode::kUnreachable, L"Não foi possível verificar a atualização MF com segurança.");
     std::optional<UpdateManifest> manifest = parseUpdateManifest(*body);
@@ -68,13 +69,14 @@ UpdateCheckResult runUpdateCheck(UpdateCheckRequest request, const UpdateChannel
     if (!isOfficialInstallerUrl(*manifest, channel))
         return refused(L"Instalador fora do canal MF oficial; atualização recusada.");
 
-    request.manifestUrl.assign(widenedAscii(signatureDocumentUrl(*manifest)));
-    const std::optional<std::string> document = doors.fetchJson(request);
+    const SecretText signatureUrl(widenedAscii(signatureDocumentUrl(*manifest)));
+    const std::optional<std::string> document = doors.fetchJson(signatureUrl, request.limits);
     const std::optional<JsonValue> root = document ? parseJsonDocument(*document) : std::nullopt;
     if (!root || root->members.size() != 1)
         return refused(L"Assinatura da atualização indisponível; instalação não autorizada.");
     const JsonValue* const signature = findMember(*root, "signature", JsonKind::kString);
-    if (signature == nullptr || !doors.verifySignature(buildSignedMessage(*manifest), signature->text))
+    if (signature == nullptr ||
+        !doors.verifySignature(buildSignedMessage(*manifest), signature->text, channel.publicKey))
         return refused(L"Assinatura da atualização inválida; instalação recusada.");
     manifest->signature = signature->text;
     return compared(std::move(*manifest), request.currentVersion);

@@ -10,6 +10,7 @@
 
 #include "base/secret.h"
 #include "update/manifest.h"
+#include "update/transfer_profile.h"
 #include "update/version.h"
 
 namespace vextra {
@@ -17,8 +18,7 @@ namespace vextra {
 struct UpdateCheckRequest {
     SecretText manifestUrl;  // a setting; it may name a private server
     std::string currentVersion{kBrokerVersion};
-    std::uint32_t operationTimeoutMs = 3000;  // of each step on the network: 250 to 10,000
-    std::uint32_t totalTimeoutMs = 15'000;    // of each document: the above to 30,000
+    TransferLimits limits = kJsonLimits;  // of each document: 250 to 10,000 ms; that to 30,000 ms
 };
 
 // Numbers of the event log.
@@ -39,15 +39,15 @@ struct UpdateCheckResult {
 };
 
 struct UpdateCheckDoors {
-    std::function<std::optional<std::string>(const UpdateCheckRequest&)> fetchJson;  // the URL in manifestUrl
-    std::function<bool(std::string_view message, std::string_view signatureHex)> verifySignature;
+    std::function<std::optional<std::string>(const SecretText& url, const TransferLimits&)> fetchJson;
+    SignatureVerifier verifySignature;
 };
 
 // For the address in the settings, or the channel's own where that is empty.
 UpdateCheckRequest updateCheckRequest(SecretText manifestUrl, const UpdateChannelIdentity& channel);
 
 // On a worker thread: it takes as long as the doors do.
-UpdateCheckResult runUpdateCheck(UpdateCheckRequest request, const UpdateChannelIdentity& channel,
+UpdateCheckResult runUpdateCheck(const UpdateCheckRequest& request, const UpdateChannelIdentity& channel,
                                  const UpdateCheckDoors& doors);
 
 }  // namespace vextra

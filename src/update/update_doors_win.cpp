@@ -1,40 +1,38 @@
-#include "update/fetch_json.h"
-#include "update/installer_download.h"
-#include "update/installer_launch.h"
+#include "update/update_doors_win.h"
+
+#include "update/https_transfer_win.h"
+#include "update/installer_win.h"
 #include "update/signature.h"
-#include "update/update_doors.h"
 
 namespace vextra {
 
-UpdateCheckResult checkForUpdate(UpdateCheckRequest request, const UpdateChannelIdentity& channel,
-                                 const std::atomic<bool>& cancel) {
-    return runUpdateCheck(
-        std::move(request), channel,
-        {.fetchJson = [&cancel](const UpdateCheckRequest& one) { return fetchJson(one, cancel); },
-         .verifySignature =
-             [&channel](std::string_view message, std::string_view signatureHex) {
-                 return verifyManifestSignature(message, signatureHex, channel.publicKey);
-             }});
-}
-
-UpdateChannelDoors systemUpdateDoors(HWND owner, const UpdateChannelIdentity& channel) {
-    UpdateChannelDoors doors;
-    doors.now = GetTickCount64;
-    doors.ask = [owner](const UpdateQuestion& question) {
-        return MessageBoxW(owner, std::wstring(question.text).c_str(), std::wstring(question.title).c_str(),
-                           MB_YESNO | MB_DEFBUTTON2 | MB_ICONQUESTION) == IDYES;
+UpdateSystemDoors systemUpdateDoors(HWND owner, const UpdateChannelIdentity& channel) {
+    return {
+        .now = GetTickCount64,
+        .ask =
+            [owner](const UpdateQuestion& question) {
+                return MessageBoxW(owner, std::wstring(question.text).c_str(),
+                                   std::wstring(question.title).c_str(),
+                                   MB_YESNO | MB_DEFBUTTON2 | MB_ICONQUESTION) == IDYES;
+            },
+        .openInstaller =
+            [owner, &channel](const UpdateManifest& manifest, const std::wstring& path) {
+                return openVerifiedInstaller(owner, manifest, path, channel);
+            },
+        .runCheck =
+            [&channel](const UpdateCheckRequest& request, const std::atomic<bool>& cancel) {
+                const auto fetch = [&cancel](const SecretText& url, const TransferLimits& limits) {
+                    return fetchJson(url, limits, cancel);
+                };
+                return runUpdateCheck(request, channel,
+                                      {.fetchJson = fetch, .verifySignature = verifyManifestSignature});
+            },
+        .download =
+            [&channel](const UpdateManifest& manifest, const std::atomic<bool>& cancel,
+                       std::atomic<std::uint32_t>& progressPercent) {
+                return downloadInstaller(manifest, channel, cancel, progressPercent);
+            },
     };
-    doors.openInstaller = [owner, &channel](const UpdateManifest& manifest, const std::wstring& path) {
-        return openVerifiedInstaller(owner, manifest, path, channel);
-    };
-    doors.runCheck = [&channel](UpdateCheckRequest request, const std::atomic<bool>& cancel) {
-        return checkForUpdate(std::move(request), channel, cancel);
-    };
-    doors.download = [&channel](const UpdateManifest& manifest, const std::atomic<bool>& cancel,
-                                std::atomic<std::uint32_t>& progressPercent) {
-        return downloadInstaller(manifest, channel, cancel, progressPercent);
-    };
-    return doors;
 }
 
 }  // namespace vextra

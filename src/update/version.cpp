@@ -55,9 +55,9 @@ std::optional<std::string_view> cutAt(char mark, std::string_view& text) {
     const std::size_t at = text.find(mark);
     if (at == std::string_view::npos)
         return std::nullopt;
-    const std::string_view behind = text.substr(at + 1);
+    const std::string_view rest = text.substr(at + 1);
     text = text.substr(0, at);
-    return behind;
+    return rest;
 }
 
 std::strong_ordering compareIdentifiers(const std::string& a, const std::string& b) {

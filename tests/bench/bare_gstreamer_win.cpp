@@ -74,7 +74,7 @@ int run(const std::wstring& url) {
     for (unsigned long frames = 1;; ++frames) {
         GstSample* const sample = api.gst_app_sink_try_pull_sample(sink, kPullTimeoutNs);
         if (sample == nullptr || !copyTwice(api, sample, first.data(), second.data()))
-            // Somebody has to look at the copies, or the compiler may leave them out.
+            // The copies have to be looked at, or the compiler may leave them out.
             return fail(first == second ? "the stream ended" : "the copies differ");
         api.gst_mini_object_unref(sample);
         if (frames == 1)

@@ -134,7 +134,7 @@ int run(const Options& options) {
             std::printf("frame=%lu\n", frames);
         std::fflush(stdout);
     }
-    // Somebody has to look at the copies, or the compiler may leave them out.
+    // The copies have to be looked at, or the compiler may leave them out.
     return firstCopy == secondCopy ? 0 : fail("the copies differ");
 }
 

@@ -16,6 +16,7 @@
 #include "gdi_count_win.h"
 #include "handle_count_win.h"
 #include "ui/main_window_win.h"
+#include "ui/tray_text.h"
 
 namespace {
 
@@ -185,8 +186,8 @@ int wmain(int argc, wchar_t** argv) {
     for (std::size_t i = 0; i < kFrameBytes; ++i)
         shared.previewFrame[i] = static_cast<std::byte>(i * 2'654'435'761u >> 13);
     shared.active = true;
-    shared.status = static_cast<std::uint32_t>(BrokerStatus::kLive);
-    shared.effectiveBackend = 1;
+    shared.status = BrokerStatus::kLive;
+    shared.effectiveBackend = EffectiveBackend::kFfmpeg;
     // Always the present, as long as this runs.
     shared.lastFrameTick = GetTickCount64() + 86'400'000;
 

@@ -1,4 +1,4 @@
-// Any bytes as a document: no crash, the limits hold in whatever is accepted, and a general JSON library
+// Any bytes as a document: no crash, the limits hold in what is accepted, and a general JSON library
 // accepts it too, with the same values.
 #include <algorithm>
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Any bytes as a key file and as a signature: whatever is accepted is, line breaks aside, the very text that
+// Any bytes as a key file and as a signature: what is accepted is, line breaks aside, the very text that
 // is written for it, so that no two texts but by their breaks mean the same key; and bytes that are written
 // come back.
 #include <algorithm>
@@ -11,7 +11,7 @@
 #include "base/text.h"
 #include "fuzz_text.h"
 #include "signer/signer_rules.h"
-#include "update/channel_key.h"
+#include "update/channel.h"
 #include "update/signature.h"
 
 namespace {
@@ -49,7 +49,7 @@ void checkSignature(std::string_view text) {
     const auto isHex = [](char c) {
         return std::string_view("0123456789abcdefABCDEF").find(c) != std::string_view::npos;
     };
-    const auto signature = vextra::decodeSignature(text);
+    const auto signature = vextra::bytesFromHex<64>(text);
     expect(signature.has_value() == (text.size() == 128 && std::ranges::all_of(text, isHex)));
     expect(!signature || vextra::equalsIgnoringAsciiCase<char>(vextra::lowerHex(*signature), text));
 }

@@ -1,6 +1,6 @@
 // Any bytes as what another process left in demand.bin and in the header of latest.frame: leases are counted
 // as a second writing of the rule counts them, and no look changes the file; taking and giving back a lease
-// touches one slot, never that of somebody who beats; a picture is shown only of the documented shape, live
+// touches one slot, never one whose holder beats; a picture is shown only of the documented shape, live
 // and fresh; and the next update puts any header right.
 #include <algorithm>
 #include <cstddef>

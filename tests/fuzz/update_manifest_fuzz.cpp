@@ -1,4 +1,4 @@
-// Any bytes as a manifest: no crash, in whatever is accepted every field obeys its rule and can be signed,
+// Any bytes as a manifest: no crash, in what is accepted every field obeys its rule and can be signed,
 // and what names its own installer is read the same when the signer writes it.
 #include <algorithm>
 #include <cstdint>

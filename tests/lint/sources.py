@@ -203,6 +203,57 @@ def length(_path: str, source: str) -> Iterator[Finding]:
         yield lines, f"{lines} lines are more than {MAX_LINES}"
 
 
+INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(?:"(?P<ours>[^"]+)"|<(?P<system>[^>]+)>)', re.M)
+
+# What the C runtime of Windows has more than the standard, in the standard's own headers.
+WINDOWS_RUNTIME = re.compile(r"\b_w[a-z]+\(")
+
+
+def knows_windows(path: str, files: dict[str, str], known: dict[str, bool]) -> bool:
+    """Whether a file of src/ includes a header of Windows, itself or through others; the standard's have no suffix."""
+    if path not in known:
+        known[path] = False  # while it is looked at
+        known[path] = bool(WINDOWS_RUNTIME.search(files[path])) or any(
+            included["system"].endswith(".h")
+            if included["system"]
+            else f"src/{included['ours']}" in files and knows_windows(f"src/{included['ours']}", files, known)
+            for included in INCLUDE.finditer(files[path])
+        )
+    return known[path]
+
+
+def windows_names(files: dict[str, str]) -> Iterator[tuple[str, str]]:
+    """A file's name says whether Windows is in it. main.cpp is the program for Windows, whatever it is called."""
+    known: dict[str, bool] = {}
+    for path in files:
+        if not re.fullmatch(r"src/.+\.(h|cpp)", path) or path == "src/main.cpp":
+            continue
+        named = pathlib.PurePosixPath(path).stem.endswith("_win")
+        if knows_windows(path, files, known) and not named:
+            yield path, "needs Windows, itself or through what it includes: it is called *_win"
+        elif named and not known[path]:
+            yield path, "needs nothing of Windows: it is not called *_win"
+
+
+def test_names(files: dict[str, str]) -> Iterator[tuple[str, str]]:
+    """tests/unit/ROOM/STEM[_TOPIC][_win]_test.cpp tests STEM[_win] of src/ROOM, or of a folder of tools/."""
+    tested: dict[str, set[str]] = {}
+    for path in files:
+        if source := re.fullmatch(r"(?:src/(\w+)|(tools)/\w+)/(\w+)\.(h|cpp|rc)", path):
+            stem = source[3] + ("_win" if source[4] == "rc" else "")
+            tested.setdefault(source[1] or source[2], set()).add(stem)
+    for path in files:
+        test = re.fullmatch(r"tests/unit/(\w+)/(\w+?)(_win)?_test\.cpp", path)
+        if not test:
+            continue
+        room, name, suffix = test[1], test[2], test[3] or ""
+        words = name.split("_")
+        stems = {"_".join(words[:count]) + suffix for count in range(1, len(words) + 1)}
+        if not stems & tested.get(room, set()):
+            yield path, f"is called after no file of {room}{' that ends in _win' if suffix else ''}"
+
+
+TREE_RULES = [windows_names, test_names]
 TOKEN_RULES = [event_codes, log_calls, formats, report_labels, made_texts, allowed_places]
 
 
@@ -217,8 +268,13 @@ def findings(path: str, source: str) -> list[Finding]:
     return sorted(found)
 
 
+def tree_findings(files: dict[str, str]) -> list[tuple[str, str]]:
+    """What the files, each a path and its source, say together."""
+    return sorted(finding for rule in TREE_RULES for finding in rule(files))
+
+
 def files_of(root: pathlib.Path) -> list[pathlib.Path]:
-    suffixes = {".h", ".cpp", ".py", ".sh"}
+    suffixes = {".h", ".cpp", ".rc", ".py", ".sh"}
     files = [root / "dev"]
     for folder in ("src", "tests", "tools", "packaging"):
         files += [path for path in (root / folder).rglob("*") if path.suffix in suffixes]
@@ -227,15 +283,13 @@ def files_of(root: pathlib.Path) -> list[pathlib.Path]:
 
 def main() -> int:
     root = pathlib.Path(sys.argv[1]) if len(sys.argv) > 1 else pathlib.Path(__file__).resolve().parents[2]
-    files = files_of(root)
-    count = 0
-    for file in files:
-        path = file.relative_to(root).as_posix()
-        for line, message in findings(path, file.read_text(encoding="utf-8")):
-            print(f"{path}:{line}: {message}")
-            count += 1
-    print(f"{len(files)} files, {count} findings")
-    return 1 if count or len(files) < 2 else 0
+    files = {path.relative_to(root).as_posix(): path.read_text(encoding="utf-8") for path in files_of(root)}
+    found = [f"{path}:{line}: {message}" for path in files for line, message in findings(path, files[path])]
+    found += [f"{path}: {message}" for path, message in tree_findings(files)]
+    for finding in found:
+        print(finding)
+    print(f"{len(files)} files, {len(found)} findings")
+    return 1 if found or len(files) < 2 else 0
 
 
 if __name__ == "__main__":

@@ -93,6 +93,43 @@ ACCEPTED = [
     ("tests/unit/a_test.cpp", "static_cast<EventCode>(number); CloseHandle(raw);" + "\n" * 600),
 ]
 
+WINDOWS = "#include <windows.h>\n"
+
+# The files of a tree, and what is found: path and a piece of the message.
+TREES = [
+    # A file's name says whether Windows is in it
+    ({"src/core/a.cpp": WINDOWS}, [("src/core/a.cpp", "it is called *_win")]),
+    ({"src/core/a.h": "#pragma once\n  #  include <bcrypt.h>"}, [("src/core/a.h", "it is called *_win")]),
+    (
+        {
+            "src/core/a.cpp": '#include <string>\n#include "core/b.h"\n',
+            "src/core/b.h": '#include "base/c_win.h"\n',
+            "src/base/c_win.h": WINDOWS,
+        },
+        [("src/core/a.cpp", "it is called *_win"), ("src/core/b.h", "it is called *_win")],
+    ),
+    ({"src/core/a_win.h": "#include <string>\n"}, [("src/core/a_win.h", "it is not called *_win")]),
+    ({"src/core/a_win.cpp": '#include "core/b.h"\n', "src/core/b.h": '#include "core/b.h"\n'},
+     [("src/core/a_win.cpp", "it is not called *_win")]),
+    ({"src/core/a.cpp": 'auto f = _wfopen(path, L"wb");'}, [("src/core/a.cpp", "it is called *_win")]),
+    # A door whose header shows no Windows, what is no file of src, and main
+    ({"src/core/a.h": "#include <string>\n", "src/core/a_win.cpp": '#include "core/a.h"\n' + WINDOWS}, []),
+    ({"src/core/a.h": "// #include <windows.h>\n", "src/main.cpp": WINDOWS, "tools/signer/a.cpp": WINDOWS}, []),
+    # A unit test is called after what it tests
+    ({"tests/unit/core/a_test.cpp": ""}, [("tests/unit/core/a_test.cpp", "after no file of core")]),
+    ({"tests/unit/core/a_test.cpp": "", "src/base/a.h": ""}, [("tests/unit/core/a_test.cpp", "after no file of core")]),
+    ({"tests/unit/core/ab_test.cpp": "", "src/core/a.h": ""}, [("tests/unit/core/ab_test.cpp", "after no file of core")]),
+    (
+        {"tests/unit/core/a_win_test.cpp": "", "src/core/a.cpp": "", "tests/unit/core/b_test.cpp": "", "src/core/b_win.cpp": WINDOWS},
+        [("tests/unit/core/a_win_test.cpp", "after no file of core that ends in _win"),
+         ("tests/unit/core/b_test.cpp", "after no file of core")],
+    ),
+    ({"tests/unit/core/a_topic_test.cpp": "", "src/core/a.cpp": "", "tests/unit/core/b_of_a_win_test.cpp": "", "src/core/b_win.h": WINDOWS}, []),
+    ({"tests/unit/core/a_win_test.cpp": "", "src/core/a.h": "", "src/core/a_win.cpp": WINDOWS}, []),
+    ({"tests/unit/tools/a_test.cpp": "", "tools/signer/a.h": "", "tests/unit/resources/b_win_test.cpp": "", "src/resources/b.rc": ""}, []),
+    ({"tests/system/a_win_test.cpp": "", "tests/support/b_win.h": ""}, []),
+]
+
 
 class Rules(unittest.TestCase):
     def test_refuse_each_bad_sample(self):
@@ -104,6 +141,14 @@ class Rules(unittest.TestCase):
         for path, source in ACCEPTED:
             with self.subTest(path=path, source=source[:60]):
                 self.assertEqual(sources.findings(path, source), [])
+
+    def test_find_what_a_tree_says(self):
+        for files, expected in TREES:
+            with self.subTest(files=files):
+                found = sources.tree_findings(files)
+                self.assertEqual([path for path, _ in found], [path for path, _ in expected])
+                for (_, message), (_, piece) in zip(found, expected):
+                    self.assertIn(piece, message)
 
     def test_name_the_line(self):
         self.assertEqual(sources.findings("src/core/a.cpp", "/*\n*/\n\ngoto x;"), [(4, "goto")])
@@ -123,6 +168,7 @@ class Program(unittest.TestCase):
         self.assertEqual(self.run_on({"dev": "", "src/core/a.cpp": "f();"}), 0)
         self.assertEqual(self.run_on({"dev": "", "src/core/a.cpp": "goto x;"}), 1)
         self.assertEqual(self.run_on({"dev": "", "tests/unit/deep/a.py": "\n" * 601}), 1)
+        self.assertEqual(self.run_on({"dev": "", "src/core/a.cpp": "#include <windows.h>"}), 1)
 
     def test_fails_when_there_is_nothing_to_look_at(self):
         self.assertEqual(self.run_on({"dev": ""}), 1)

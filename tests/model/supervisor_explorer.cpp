@@ -71,7 +71,7 @@ std::vector<SupervisorExplorer::Move> SupervisorExplorer::allMoves() {
     add("pass", [](Self&) { return true; });
     for (const auto& [command, name] : kCommands) {
         add(std::string(name), [command = command](Self& self) {
-            self.shared_.mailbox = static_cast<std::uint32_t>(command);
+            self.shared_.mailbox = command;
             return true;
         });
         add("late " + std::string(name), [command = command](Self& self) {
@@ -85,7 +85,7 @@ std::vector<SupervisorExplorer::Move> SupervisorExplorer::allMoves() {
     addValue("stop signal", &Outside::stopSignal, true);
     add("preview", [](Self& self) {
         self.shared_.previewDeadline = self.outside_.now + kManualPreviewMs;
-        self.shared_.mailbox = static_cast<std::uint32_t>(SupervisorCommand::kResume);
+        self.shared_.mailbox = SupervisorCommand::kResume;
         return true;
     });
     add("preview ends", [](Self& self) { return self.shared_.previewDeadline.exchange(0) != 0; });
@@ -161,7 +161,7 @@ SupervisorDoors SupervisorExplorer::doors() {
         .countLeases =
             [this] {
                 if (lateCommand_ != SupervisorCommand::kNone)
-                    shared_.mailbox = static_cast<std::uint32_t>(lateCommand_);
+                    shared_.mailbox = lateCommand_;
                 return outside_.leases;
             },
         .takeStopSignal = [this] { return std::exchange(outside_.stopSignal, false); },
@@ -211,7 +211,7 @@ bool SupervisorExplorer::startProducer(const BrokerSettings& settings) {
     const bool gstreamer = plan == BackendPlan::kGstreamerOnly || plan == BackendPlan::kGstreamerThenFfmpeg;
     if (plan != BackendPlan::kRefuseNoGstreamer) {
         out.producerKind = gstreamer ? EffectiveBackend::kGstreamer : EffectiveBackend::kFfmpeg;
-        shared_.effectiveBackend = static_cast<std::uint32_t>(out.producerKind);
+        shared_.effectiveBackend = out.producerKind;
     }
     if (plan == BackendPlan::kRefuseNoGstreamer || out.startOutcome == StartOutcome::kFails) {
         ++out.failures;
@@ -326,7 +326,7 @@ bool SupervisorExplorer::pass() {
     const Outside before = outside_;
     const std::uint32_t generationBefore = shared_.generation;
     pass_ = {};
-    pass_.command = static_cast<SupervisorCommand>(shared_.mailbox.load());
+    pass_.command = shared_.mailbox;
     pass_.activeBefore = shared_.active;
     pass_.away = shared_.sessionAway != 0;
     pass_.demand = outside_.leases >= 1 || shared_.previewDeadline > outside_.now;
@@ -341,8 +341,7 @@ bool SupervisorExplorer::pass() {
     counts_.refusals += next == NextPass::kAtOnce ? 1 : 0;
     counts_.lateCommands += lateCommand_ != SupervisorCommand::kNone ? 1 : 0;
     counts_.exhaustions += outside_.failures == kMostAttempts && before.failures < kMostAttempts ? 1 : 0;
-    promise(shared_.mailbox == static_cast<std::uint32_t>(lateCommand_),
-            "no command is lost but by a newer one");
+    promise(shared_.mailbox == lateCommand_, "no command is lost but by a newer one");
     promise(shared_.generation == generationBefore + pass_.starts, "a generation for each start");
     promise(pass_.quitRequests == (before.stopSignal && before.leases == 0 ? 1u : 0u) && !outside_.stopSignal,
             "the stop signal quits while no lease is held, and is gone in any case");
@@ -388,7 +387,7 @@ void SupervisorExplorer::checkAfter(const Outside& before, NextPass next) {
     promise(out.shown != BridgeState::kLive ||
                 (out.producerRuns && out.newestFrameAt != 0 && now - out.newestFrameAt <= kFreshMs),
             "never live without a fresh frame");
-    promise(shared_.status != static_cast<std::uint32_t>(BrokerStatus::kLive) || out.newestFrameAt != 0,
+    promise(shared_.status != BrokerStatus::kLive || out.newestFrameAt != 0,
             "never called live without a frame");
     promise(
         out.newestFrameAt == 0 || shared_.lastFrameTick == out.newestFrameAt || shared_.lastFrameTick == 0,
@@ -473,13 +472,13 @@ SupervisorExplorer::Key SupervisorExplorer::keyOfNow() const {
         waitsForFirst ? timeTo(memory.firstFrameDeadline, now) : 0,
         bits(memory.producerExists, memory.firstFrameSeen, memory.suspended, memory.exhausted,
              memory.forceFfmpeg),
-        shared_.mailbox,
+        static_cast<std::uint32_t>(shared_.mailbox.load()),
         timeTo(shared_.previewDeadline, now),
         shared_.sessionAway,
         bits(shared_.active.load(), shared_.paused.load()),
-        shared_.status,
+        static_cast<std::uint32_t>(shared_.status.load()),
         ageOf(shared_.lastFrameTick, now, kStallMs + 1),
-        shared_.effectiveBackend,
+        static_cast<std::uint32_t>(shared_.effectiveBackend.load()),
         static_cast<std::uint32_t>(out.leases),
         static_cast<std::uint32_t>(out.startOutcome),
         bits(out.bridgeOpens, out.accountTrusted, out.stopSignal, out.producerRuns, out.halfFrame,

@@ -1,6 +1,6 @@
-// Goes through everything that can happen to the Supervisor, not just through what somebody thought of: from
-// each moment every move of the outside world, then one pass, up to a depth; moments that do not differ in
-// anything that matters are looked at once. After each pass the promises of the broker are checked.
+// Goes through everything that can happen to the Supervisor, not just through what its authors thought of:
+// from each moment every move of the outside world, then one pass, up to a depth; moments that do not differ
+// in anything that matters are looked at once. After each pass the promises of the broker are checked.
 #pragma once
 
 #include <array>
@@ -22,16 +22,16 @@ enum class ReadOutcome : std::uint8_t { kNothing = 1, kHalfFrame, kRestOfFrame, 
 
 // The words of SharedStatus that a pass reads or writes, as a plain value.
 struct SharedWords {
-    std::uint32_t mailbox = 0;
+    SupervisorCommand mailbox = SupervisorCommand::kNone;
     Tick previewDeadline = 0;
     std::uint32_t sessionAway = 0;
     bool active = false;
     bool paused = false;
-    std::uint32_t status = 0;
+    BrokerStatus status = BrokerStatus::kIdle;
     Tick lastFrameTick = 0;
     std::uint64_t frameCounter = 0;
     std::uint32_t generation = 0;
-    std::uint32_t effectiveBackend = 0;
+    EffectiveBackend effectiveBackend = EffectiveBackend::kNone;
 };
 
 // What the Supervisor meets, and what an onlooker who sees only its doors remembers of it.

@@ -77,7 +77,7 @@ TEST(GstPipelineRaces, TheSourceIsConfiguredOnAThreadOfThePipelineWhileFramesAre
     GstPipeline pipeline;
     std::vector<std::byte> frame(kFrameBytes);
     std::atomic<bool> done{false};
-    // Somebody who asks meanwhile.
+    // Another thread, which asks meanwhile.
     std::jthread asker([&] {
         while (!done) {
             EXPECT_FALSE(pipeline.gstreamerFailed());
@@ -89,7 +89,7 @@ TEST(GstPipelineRaces, TheSourceIsConfiguredOnAThreadOfThePipelineWhileFramesAre
         const int before = gstreamer.configured;
         ASSERT_TRUE(pipeline.startGstreamer(
             &gstreamer.api(),
-            {.url = L"rtsp://10.0.0.1/live", .transport = L"tcp", .latencyMs = 50 * start}));
+            {.url = L"rtsp://10.0.0.1/live", .transport = RtspTransport::kTcp, .latencyMs = 50 * start}));
         for (int pulls = 0; pulls < 3 || gstreamer.configured == before; ++pulls) {
             gstreamer.fake.sample = FakeGstreamer::goodSample();
             ASSERT_TRUE(pipeline.pullGstreamerFrame(frame.data()));

@@ -11,6 +11,8 @@
 
 #include "core/supervisor.h"
 #include "producers/backend_choice.h"
+#include "ui/labels.h"
+#include "ui/preview_picture.h"
 
 namespace vextra {
 namespace {
@@ -56,7 +58,7 @@ public:
     ~RunningSupervisor() { quit(); }
 
     void send(SupervisorCommand command) {
-        shared.mailbox = static_cast<std::uint32_t>(command);
+        shared.mailbox = command;
         wake_.set();
     }
     void quit() {
@@ -90,7 +92,7 @@ private:
             .closeBridge = [] {},
             .startProducer =
                 [this](bool, std::wstring_view, const BrokerSettings&) {
-                    shared.effectiveBackend = static_cast<std::uint32_t>(EffectiveBackend::kFfmpeg);
+                    shared.effectiveBackend = EffectiveBackend::kFfmpeg;
                     return true;
                 },
             .readProducer =
@@ -148,9 +150,7 @@ TEST(SupervisorRaces, TheWindowSeesWholePicturesAndTextsWhileItCommands) {
         const std::uint64_t counter = shared.frameCounter;
         ASSERT_GE(counter, highest);
         highest = counter;
-        const StatusView view{static_cast<BrokerStatus>(shared.status.load()), shared.leaseCount,
-                              shared.lastFrameTick, supervisor.now};
-        ASSERT_FALSE(statusLabel(view).empty());
+        ASSERT_FALSE(statusLabel(statusNow(shared, supervisor.now)).empty());
         ASSERT_FALSE(backendLabel(shared.effectiveBackend).empty());
         ASSERT_LE(shared.generation, looks + kFrames);
         statusTextNow(shared);
@@ -165,17 +165,16 @@ TEST(SupervisorRaces, TheWindowSeesWholePicturesAndTextsWhileItCommands) {
     supervisor.quit();
     EXPECT_GT(pictures, 0u);
     EXPECT_GT(supervisor.statusChanges, 0u);
-    EXPECT_EQ(shared.status, static_cast<std::uint32_t>(BrokerStatus::kIdle));
+    EXPECT_EQ(shared.status, BrokerStatus::kIdle);
 }
 
 // Without a time limit on its wait the Supervisor takes a command only if no wake is ever lost.
 TEST(SupervisorRaces, EveryCommandWakesTheSupervisor) {
     RunningSupervisor supervisor(Waits::kForTheWakeAlone);
-    constexpr std::uint32_t kNone = static_cast<std::uint32_t>(SupervisorCommand::kNone);
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     for (int sent = 0; sent < 5000; ++sent) {
         supervisor.send(SupervisorCommand::kResume);
-        while (supervisor.shared.mailbox != kNone) {
+        while (supervisor.shared.mailbox != SupervisorCommand::kNone) {
             ASSERT_LT(std::chrono::steady_clock::now(), limit) << "command " << sent << " was not taken";
             std::this_thread::yield();
         }

@@ -228,12 +228,12 @@ def idle_spans(log):
 
 
 def orphans(log, decoders, machine):
-    """decoders: (tick, how many live) of each second. At most one lives, and none while nobody watches."""
+    """decoders: (tick, how many live) of each second. At most one lives, and none while no lease is held."""
     idle, found = idle_spans(log), []
     for tick, count in decoders:
         resting = any(since + machine.slack_ms(since, tick) < tick < until for since, until in idle)
         if count > (0 if resting else 1):
-            found.append(f"{count} decoders {'although nobody watches' if resting else 'at once'} (at {tick})")
+            found.append(f"{count} decoders {'although no lease is held' if resting else 'at once'} (at {tick})")
     return found
 
 

@@ -213,7 +213,7 @@ class Orphans(unittest.TestCase):
                                        QUIET), [])
 
     def test_one_at_rest_and_two_at_once_are_found(self):
-        self.assertIn("nobody watches", rules.orphans(self.log.entries, [(self.log.now - 10_000, 1)], QUIET)[0])
+        self.assertIn("no lease is held", rules.orphans(self.log.entries, [(self.log.now - 10_000, 1)], QUIET)[0])
         self.assertIn("at once", rules.orphans(self.log.entries, [(self.log.entries[0].tick_ms + 2000, 2)], QUIET)[0])
 
 

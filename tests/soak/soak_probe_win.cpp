@@ -24,7 +24,7 @@ int wmain(int count, wchar_t** arguments) {
         const unsigned long handles = vextra::test::handleCount(processId);
         const std::size_t gdiObjects = vextra::test::countGdiObjects(process.get());
         if (std::printf("handles=%lu gdi=%zu\n", handles, gdiObjects) < 0 || std::fflush(stdout) != 0)
-            return 1;  // nobody listens any more
+            return 1;  // the reader of the pipe has gone
     }
     return 0;
 }

@@ -210,8 +210,8 @@ class UnreliableCamera:
         self.url = f"rtsp://{HOST}:{self._port}/live"
 
     def show(self, stream):
-        """From now on this stream of the local camera is sent. Whoever plays goes on under the payload type, source
-        and clock that were described: another size in mid-stream, or a codec that nobody spoke of. New viewers are told
+        """From now on this stream of the local camera is sent. Connections that play go on under the payload type,
+        source and clock that were described: another size in mid-stream, or a codec that was not announced. New viewers are told
         what it is."""
         if stream not in self._players:
             self._players[stream] = Player(self._source + stream)
@@ -250,7 +250,7 @@ class UnreliableCamera:
         self.drop()
 
     def go_away(self):
-        """Every connection is reset, and nobody listens: new ones are refused by the system."""
+        """Every connection is reset, and no socket listens: new ones are refused by the system."""
         listener, self._listener = self._listener, None
         if listener:
             close(listener)

@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "bridge/bridge_protocol.h"
-#include "bridge/shared_words.h"
 #include "consumer/bridge_reader.h"
 #include "consumer/lease_holder.h"
 #include "stress_processes_win.h"

@@ -96,7 +96,7 @@ inline bool fileExists(const std::wstring& path) {
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-// A file that nobody may write until this ends.
+// A file that no other handle may write until this ends.
 class WriteProtection {
 public:
     explicit WriteProtection(const std::wstring& path) : path_(path) {
@@ -247,7 +247,7 @@ public:
     if (isElevatedOrUnknown())    \
     GTEST_SKIP() << "runs elevated, and an elevated broker may not publish: start the tests without"
 
-// A link to a folder, as somebody would put in the way of the broker.
+// A link to a folder, as an attacker would put in the way of the broker.
 class FolderLink {
 public:
     FolderLink(const std::wstring& link, const std::wstring& target) : link_(link) {

@@ -2,13 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <sstream>
 
 #include "core/instance_win.h"
-#include "ui/controls.h"
+#include "ui/tray_text.h"
 
 namespace vextra::test {
 namespace {
@@ -171,7 +172,7 @@ Suspension::~Suspension() {
 
 // --- The media source ---
 
-void LeaseHolder::takeLease() {
+void DemandSide::takeLease() {
     abandonLease();
     const auto beat = [this] {
         std::atomic_ref<Tick>(demand_->slots[0].heartbeatTickMs).store(GetTickCount64());
@@ -186,17 +187,21 @@ void LeaseHolder::takeLease() {
     });
 }
 
-void LeaseHolder::abandonLease() {
+void DemandSide::abandonLease() {
     if (heart_.joinable()) {
         heart_.request_stop();
         heart_.join();
     }
 }
 
-void LeaseHolder::releaseLease() {
+void DemandSide::releaseLease() {
     abandonLease();
     std::atomic_ref<Tick>(demand_->slots[0].heartbeatTickMs).store(0);
     std::atomic_ref<std::uint64_t>(demand_->slots[0].leaseId).store(0);
+}
+
+bool Viewer::Picture::isWhole() const {
+    return std::ranges::all_of(pixels, [&](std::byte byte) { return byte == pixels.front(); });
 }
 
 Viewer::Picture Viewer::read() {

@@ -85,13 +85,13 @@ private:
     const HANDLE process_;
 };
 
-// The leasing half of the camera's media source.
-class LeaseHolder {
+// The half of the camera's media source that asks for pictures.
+class DemandSide {
 public:
-    explicit LeaseHolder(const std::wstring& demandPath) : demand_(demandPath) {}
-    ~LeaseHolder() { releaseLease(); }
-    LeaseHolder(const LeaseHolder&) = delete;
-    LeaseHolder& operator=(const LeaseHolder&) = delete;
+    explicit DemandSide(const std::wstring& demandPath) : demand_(demandPath) {}
+    ~DemandSide() { releaseLease(); }
+    DemandSide(const DemandSide&) = delete;
+    DemandSide& operator=(const DemandSide&) = delete;
 
     void takeLease();     // slot 0, kept alive by a thread
     void releaseLease();  // gives it back
@@ -104,10 +104,10 @@ private:
 };
 
 // The whole of it: holds leases and looks at latest.frame.
-class Viewer : public LeaseHolder {
+class Viewer : public DemandSide {
 public:
     Viewer(const std::wstring& bridgePath, const std::wstring& demandPath)
-        : LeaseHolder(demandPath), bridge_(bridgePath) {}
+        : DemandSide(demandPath), bridge_(bridgePath) {}
 
     volatile BridgeHeader& header() { return bridge_->header; }
 
@@ -115,6 +115,9 @@ public:
     struct Picture {
         BridgeHeader header{};
         std::vector<std::byte> pixels;
+
+        // Each byte of a stub's frame is its number in its run: a frame that mixes two is torn.
+        bool isWhole() const;
     };
     Picture read();
 

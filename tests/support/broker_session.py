@@ -65,7 +65,7 @@ def threads(pid):
 
 
 def memory(pid):
-    """Private: clean and dirty pages. Clean ones of a library become shared when anybody else maps it too, so
+    """Private: clean and dirty pages. Clean ones of a library become shared when another process maps it too, so
     that growth shows in the dirty ones alone. The larger of two sums: once in a thousand times one comes out as a
     small part of what is there, for a reason that is not known."""
     texts = [pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text() for _ in range(2)]
@@ -198,7 +198,7 @@ class Bridge:
 
     @contextlib.contextmanager
     def lease(self):
-        """Holds slot 0; nobody else of this session takes leases. The broker stops after the end of it."""
+        """Holds slot 0, the only lease of this session. The broker stops after the end of it."""
         released = threading.Event()
 
         def beat():

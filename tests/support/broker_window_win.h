@@ -12,6 +12,7 @@
 
 #include "broker_run_win.h"
 #include "ui/controls.h"
+#include "ui/tray_text.h"
 
 namespace vextra::test {
 
@@ -33,7 +34,7 @@ public:
     bool enabled(ControlId id) const { return IsWindowEnabled(control(id)) != FALSE; }
     RECT place(ControlId id) const;  // in the client area
 
-    // With the mouse, in the middle of a button. Fails the test where nobody could: the button is hidden,
+    // With the mouse, in the middle of a button. Fails the test where a user could not: the button is hidden,
     // disabled or covered. Returns when its work is done.
     void press(ControlId id) const;
     // The same on another panel, whose tab is pressed first.
@@ -65,7 +66,7 @@ public:
     // The control that has the keyboard.
     ControlId focused() const;
     bool focus(ControlId id) const;   // false when it did not take the keyboard
-    void key(WORD virtualKey) const;  // to whoever has the keyboard
+    void key(WORD virtualKey) const;  // to the control that has the keyboard
     // With the keyboard that the whole session shares, while `held` are down too.
     static bool keyForReal(WORD virtualKey, const std::vector<WORD>& held);
 

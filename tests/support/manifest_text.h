@@ -9,7 +9,7 @@
 namespace vextra::test {
 
 inline const UpdateChannelIdentity& testChannel() {
-    static const UpdateChannelIdentity channel{"https://updates.example:8443", {}};
+    static const UpdateChannelIdentity channel{"https://updates.example:8443", EcPoint{std::byte{4}}};
     return channel;
 }
 

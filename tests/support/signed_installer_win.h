@@ -27,7 +27,7 @@ public:
         folder_.put("Setup.exe", bytes, reply);
         return manifestOf(lowerHex(sha256Of(std::as_bytes(std::span(bytes))).value()), bytes.size());
     }
-    // Announces a file whatever lies on the server.
+    // Announces a file that need not lie on the server.
     UpdateManifest manifestOf(const std::string& sha256, std::uint64_t sizeBytes) const {
         UpdateManifest manifest{version_, installerUrl(version_, channel_), sha256, sizeBytes, ""};
         manifest.signature = signMessage(buildSignedMessage(manifest), key_).value();

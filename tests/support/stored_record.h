@@ -1,4 +1,4 @@
-// Stored records, byte by byte, as somebody else would write them: not by the code under test.
+// Stored records, byte by byte, written out here: not made by the code under test.
 #pragma once
 
 #include <bit>

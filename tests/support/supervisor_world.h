@@ -79,8 +79,7 @@ public:
         if (!producerStarts)
             return false;
         const bool gstreamer = settings.decoder != DecoderBackend::kFfmpeg && !test && gstreamerInstalled;
-        shared.effectiveBackend =
-            static_cast<std::uint32_t>(gstreamer ? EffectiveBackend::kGstreamer : EffectiveBackend::kFfmpeg);
+        shared.effectiveBackend = gstreamer ? EffectiveBackend::kGstreamer : EffectiveBackend::kFfmpeg;
         producerRuns = true;
         return true;
     }
@@ -109,11 +108,11 @@ public:
             pass(supervisor);
     }
     NextPass command(Supervisor& supervisor, SupervisorCommand value) {
-        shared.mailbox = static_cast<std::uint32_t>(value);
+        shared.mailbox = value;
         return pass(supervisor);
     }
 
-    BrokerStatus status() const { return static_cast<BrokerStatus>(shared.status.load()); }
+    BrokerStatus status() const { return shared.status; }
     std::size_t countLogged(EventCode code) const {
         return static_cast<std::size_t>(
             std::count_if(log.begin(), log.end(), [&](const Logged& line) { return line.code == code; }));

@@ -7,23 +7,22 @@
 
 #include <string>
 
+#include "base/text.h"
 #include "broker_fixture_win.h"
 #include "services_win.h"
 #include "update/channel.h"
-#include "update/channel_key.h"
-#include "update/strict_url.h"
 
 namespace vextra {
 namespace {
 
-// Without its variables this broker has a channel that nobody can reach.
+// Without its variables this broker has a channel that cannot be reached.
 UpdateChannelIdentity channelOfTheTest() {
     UpdateChannelIdentity channel{"https://test.invalid", {}};
     const auto origin = test::variable(L"VEXTRA_TEST_CHANNEL_ORIGIN");
     const auto keyFile = test::variable(L"VEXTRA_TEST_CHANNEL_KEY");
     if (!origin || !keyFile)
         return channel;
-    channel.origin = narrowedUrl(*origin).view();
+    channel.origin = narrowedAscii(*origin).view();
     channel.publicKey = publicKeyFromPem(readFile(test::windowsPath(*keyFile))).value();
     return channel;
 }

@@ -63,7 +63,7 @@ inline std::string uniqueTestNumber() {
 // A folder on the server, gone when this ends.
 class ServedFolder {
 public:
-    // `place`: behind the server's root, "/folder".
+    // `place`: below the server's root, "/folder".
     ServedFolder(const UpdateServer& server, std::string place)
         : place_(std::move(place)), path_(server.www() + asPath(place_)) {
         std::filesystem::create_directories(path_);

@@ -22,7 +22,7 @@ namespace vextra::test {
 inline constexpr CameraUse kIdleCamera{false, false, 0};
 
 struct Said {
-    enum class Where { kStatus = 1, kNotice, kBalloon, kQuestion, kLog } where;
+    enum class Where { kStatus = 1, kBalloon, kQuestion, kLog } where;
     std::wstring text;
     bool operator==(const Said&) const = default;
 };
@@ -42,14 +42,9 @@ protected:
         download = {true, L"C:\\u\\Setup.exe", L"verified"};
     }
 
-    UpdateChannelDoors doors() {
+    UpdateSystemDoors systemDoors() {
         return {
             .now = [this] { return now; },
-            .settings =
-                [this] {
-                    return UpdateSettings{disabled, SecretText(manifestUrl)};
-                },
-            .camera = [this] { return camera; },
             .ask =
                 [this](const UpdateQuestion& question) {
                     say(kQuestion, std::wstring(question.title) + L"|" + std::wstring(question.text));
@@ -57,24 +52,13 @@ protected:
                         whileAsking();
                     return answer;
                 },
-            .showStatus = [this](std::wstring_view text) { say(kStatus, text); },
-            .showNotice = [this](std::wstring_view text) { say(kNotice, text); },
-            .showBalloon =
-                [this](std::wstring_view title, std::wstring_view text) {
-                    say(kBalloon, std::wstring(title) + L"|" + std::wstring(text));
-                },
-            .log =
-                [this](EventCode code, std::int32_t value) {
-                    const std::string_view name = eventText(code);
-                    say(kLog, std::wstring(name.begin(), name.end()) + L" " + std::to_wstring(value));
-                },
             .openInstaller =
                 [this](const UpdateManifest& manifest, const std::wstring& path) {
                     opened.emplace_back(manifest.version, path);
                     return installerOpens;
                 },
             .runCheck =
-                [this](UpdateCheckRequest request, const std::atomic<bool>& cancel) {
+                [this](const UpdateCheckRequest& request, const std::atomic<bool>& cancel) {
                     const std::wstring_view url = request.manifestUrl.view();
                     checked.emplace_back(url);
                     stayUntilToldOtherwise(cancel);
@@ -87,6 +71,25 @@ protected:
                     progressPercent = 42;
                     stayUntilToldOtherwise(cancel);
                     return download;
+                },
+        };
+    }
+    UpdateWindowDoors windowDoors() {
+        return {
+            .settings =
+                [this] {
+                    return UpdateSettings{disabled, SecretText(manifestUrl)};
+                },
+            .camera = [this] { return camera; },
+            .showStatus = [this](std::wstring_view text) { say(kStatus, text); },
+            .showBalloon =
+                [this](std::wstring_view title, std::wstring_view text) {
+                    say(kBalloon, std::wstring(title) + L"|" + std::wstring(text));
+                },
+            .log =
+                [this](EventCode code, std::int32_t value) {
+                    const std::string_view name = eventText(code);
+                    say(kLog, std::wstring(name.begin(), name.end()) + L" " + std::to_wstring(value));
                 },
             .postCompletion =
                 [this](UpdateCompletion completion) {
@@ -159,7 +162,7 @@ protected:
     std::condition_variable postedOne;
     std::vector<UpdateCompletion> posted;  // guarded by postLock
 
-    UpdateChannel channel{testChannel(), doors()};
+    UpdateChannel channel{testChannel(), systemDoors(), windowDoors()};
 };
 
 }  // namespace vextra::test

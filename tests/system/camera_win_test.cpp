@@ -6,7 +6,7 @@
 
 #include "base/text.h"
 #include "bridge/bridge_location.h"
-#include "bridge/demand_channel.h"
+#include "bridge/shared_file_win.h"
 #include "broker_test_win.h"
 #include "stub_camera/stub_camera_install_win.h"
 #include "ui/controls.h"
@@ -298,10 +298,12 @@ protected:
         writeFile(broker().dataFolder() + L"\\app.lock", bytes);
     }
 };
+using ReleaseShutdownCommand = ShutdownCommand;
+using FullShutdownCommand = ShutdownCommand;
 
 constexpr Tick kBrokerEndWaitMs = 10'000;
 
-TEST_F(ShutdownCommand, WaitsTenSecondsForABrokerThatHangs) {
+TEST_F(ReleaseShutdownCommand, WaitsTenSecondsForABrokerThatHangs) {
     broker().start(L"--test-pattern");
     {
         const Suspension hanging(broker().process());
@@ -313,7 +315,7 @@ TEST_F(ShutdownCommand, WaitsTenSecondsForABrokerThatHangs) {
     EXPECT_EQ(broker().waitForExit(5000), 0u);  // the signal was not lost
 }
 
-TEST_F(ShutdownCommand, LeavesABrokerWithAPreviewRunning) {
+TEST_F(FullShutdownCommand, LeavesABrokerWithAPreviewRunning) {
     broker().start(L"--test-pattern");
     broker().command(kIdPreview);
     ASSERT_TRUE(broker().waitForEvent("MANUAL_PREVIEW_BEGIN_60S"));
@@ -332,7 +334,7 @@ TEST_F(ShutdownCommand, EndsABrokerWhosePreviewIsOver) {
     EXPECT_EQ(broker().waitForExit(1000), 0u);
 }
 
-TEST_F(ShutdownCommand, EndsABrokerWhoseLeaseIsStale) {
+TEST_F(ReleaseShutdownCommand, EndsABrokerWhoseLeaseIsStale) {
     broker().start(L"--test-pattern");
     viewer().takeLease();
     viewer().abandonLease();
@@ -413,6 +415,7 @@ protected:
 
     UniqueHandle process;
 };
+using FullShutdownOfABrokerThatCannotBeAsked = ShutdownOfABrokerThatCannotBeAsked;
 
 TEST_F(ShutdownOfABrokerThatCannotBeAsked, SucceedsWhenItEnds) {
     const std::jthread ending([this] {
@@ -422,7 +425,7 @@ TEST_F(ShutdownOfABrokerThatCannotBeAsked, SucceedsWhenItEnds) {
     EXPECT_EQ(shutDown(), 0u);
 }
 
-TEST_F(ShutdownOfABrokerThatCannotBeAsked, FailsWhenItDoesNotEndInTenSeconds) {
+TEST_F(FullShutdownOfABrokerThatCannotBeAsked, FailsWhenItDoesNotEndInTenSeconds) {
     const Tick before = GetTickCount64();
     EXPECT_EQ(shutDown(), 9u);
     EXPECT_GE(GetTickCount64() - before, kBrokerEndWaitMs - 20);  // the clock moves in steps

@@ -1,4 +1,4 @@
-// A broker whose camera somebody watches; the decoder is the stub, whose frames are numbers.
+// A broker whose camera a viewer watches; the decoder is the stub, whose frames are numbers.
 #pragma once
 
 #include <cstdint>

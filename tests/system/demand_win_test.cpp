@@ -2,14 +2,13 @@
 // the lease. The decoder is the stub, whose frames are numbers.
 #include <windows.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <span>
 
 #include "base/fnv1a.h"
 #include "bridge/bridge_location.h"
-#include "core/supervisor_thread_win.h"
+#include "core/window_messages_win.h"
 #include "demand_test_win.h"
 #include "ui/controls.h"
 
@@ -19,18 +18,14 @@ namespace {
 namespace fs = std::filesystem;
 
 class Demand : public DemandTest {};
-
-// Each byte of a stub's frame is its number in its run: a frame that mixes two is torn.
-bool isWhole(const std::vector<std::byte>& pixels) {
-    return std::all_of(pixels.begin(), pixels.end(), [&](std::byte byte) { return byte == pixels.front(); });
-}
+using ReleaseDemand = Demand;
 
 TEST_F(Demand, ALeaseMakesWholeFramesLive) {
     goLive();
     for (int i = 0; i < 50; ++i) {
         const Viewer::Picture picture = viewer().read();
         ASSERT_EQ(picture.header.state, static_cast<std::uint32_t>(BridgeState::kLive));
-        ASSERT_TRUE(isWhole(picture.pixels));
+        ASSERT_TRUE(picture.isWhole());
         Sleep(10);
     }
 }
@@ -82,7 +77,7 @@ TEST_F(Demand, TheDecoderStopsAboutHalfASecondAfterTheLease) {
     EXPECT_EQ(viewer().header().sequence % 2, 0u);
 }
 
-TEST_F(Demand, AHolderThatCrashedLosesItsLeaseAfterThreeSeconds) {
+TEST_F(ReleaseDemand, AHolderThatCrashedLosesItsLeaseAfterThreeSeconds) {
     goLive();
     viewer().abandonLease();
     const Tick lastBeat = viewer().demand().slots[0].heartbeatTickMs;
@@ -162,7 +157,7 @@ TEST_F(Demand, FramesLeaveNoTraceWithoutAnEvidenceFolder) {
     EXPECT_FALSE(fs::exists(kDump));
 }
 
-TEST_F(Demand, IdleNothingIsLogged) {
+TEST_F(ReleaseDemand, IdleNothingIsLogged) {
     startWithTestPattern();
     ASSERT_TRUE(broker().waitForEvent("MF_UPDATE_CHECK_COMPLETED", 20'000));
     const std::size_t before = broker().events().size();

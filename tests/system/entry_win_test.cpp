@@ -11,6 +11,7 @@
 #include <sstream>
 #include <thread>
 
+#include "base/product.h"
 #include "base/system_win.h"
 #include "bridge/bridge_location.h"
 #include "broker_test_win.h"
@@ -32,6 +33,7 @@ protected:
     std::string output(const wchar_t* name) { return readFile(broker().dataFolder() + L"\\" + name); }
     void setInstallDir(const std::wstring& folder) { machine_.setString(kInstallDirValue, folder); }
 };
+using ReleaseEntry = Entry;
 
 // A message box of the broker, as soon as it stands; its button is pressed and its text returned.
 std::wstring answerBox() {
@@ -61,7 +63,7 @@ TEST_F(Entry, HelpWritesItsTextAndEnds) {
 
 TEST_F(Entry, VersionWritesItsTextAndEnds) {
     EXPECT_EQ(broker().runToEnd(L"--version"), 0u);
-    EXPECT_EQ(output(L"version.txt"), "0.2.0-beta.5\n");
+    EXPECT_EQ(output(L"version.txt"), VEXTRA_VERSION "\n");
 }
 
 TEST_F(Entry, HelpWinsOverVersion) {
@@ -73,7 +75,8 @@ TEST_F(Entry, HelpWinsOverVersion) {
 TEST_F(Entry, TheSelfTestWinsOverHelp) {
     EXPECT_EQ(broker().runToEnd(L"--runtime-self-test --help"), 0u);
     EXPECT_EQ(output(L"runtime-self-test.json"),
-              "{\"version\":\"0.2.0-beta.5\",\"pureContracts\":true,\"ffmpegAvailable\":true,"
+              "{\"version\":\"" VEXTRA_VERSION
+              "\",\"pureContracts\":true,\"ffmpegAvailable\":true,"
               "\"gstreamerAvailable\":false,\"settingsLoaded\":false,\"networkUsed\":false}\n");
     EXPECT_FALSE(fs::exists(broker().dataFolder() + L"\\cli-help.txt"));
 }
@@ -88,7 +91,7 @@ TEST_F(Entry, OutputsGoToTheEvidenceFolderWhereOneIsGiven) {
     const std::wstring evidence = machine_.root() + L"\\evidência com espaço";
     fs::create_directories(evidence);
     EXPECT_EQ(broker().runToEnd(L"--version --evidence-dir \"" + evidence + L"\""), 0u);
-    EXPECT_EQ(readFile(evidence + L"\\version.txt"), "0.2.0-beta.5\n");
+    EXPECT_EQ(readFile(evidence + L"\\version.txt"), VEXTRA_VERSION "\n");
     EXPECT_FALSE(fs::exists(broker().dataFolder() + L"\\version.txt"));
 }
 
@@ -100,7 +103,7 @@ TEST_F(Entry, AnOutputReplacesTheOldFile) {
     fs::create_directories(broker().dataFolder());
     writeFile(broker().dataFolder() + L"\\version.txt", std::string(100, 'x'));
     EXPECT_EQ(broker().runToEnd(L"--version"), 0u);
-    EXPECT_EQ(output(L"version.txt"), "0.2.0-beta.5\n");
+    EXPECT_EQ(output(L"version.txt"), VEXTRA_VERSION "\n");
 }
 
 TEST_F(Entry, InstallShowsItsHintAndDoesNothingElse) {
@@ -145,9 +148,9 @@ TEST_F(Entry, ARunWritesItsEventsInOrder) {
     ASSERT_EQ(broker().waitForExit(5000), 0u);
     // Two threads write, each in its own order; between the first and the last event they are not ordered.
     using Codes = std::vector<std::string>;
-    const Codes ofTheWindow{"APP_START_LIMITED_0.2.0-beta.5", "UI_READY", "AUTOMATIC_IDLE_READY",
+    const Codes ofTheWindow{"APP_START_LIMITED_" VEXTRA_VERSION, "UI_READY", "AUTOMATIC_IDLE_READY",
                             "TRAY_REMOVE", "APP_EXIT_CLEAN"};
-    const Codes ofTheSupervisor{"APP_START_LIMITED_0.2.0-beta.5", "MF_STARTUP", "STOP_COMPLETE",
+    const Codes ofTheSupervisor{"APP_START_LIMITED_" VEXTRA_VERSION, "MF_STARTUP", "STOP_COMPLETE",
                                 "MF_SHUTDOWN", "APP_EXIT_CLEAN"};
     const Codes events = broker().events();
     for (const Codes& expected : {ofTheWindow, ofTheSupervisor}) {
@@ -174,7 +177,7 @@ TEST_F(Entry, EveryEventLineHasTheOneForm) {
         EXPECT_TRUE(std::regex_match(line, form)) << line;
 }
 
-TEST_F(Entry, TestSecondsEndTheBroker) {
+TEST_F(ReleaseEntry, TestSecondsEndTheBroker) {
     broker().start(L"--test-pattern --test-seconds 2");
     EXPECT_FALSE(broker().waitForExit(500).has_value());
     EXPECT_EQ(broker().waitForExit(5000), 0u);
@@ -190,7 +193,7 @@ TEST_F(Entry, TheWindowHasItsClassTitleAndSize) {
     ASSERT_NE(broker().window(), nullptr);
     wchar_t title[128];
     GetWindowTextW(broker().window(), title, ARRAYSIZE(title));
-    EXPECT_STREQ(title, L"Câmera Virtual Vextra MF — 0.2.0-beta.5");
+    EXPECT_STREQ(title, L"Câmera Virtual Vextra MF — " VEXTRA_VERSION_W);
     RECT client{};
     GetClientRect(broker().window(), &client);
     EXPECT_EQ(client.right, 980);
@@ -267,7 +270,7 @@ TEST_F(Entry, ASecondStartEndsWith2AndShowsTheFirstWindow) {
     EXPECT_TRUE(broker().waitForEvent("UI_SHOW_IDEMPOTENT"));
 }
 
-TEST_F(Entry, FiftySecondStartsLeaveTheFirstAndItsLogAlone) {
+TEST_F(ReleaseEntry, FiftySecondStartsLeaveTheFirstAndItsLogAlone) {
     broker().start(L"--test-pattern --background");
     for (int i = 0; i < 50; ++i)
         ASSERT_EQ(broker().runToEnd(L"--test-pattern"), 2u) << "start " << i;
@@ -284,7 +287,7 @@ TEST_F(Entry, TheLockFileHoldsTheProcessId) {
     EXPECT_EQ(fs::file_size(broker().dataFolder() + L"\\app.lock"), 4u);
 }
 
-// Its id may be another program's by the time that somebody asks for the broker.
+// Its id may be another program's by the time that the broker is asked for.
 TEST_F(Entry, ABrokerThatEndedIsNamedByNobody) {
     broker().start(L"--test-pattern");
     broker().command(202);
@@ -371,7 +374,7 @@ TEST_F(Entry, ShuttingDownIsRefusedDuringALeaseWithoutASignal) {
     broker().start(L"--test-pattern");
     viewer().takeLease();
     {
-        // A running broker would take the signal, and lose it, before anybody could look.
+        // A running broker would take the signal, and lose it, before the test could look.
         const Suspension still(broker().process());
         EXPECT_EQ(broker().runToEnd(L"--shutdown-broker"), 9u);
         const std::wstring name = L"Local\\VextraMfBetaStop_" + currentUserSidString();

@@ -30,10 +30,7 @@ protected:
         ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
     }
 };
-
-bool isWhole(const std::vector<std::byte>& pixels) {
-    return std::all_of(pixels.begin(), pixels.end(), [&](std::byte byte) { return byte == pixels.front(); });
-}
+using ReleaseFaults = Faults;
 
 // --- The decoder ---
 
@@ -47,8 +44,7 @@ TEST_F(Faults, ADecoderKilledInMidFrameIsReplaced) {
     ASSERT_TRUE(TerminateProcess(child.get(), 1));
     ASSERT_TRUE(viewer().waitForState(BridgeState::kUnavailable, 2000));
     ASSERT_TRUE(viewer().waitForState(BridgeState::kLive, 4000));
-    EXPECT_TRUE(isWhole(viewer().read().pixels))
-        << "half a frame of the dead decoder got into the next one's";
+    EXPECT_TRUE(viewer().read().isWhole()) << "half a frame of the dead decoder got into the next one's";
     EXPECT_EQ(broker().countEvents("PRODUCER_RECONNECT_FALLBACK"), 1u);
 }
 
@@ -65,7 +61,7 @@ TEST_F(Faults, ADecoderThatFallsSilentIsShownAsFallbackAndReplaced) {
     EXPECT_TRUE(viewer().waitForState(BridgeState::kLive, 4000));
 }
 
-TEST_F(Faults, ADecoderThatNeverShowsAFrameIsReplacedAtItsDeadline) {
+TEST_F(ReleaseFaults, ADecoderThatNeverShowsAFrameIsReplacedAtItsDeadline) {
     decoder().behave("then=hang");
     const Tick began = GetTickCount64();
     startAndWatch();
@@ -85,7 +81,7 @@ TEST_F(Faults, ADecoderFasterThanItShouldBeTearsNothing) {
     decoder().behave("frames=endless");
     goLive();
     for (int i = 0; i < 50; ++i)
-        ASSERT_TRUE(isWhole(viewer().read().pixels));
+        ASSERT_TRUE(viewer().read().isWhole());
     EXPECT_EQ(broker().countEvents("PRODUCER_RECONNECT_FALLBACK"), 0u);
 }
 
@@ -119,7 +115,7 @@ TEST_P(DamagedBridge, IsReportedOverAndOverUntilItIsRepaired) {
     decoder().behave("frames=endless\nframesPerSecond=16");
     broker().start(L"--test-pattern --background");
     GetParam().doIt(machine_);
-    LeaseHolder demand(machine_.demandPath());
+    DemandSide demand(machine_.demandPath());
     demand.takeLease();
     ASSERT_TRUE(waitUntil([&] { return broker().countEvents("BRIDGE_OPEN_FAILED") > 20; }, 5000));
     EXPECT_EQ(broker().countEvents("DEMAND_BEGIN_DEVICE_UNCHANGED"), 0u);
@@ -243,7 +239,7 @@ TEST_F(Faults, ABrokerKilledInsideAnUpdateIsRepairedByTheNext) {
     ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
     const Viewer::Picture picture = viewer().read();  // which no odd word would let through
     EXPECT_EQ(picture.header.state, static_cast<std::uint32_t>(BridgeState::kLive));
-    EXPECT_TRUE(isWhole(picture.pixels));
+    EXPECT_TRUE(picture.isWhole());
 }
 
 // --- Neighbours ---
@@ -263,7 +259,7 @@ int leasesShown(const BrokerWindow& window) {
     return at == std::wstring::npos ? -99 : std::stoi(view.substr(at + kKey.size()));
 }
 
-TEST_F(Faults, SlotsHammeredByAnotherProcessNeverCountMoreThanSixteen) {
+TEST_F(ReleaseFaults, SlotsHammeredByAnotherProcessNeverCountMoreThanSixteen) {
     decoder().behave("frames=endless\nframesPerSecond=16");
     std::jthread hammer([slots = wholeFile(viewer().demand())](const std::stop_token& stop) {
         std::mt19937_64 random(1);

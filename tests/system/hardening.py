@@ -1,6 +1,8 @@
 #!/usr/bin/env python3
 """What the headers and resources of the built programs promise: hardening.py BUILD"""
+import importlib
 import pathlib
+import re
 import sys
 import unittest
 
@@ -8,6 +10,8 @@ import pefile
 
 BUILD = pathlib.Path(sys.argv.pop())
 SOURCES = pathlib.Path(__file__).resolve().parents[2]
+sys.path.append(str(SOURCES / "packaging" / "release"))
+VERSION = importlib.import_module("product_version").version()
 BROKER = BUILD / "bin" / "CameraVirtualVextraMF.exe"
 PROVISIONER = BUILD / "tools" / "vextra-provision.exe"
 DECODER = BUILD / "deps" / "ffmpeg.exe"
@@ -99,7 +103,9 @@ class Broker(unittest.TestCase):
 
     def test_says_what_it_is(self):
         fixed = self.image.VS_FIXEDFILEINFO[0]
-        self.assertEqual((fixed.FileVersionMS, fixed.FileVersionLS), (0x00000002, 0x00000005))
+        numbers = [int(number) for number in re.findall(r"\d+", VERSION)] + [0]
+        self.assertEqual(fixed.FileVersionMS, numbers[0] << 16 | numbers[1])
+        self.assertEqual(fixed.FileVersionLS, numbers[2] << 16 | numbers[3])
         tables = [table for info in self.image.FileInfo[0] if hasattr(info, "StringTable") for table in info.StringTable]
         texts = {key.decode("utf-8"): value.decode("utf-8") for table in tables for key, value in table.entries.items()}
         self.assertEqual(
@@ -107,11 +113,11 @@ class Broker(unittest.TestCase):
             {
                 "CompanyName": "Vextra",
                 "FileDescription": "Câmera Virtual Vextra MF",
-                "FileVersion": "0.2.0-beta.5",
+                "FileVersion": VERSION,
                 "InternalName": "CameraVirtualVextraMF",
                 "OriginalFilename": "CameraVirtualVextraMF.exe",
                 "ProductName": "Câmera Virtual Vextra MF",
-                "ProductVersion": "0.2.0-beta.5",
+                "ProductVersion": VERSION,
             },
         )
 

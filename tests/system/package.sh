@@ -46,7 +46,8 @@ cmp "$first" "$dir/two/${first##*/}" || fail 'two packages of one build differ'
 # --- What is in it ---
 kind=''  # of a build of its own channel; others are trials, and say so
 [[ $(sed -n 's/^VEXTRA_UPDATE_ORIGIN:STRING=//p' "$build/CMakeCache.txt") != *.invalid ]] || kind=-trial
-[[ ${first##*/} == CameraVirtualVextraMF-0.2.0-beta.5$kind-windows-x64.zip ]] || fail "it is called ${first##*/}"
+version=$(/usr/bin/python3 -B "$root/packaging/release/product_version.py")
+[[ ${first##*/} == CameraVirtualVextraMF-$version$kind-windows-x64.zip ]] || fail "it is called ${first##*/}"
 if [[ -n $kind ]]; then
     grep -qaF VEXTRA_CHANNEL_KIND=trial "$build/bin/CameraVirtualVextraMF.exe" || fail 'the broker does not say its kind'
     ! pack "$dir/release" --release 2>"$dir/refusal.log" || fail 'a trial was released'

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Nobody can be given a program of the checked build: no package is made of one, whichever program it is.
+# No program of the checked build is handed out: no package is made of one, whichever program it is.
 #
 #   package_refusal.sh BUILD     BUILD: the checked build
 set -euo pipefail

@@ -92,14 +92,16 @@ protected:
     std::optional<DecoderInstall> install_;
     std::optional<FfmpegProcess> decoder_;
 };
+using TimedRealFfmpeg = RealFfmpegTest;
+using ReleaseTimedRealFfmpeg = RealFfmpegTest;
 
 // ---- the synthetic test picture ----
 
-TEST_F(RealFfmpegTest, SyntheticTestRunsAtSixteenFramesPerSecond) {
+TEST_F(ReleaseTimedRealFfmpeg, SyntheticTestRunsAtSixteenFramesPerSecond) {
     expectSixteenFramesPerSecond(kSynthetic, kSettleTime);
 }
 
-TEST_F(RealFfmpegTest, SyntheticTestMoves) {
+TEST_F(ReleaseTimedRealFfmpeg, SyntheticTestMoves) {
     FrameCollector frames = start(kSynthetic);
     frames.collect(1, kFirstFrameLimit);
     const std::vector<std::byte> first = frames.lastFrame();
@@ -108,7 +110,7 @@ TEST_F(RealFfmpegTest, SyntheticTestMoves) {
     EXPECT_NE(frames.lastFrame(), first);
 }
 
-TEST_F(RealFfmpegTest, StopEndsTheDecoderInTheMiddleOfItsWork) {
+TEST_F(TimedRealFfmpeg, StopEndsTheDecoderInTheMiddleOfItsWork) {
     FrameCollector frames = start(kSynthetic);
     frames.collect(1, kFirstFrameLimit);
     const FollowedProcess ffmpeg(decoder_->processId());
@@ -184,16 +186,17 @@ protected:
         EXPECT_LE(lasted, milliseconds(8000));
     }
 };
+using ReleaseTimedSilentSource = SilentSourceTest;
 
-TEST_F(SilentSourceTest, SilentRtspServerEndsTheDecoderAfterFiveSeconds) {
+TEST_F(ReleaseTimedSilentSource, SilentRtspServerEndsTheDecoderAfterFiveSeconds) {
     expectEndAfterFiveSeconds(L"rtsp://", "OPTIONS rtsp://");
 }
 
-TEST_F(SilentSourceTest, SilentHttpServerEndsTheDecoderAfterFiveSeconds) {
+TEST_F(ReleaseTimedSilentSource, SilentHttpServerEndsTheDecoderAfterFiveSeconds) {
     expectEndAfterFiveSeconds(L"http://", "GET /live");
 }
 
-TEST_F(RealFfmpegTest, ClosedPortEndsTheDecoder) {
+TEST_F(ReleaseTimedRealFfmpeg, ClosedPortEndsTheDecoder) {
     std::wstring url;
     {
         const SilentServer server;
@@ -236,37 +239,44 @@ class RtspCameraTest : public CameraTest {
 protected:
     RtspCameraTest() : CameraTest(L"VEXTRA_CAMERA_RTSP") {}
 };
+using TimedRtspCamera = RtspCameraTest;
+using FullRtspCamera = RtspCameraTest;
+using ReleaseTimedRtspCamera = RtspCameraTest;
 class RtspsCameraTest : public CameraTest {
 protected:
     RtspsCameraTest() : CameraTest(L"VEXTRA_CAMERA_RTSPS") {}
 };
+using ReleaseTimedRtspsCamera = RtspsCameraTest;
 class HttpCameraTest : public CameraTest {
 protected:
     HttpCameraTest() : CameraTest(L"VEXTRA_CAMERA_HTTP") {}
 };
+using ReleaseTimedHttpCamera = HttpCameraTest;
 class HttpsCameraTest : public CameraTest {
 protected:
     HttpsCameraTest() : CameraTest(L"VEXTRA_CAMERA_HTTPS") {}
 };
+using FullHttpsCamera = HttpsCameraTest;
+using ReleaseTimedHttpsCamera = HttpsCameraTest;
 
-TEST_F(RtspCameraTest, RunsOverTcpAtSixteenFramesPerSecond) {
+TEST_F(ReleaseTimedRtspCamera, RunsOverTcpAtSixteenFramesPerSecond) {
     const std::wstring url = camera_ + L"stream1";
     expectSixteenFramesPerSecond({.syntheticTest = false, .url = url, .transport = RtspTransport::kTcp},
                                  kRtspSettleTime);
 }
 
-TEST_F(RtspCameraTest, RunsOverUdpAtSixteenFramesPerSecond) {
+TEST_F(ReleaseTimedRtspCamera, RunsOverUdpAtSixteenFramesPerSecond) {
     const std::wstring url = camera_ + L"stream1";
     expectSixteenFramesPerSecond({.syntheticTest = false, .url = url, .transport = RtspTransport::kUdp},
                                  kRtspSettleTime);
 }
 
-TEST_F(RtspCameraTest, SmallStreamRunsAtSixteenFramesPerSecond) {
+TEST_F(FullRtspCamera, SmallStreamRunsAtSixteenFramesPerSecond) {
     const std::wstring url = camera_ + L"stream2";
     expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kRtspSettleTime);
 }
 
-TEST_F(RtspCameraTest, StreamThatIsNotThereEndsTheDecoder) {
+TEST_F(ReleaseTimedRtspCamera, StreamThatIsNotThereEndsTheDecoder) {
     const std::wstring url = camera_ + L"404";
     FrameCollector frames = start({.syntheticTest = false, .url = url});
     frames.collect(1, kFirstFrameLimit);
@@ -274,7 +284,7 @@ TEST_F(RtspCameraTest, StreamThatIsNotThereEndsTheDecoder) {
 }
 
 // Blue, green, red, alpha, and the rows from the top: /bars shows seven bars at 75 % above a white stripe.
-TEST_F(RtspCameraTest, ColoursAndOrientationAreTheCameras) {
+TEST_F(TimedRtspCamera, ColoursAndOrientationAreTheCameras) {
     struct Colour {
         const char* name;
         std::array<int, 4> bgra;
@@ -301,7 +311,7 @@ TEST_F(RtspCameraTest, ColoursAndOrientationAreTheCameras) {
     expectPixel(kFrameWidthPx / 2, kStripeRow, {"the stripe", {255, 255, 255, 255}});
 }
 
-TEST_F(RtspsCameraTest, RunsAtSixteenFramesPerSecond) {
+TEST_F(ReleaseTimedRtspsCamera, RunsAtSixteenFramesPerSecond) {
     const std::wstring url = camera_ + L"stream1";
     expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kRtspSettleTime);
 }
@@ -314,35 +324,35 @@ std::wstring withSchemeInCapitals(std::wstring url) {
     return url;
 }
 
-TEST_F(RtspCameraTest, PlaysWithItsSchemeInCapitals) {
+TEST_F(ReleaseTimedRtspCamera, PlaysWithItsSchemeInCapitals) {
     expectFrames(withSchemeInCapitals(camera_) + L"stream2");
 }
 
-TEST_F(RtspsCameraTest, PlaysWithItsSchemeInCapitals) {
+TEST_F(ReleaseTimedRtspsCamera, PlaysWithItsSchemeInCapitals) {
     expectFrames(withSchemeInCapitals(camera_) + L"stream2");
 }
 
-TEST_F(HttpCameraTest, PlaysWithItsSchemeInCapitals) {
+TEST_F(ReleaseTimedHttpCamera, PlaysWithItsSchemeInCapitals) {
     expectFrames(withSchemeInCapitals(camera_) + L"clip.mp4");
 }
 
 // Its pieces' addresses are made from the playlist's.
-TEST_F(HttpCameraTest, PlaysAPlaylistWithItsSchemeInCapitals) {
+TEST_F(ReleaseTimedHttpCamera, PlaysAPlaylistWithItsSchemeInCapitals) {
     expectFrames(withSchemeInCapitals(camera_) + L"hls/index.m3u8");
 }
 
-TEST_F(HttpsCameraTest, PlaysWithItsSchemeInCapitals) {
+TEST_F(ReleaseTimedHttpsCamera, PlaysWithItsSchemeInCapitals) {
     expectFrames(withSchemeInCapitals(camera_) + L"clip.mp4");
 }
 
 // ---- over HTTP ----
 
-TEST_F(HttpCameraTest, TransportStreamRunsAtSixteenFramesPerSecond) {
+TEST_F(ReleaseTimedHttpCamera, TransportStreamRunsAtSixteenFramesPerSecond) {
     const std::wstring url = camera_ + L"live.ts";
     expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kTransportStreamSettleTime);
 }
 
-TEST_F(HttpsCameraTest, TransportStreamRunsAtSixteenFramesPerSecond) {
+TEST_F(FullHttpsCamera, TransportStreamRunsAtSixteenFramesPerSecond) {
     const std::wstring url = camera_ + L"live.ts";
     expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kTransportStreamSettleTime);
 }

@@ -108,6 +108,8 @@ private:
     const ScopedVariable msvc_{L"GSTREAMER_1_0_ROOT_MSVC_X86_64", nullptr};
     const ScopedVariable x64_{L"GSTREAMER_1_0_ROOT_X86_64", nullptr};
 };
+using TimedGstreamerBroker = GstreamerBroker;
+using ReleaseTimedGstreamerBroker = GstreamerBroker;
 
 #define SKIP_WITHOUT_CAMERA(url, name) \
     if ((url).empty())                 \
@@ -115,16 +117,16 @@ private:
 
 // --- Discovery ---
 
-TEST_F(GstreamerBroker, SelfTestFindsTheRuntime) {
+TEST_F(ReleaseTimedGstreamerBroker, SelfTestFindsTheRuntime) {
     EXPECT_TRUE(selfTestFindsGstreamer());
 }
 
-TEST_F(GstreamerBroker, KeepsItsOwnListOfPlugins) {
+TEST_F(ReleaseTimedGstreamerBroker, KeepsItsOwnListOfPlugins) {
     broker().runToEnd(L"--runtime-self-test");
     EXPECT_TRUE(hasListOfPlugins());
 }
 
-TEST_F(GstreamerBroker, RejectsARuntimeThatLacksRtsp) {
+TEST_F(ReleaseTimedGstreamerBroker, RejectsARuntimeThatLacksRtsp) {
     SetEnvironmentVariableW(L"GSTREAMER_1_0_ROOT_X86_64", nullptr);
     installRuntimeWithoutRtsp();
     EXPECT_FALSE(selfTestFindsGstreamer());
@@ -132,20 +134,20 @@ TEST_F(GstreamerBroker, RejectsARuntimeThatLacksRtsp) {
 
 // Looking at its plugins loads them, and then they stay: the first start has to do without GStreamer. The
 // next one knows them from the list, can unload the runtime that it rejects, and takes the other.
-TEST_F(GstreamerBroker, TakesARuntimeBehindOneThatLacksRtspAtItsSecondStart) {
+TEST_F(ReleaseTimedGstreamerBroker, TakesARuntimeBehindOneThatLacksRtspAtItsSecondStart) {
     installRuntimeWithoutRtsp();
     selfTestFindsGstreamer();
     EXPECT_TRUE(selfTestFindsGstreamer());
     EXPECT_TRUE(selfTestFindsGstreamer());
 }
 
-TEST_F(GstreamerBroker, LoadsNothingWhileNobodyWantsIt) {
+TEST_F(ReleaseTimedGstreamerBroker, LoadsNothingWhileNobodyWantsIt) {
     startBroker(settingsFor(L"rtsp://127.0.0.1:9/x", DecoderBackend::kFfmpeg));
     ASSERT_TRUE(broker().waitForEvent(kFfmpegStart));
     EXPECT_FALSE(hasListOfPlugins());
 }
 
-TEST_F(GstreamerBroker, LooksForTheRuntimeAtTheFirstDemandNotAtTheStart) {
+TEST_F(ReleaseTimedGstreamerBroker, LooksForTheRuntimeAtTheFirstDemandNotAtTheStart) {
     ASSERT_TRUE(saveSettings(broker().dataFolder(),
                              settingsFor(L"rtsp://127.0.0.1:9/x", DecoderBackend::kGstreamer)));
     broker().start(L"--background");
@@ -168,9 +170,9 @@ struct Source {
     std::uint32_t measureMs;
 };
 
-class GstreamerSource : public GstreamerBroker, public ::testing::WithParamInterface<Source> {};
+class ReleaseTimedGstreamerSource : public GstreamerBroker, public ::testing::WithParamInterface<Source> {};
 
-TEST_P(GstreamerSource, RunsLiveAtSixteenFramesPerSecond) {
+TEST_P(ReleaseTimedGstreamerSource, RunsLiveAtSixteenFramesPerSecond) {
     const Source& source = GetParam();
     const std::wstring url = cameraUrl(source.camera, source.path);
     SKIP_WITHOUT_CAMERA(url, source.camera);
@@ -200,10 +202,10 @@ constexpr Source kSources[] = {
     {"HttpMp4", kHttp, L"clip.mp4", false, nullptr, 500, 3000},  // lasts 5 s
     {"HttpsTransportStream", kHttps, L"live.ts", false, kWithoutSoup, 2000, 6000},
 };
-INSTANTIATE_TEST_SUITE_P(Real, GstreamerSource, ::testing::ValuesIn(kSources),
+INSTANTIATE_TEST_SUITE_P(Real, ReleaseTimedGstreamerSource, ::testing::ValuesIn(kSources),
                          [](const auto& source) { return std::string(source.param.name); });
 
-TEST_F(GstreamerBroker, PlaysAnAddressWhoseSchemeHasCapitals) {
+TEST_F(ReleaseTimedGstreamerBroker, PlaysAnAddressWhoseSchemeHasCapitals) {
     std::wstring url = cameraUrl(kRtsp, L"stream2");
     SKIP_WITHOUT_CAMERA(url, kRtsp);
     url.replace(0, 4, L"RtSP");
@@ -212,7 +214,7 @@ TEST_F(GstreamerBroker, PlaysAnAddressWhoseSchemeHasCapitals) {
 }
 
 // With GIO's module for TLS in the runtime; without it the pipeline says so on its bus, at once.
-TEST_F(GstreamerBroker, PlaysRtspsWhereTheRuntimeCanAndLeavesItToFfmpegWhereNot) {
+TEST_F(ReleaseTimedGstreamerBroker, PlaysRtspsWhereTheRuntimeCanAndLeavesItToFfmpegWhereNot) {
     const std::wstring url = cameraUrl(kRtsps, L"stream2");
     SKIP_WITHOUT_CAMERA(url, kRtsps);
     startLive(settingsFor(url, DecoderBackend::kAutomatic));
@@ -244,35 +246,46 @@ protected:
         broker().terminate();
         return pixels;
     }
-};
 
-// That FFmpeg's is right has its own test (real_ffmpeg_win_test.cpp).
-TEST_P(GstreamerPicture, IsTheOneThatFfmpegShows) {
-    const std::wstring url = cameraUrl(GetParam().camera, GetParam().path);
-    SKIP_WITHOUT_CAMERA(url, GetParam().camera);
-    const ScopedVariable ranks(L"GST_PLUGIN_FEATURE_RANK", GetParam().ranks);
-    const std::vector<std::byte> ffmpeg = pictureOf(DecoderBackend::kFfmpeg, url);
-    const std::vector<std::byte> gstreamer = pictureOf(DecoderBackend::kGstreamer, url);
-    ASSERT_EQ(ffmpeg.size(), gstreamer.size());
-    std::uint64_t difference = 0;
-    for (std::size_t i = 0; i < ffmpeg.size(); ++i) {
-        difference += static_cast<std::uint64_t>(
-            std::abs(std::to_integer<int>(ffmpeg[i]) - std::to_integer<int>(gstreamer[i])));
+    // That FFmpeg's is right has its own test (real_ffmpeg_win_test.cpp).
+    void expectThePictureThatFfmpegShows() {
+        const std::wstring url = cameraUrl(GetParam().camera, GetParam().path);
+        SKIP_WITHOUT_CAMERA(url, GetParam().camera);
+        const ScopedVariable ranks(L"GST_PLUGIN_FEATURE_RANK", GetParam().ranks);
+        const std::vector<std::byte> ffmpeg = pictureOf(DecoderBackend::kFfmpeg, url);
+        const std::vector<std::byte> gstreamer = pictureOf(DecoderBackend::kGstreamer, url);
+        ASSERT_EQ(ffmpeg.size(), gstreamer.size());
+        std::uint64_t difference = 0;
+        for (std::size_t i = 0; i < ffmpeg.size(); ++i) {
+            difference += static_cast<std::uint64_t>(
+                std::abs(std::to_integer<int>(ffmpeg[i]) - std::to_integer<int>(gstreamer[i])));
+        }
+        const double mean = static_cast<double>(difference) / static_cast<double>(ffmpeg.size());
+        std::printf("mean difference of a channel: %.2f levels\n", mean);
+        EXPECT_LT(mean, 3.0);
     }
-    const double mean = static_cast<double>(difference) / static_cast<double>(ffmpeg.size());
-    std::printf("mean difference of a channel: %.2f levels\n", mean);
-    EXPECT_LT(mean, 3.0);
+};
+using TimedGstreamerPicture = GstreamerPicture;
+using ReleaseTimedGstreamerPicture = GstreamerPicture;
+
+TEST_P(TimedGstreamerPicture, IsTheOneThatFfmpegShows) {
+    expectThePictureThatFfmpegShows();
+}
+TEST_P(ReleaseTimedGstreamerPicture, IsTheOneThatFfmpegShows) {
+    expectThePictureThatFfmpegShows();
 }
 
-constexpr PictureSource kPictures[] = {
-    {"RtspOverTcp", kRtsp, L"bars", false, nullptr},
+constexpr PictureSource kPicture{"RtspOverTcp", kRtsp, L"bars", false, nullptr};
+constexpr PictureSource kOtherPictures[] = {
     {"RtspOverUdp", kRtsp, L"bars", true, nullptr},
     {"RtspMjpeg", kRtsp, L"bars-mjpeg", false, nullptr},
     {"HttpTransportStream", kHttp, L"bars.ts", false, nullptr},
     {"HttpsTransportStream", kHttps, L"bars.ts", false, kWithoutSoup},
 };
-INSTANTIATE_TEST_SUITE_P(Real, GstreamerPicture, ::testing::ValuesIn(kPictures),
-                         [](const auto& picture) { return std::string(picture.param.name); });
+constexpr auto pictureName = [](const auto& picture) { return std::string(picture.param.name); };
+INSTANTIATE_TEST_SUITE_P(Real, TimedGstreamerPicture, ::testing::Values(kPicture), pictureName);
+INSTANTIATE_TEST_SUITE_P(Real, ReleaseTimedGstreamerPicture, ::testing::ValuesIn(kOtherPictures),
+                         pictureName);
 
 // --- Faults on the way to the camera ---
 
@@ -285,7 +298,7 @@ struct FaultCase {
     DecoderBackend decoder;
 };
 
-class GstreamerFault : public GstreamerBroker, public ::testing::WithParamInterface<FaultCase> {
+class ReleaseTimedGstreamerFault : public GstreamerBroker, public ::testing::WithParamInterface<FaultCase> {
 protected:
     // Brings the fault about, and undoes it once the broker has given the pipeline up.
     void meetFault(TcpRelay& relay, const BrokerSettings& settings) {
@@ -323,7 +336,7 @@ protected:
     }
 };
 
-TEST_P(GstreamerFault, IsRecoveredFrom) {
+TEST_P(ReleaseTimedGstreamerFault, IsRecoveredFrom) {
     const std::wstring camera = cameraUrl(GetParam().camera, GetParam().path);
     SKIP_WITHOUT_CAMERA(camera, GetParam().camera);
     const CameraAddress address = parseCameraAddress(camera);
@@ -357,11 +370,11 @@ constexpr FaultCase kFaults[] = {
     {"HttpNotFoundAutomatic", Fault::kNotFound, kHttp, L"live.ts", kAuto},
     {"HttpRefusedAutomatic", Fault::kRefused, kHttp, L"live.ts", kAuto},
 };
-INSTANTIATE_TEST_SUITE_P(Real, GstreamerFault, ::testing::ValuesIn(kFaults),
+INSTANTIATE_TEST_SUITE_P(Real, ReleaseTimedGstreamerFault, ::testing::ValuesIn(kFaults),
                          [](const auto& fault) { return std::string(fault.param.name); });
 
 // Pictures without timestamps: no frame ever comes out of the pipeline, and no error either.
-TEST_F(GstreamerBroker, MultipartMjpegIsTakenOverByFfmpegAfterTheFirstFramesDeadline) {
+TEST_F(ReleaseTimedGstreamerBroker, MultipartMjpegIsTakenOverByFfmpegAfterTheFirstFramesDeadline) {
     const std::wstring url = cameraUrl(kHttp, L"live.mjpeg");
     SKIP_WITHOUT_CAMERA(url, kHttp);
     BrokerSettings settings = settingsFor(url, DecoderBackend::kAutomatic);
@@ -374,7 +387,7 @@ TEST_F(GstreamerBroker, MultipartMjpegIsTakenOverByFfmpegAfterTheFirstFramesDead
 }
 
 // The end of a file is the end of a stream, and the start after it plays it again.
-TEST_F(GstreamerBroker, PlaysAnEndedClipAgain) {
+TEST_F(ReleaseTimedGstreamerBroker, PlaysAnEndedClipAgain) {
     const std::wstring url = cameraUrl(kHttp, L"clip.mp4");
     SKIP_WITHOUT_CAMERA(url, kHttp);
     startLive(settingsFor(url, DecoderBackend::kGstreamer));
@@ -386,7 +399,7 @@ TEST_F(GstreamerBroker, PlaysAnEndedClipAgain) {
 
 // --- The end ---
 
-TEST_F(GstreamerBroker, StopsThePipelineAfterTheLastLease) {
+TEST_F(ReleaseTimedGstreamerBroker, StopsThePipelineAfterTheLastLease) {
     const std::wstring url = cameraUrl(kRtsp, L"stream2");
     SKIP_WITHOUT_CAMERA(url, kRtsp);
     startLive(settingsFor(url, DecoderBackend::kGstreamer));
@@ -395,7 +408,7 @@ TEST_F(GstreamerBroker, StopsThePipelineAfterTheLastLease) {
     EXPECT_TRUE(viewer().waitForState(BridgeState::kStopped));
 }
 
-TEST_F(GstreamerBroker, EndsCleanlyWhileAPipelinePlays) {
+TEST_F(TimedGstreamerBroker, EndsCleanlyWhileAPipelinePlays) {
     const std::wstring url = cameraUrl(kRtsp, L"stream2");
     SKIP_WITHOUT_CAMERA(url, kRtsp);
     startLive(settingsFor(url, DecoderBackend::kGstreamer));
@@ -405,7 +418,7 @@ TEST_F(GstreamerBroker, EndsCleanlyWhileAPipelinePlays) {
     EXPECT_EQ(broker().events().back(), "APP_EXIT_CLEAN");
 }
 
-TEST_F(GstreamerBroker, LogsNoAddress) {
+TEST_F(ReleaseTimedGstreamerBroker, LogsNoAddress) {
     const std::wstring url = cameraUrl(kRtsp, L"404");
     SKIP_WITHOUT_CAMERA(url, kRtsp);
     startBroker(settingsFor(url, DecoderBackend::kGstreamer));

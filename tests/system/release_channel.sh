@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Nobody is given a broker that can never be updated: a real server without a publisher's key is no build, a build
+# No broker is handed out that can never be updated: a real server without a publisher's key is no build, a build
 # without either is a trial, and only a broker with both makes a release.
 #
 #   release_channel.sh CXX     CXX: a compiler for this machine

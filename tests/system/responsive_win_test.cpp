@@ -6,7 +6,7 @@
 
 #include "broker_test_win.h"
 #include "broker_window_win.h"
-#include "core/supervisor_thread_win.h"
+#include "core/window_messages_win.h"
 
 namespace vextra::test {
 namespace {
@@ -41,8 +41,10 @@ protected:
 
     const BrokerWindow window{broker()};
 };
+using TimedResponsive = Responsive;
+using ReleaseTimedResponsive = Responsive;
 
-TEST_F(Responsive, FramesFlowWhileABoxIsOpen) {
+TEST_F(ReleaseTimedResponsive, FramesFlowWhileABoxIsOpen) {
     window.press(kIdTabDiagnostics);
     window.pressAndGoOn(kIdRepair);
     const HWND box = window.waitForBox();
@@ -51,7 +53,7 @@ TEST_F(Responsive, FramesFlowWhileABoxIsOpen) {
     EXPECT_TRUE(IsWindow(box));
 }
 
-TEST_F(Responsive, FramesFlowWhileTheTraysMenuIsOpen) {
+TEST_F(ReleaseTimedResponsive, FramesFlowWhileTheTraysMenuIsOpen) {
     PostMessageW(window.handle(), kMessageTray, 1, WM_RBUTTONUP);
     const HWND menu = window.waitForMenu();
     ASSERT_NE(menu, nullptr);
@@ -59,7 +61,7 @@ TEST_F(Responsive, FramesFlowWhileTheTraysMenuIsOpen) {
     EXPECT_TRUE(IsWindow(menu));
 }
 
-TEST_F(Responsive, FramesFlowWhileTheWindowIsMoved) {
+TEST_F(ReleaseTimedResponsive, FramesFlowWhileTheWindowIsMoved) {
     SetForegroundWindow(window.handle());
     PostMessageW(window.handle(), WM_SYSCOMMAND, SC_MOVE, 0);
     Sleep(300);
@@ -71,13 +73,13 @@ TEST_F(Responsive, FramesFlowWhileTheWindowIsMoved) {
     PostMessageW(window.handle(), WM_KEYDOWN, VK_ESCAPE, 1);
 }
 
-TEST_F(Responsive, FramesFlowWhileASourceListIsOpen) {
+TEST_F(ReleaseTimedResponsive, FramesFlowWhileASourceListIsOpen) {
     window.press(kIdTabSettings);
     SendMessageW(window.control(kIdSource), CB_SHOWDROPDOWN, TRUE, 0);
     EXPECT_LE(longestGapMs(), kLongestGapMs);
 }
 
-TEST_F(Responsive, TheWindowAnswersWhileTheDecoderHangs) {
+TEST_F(TimedResponsive, TheWindowAnswersWhileTheDecoderHangs) {
     decoder().behave("frames=0\nthen=hang");
     viewer().takeLease();
     ASSERT_TRUE(waitUntil([&] { return decoderHasStarted(); }, 5000));

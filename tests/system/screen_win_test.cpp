@@ -15,7 +15,7 @@ namespace {
 constexpr COLORREF kPlaceholder = RGB(18, 25, 36);
 constexpr POINT kInPreview{490, 290};  // above the words that lie over the placeholder
 
-class Screen : public WindowTest {
+class ReleaseScreen : public WindowTest {
 protected:
     bool waitForPlaceholder() {
         return waitUntil([&] { return window.pixel(kInPreview) == kPlaceholder; }, 4000);
@@ -30,7 +30,7 @@ protected:
     }
 };
 
-TEST_F(Screen, ShowsTheCameraOnlyWhileItIsLive) {
+TEST_F(ReleaseScreen, ShowsTheCameraOnlyWhileItIsLive) {
     start();
     ASSERT_TRUE(waitForPlaceholder());
     for (int round = 0; round < 2; ++round) {
@@ -49,7 +49,7 @@ TEST_F(Screen, ShowsTheCameraOnlyWhileItIsLive) {
     }
 }
 
-TEST_F(Screen, ShowsThePlaceholderForAStalledCamera) {
+TEST_F(ReleaseScreen, ShowsThePlaceholderForAStalledCamera) {
     decoder().behave("frames=20\nframesPerSecond=16\nthen=hang");
     start();
     goLive();
@@ -57,7 +57,7 @@ TEST_F(Screen, ShowsThePlaceholderForAStalledCamera) {
     EXPECT_TRUE(waitForPlaceholder());
 }
 
-TEST_F(Screen, DrawsTheTabOfThePanelThatIsShownAsSelected) {
+TEST_F(ReleaseScreen, DrawsTheTabOfThePanelThatIsShownAsSelected) {
     constexpr COLORREF kSelected = RGB(65, 41, 78), kUnselected = RGB(245, 246, 249);
     start();
     const ControlId tabs[] = {kIdTabCamera, kIdTabSettings, kIdTabDiagnostics};
@@ -73,7 +73,7 @@ TEST_F(Screen, DrawsTheTabOfThePanelThatIsShownAsSelected) {
     }
 }
 
-TEST_F(Screen, DrawsFieldsAndTextsDarkOnWhite) {
+TEST_F(ReleaseScreen, DrawsFieldsAndTextsDarkOnWhite) {
     constexpr COLORREF kText = RGB(39, 36, 46), kWhite = RGB(255, 255, 255);
     start();
     const auto has = [&](ControlId id, COLORREF colour) {
@@ -101,7 +101,7 @@ TEST_F(Screen, DrawsFieldsAndTextsDarkOnWhite) {
 
 // --- The mouse ---
 
-TEST_F(Screen, TakesAClickOnTheVeryEdgeOfAField) {
+TEST_F(ReleaseScreen, TakesAClickOnTheVeryEdgeOfAField) {
     start();
     window.press(kIdTabSettings);
     window.choose(kIdSource, 1);
@@ -119,7 +119,7 @@ TEST_F(Screen, TakesAClickOnTheVeryEdgeOfAField) {
     }
 }
 
-TEST_F(Screen, TakesARealClickOnTheVeryEdgeOfAField) {
+TEST_F(ReleaseScreen, TakesARealClickOnTheVeryEdgeOfAField) {
     start();
     window.press(kIdTabSettings);
     window.choose(kIdSource, 1);
@@ -134,7 +134,7 @@ TEST_F(Screen, TakesARealClickOnTheVeryEdgeOfAField) {
 
 // --- The keyboard ---
 
-TEST_F(Screen, TurnsItsPanelsWithCtrlAndTab) {
+TEST_F(ReleaseScreen, TurnsItsPanelsWithCtrlAndTab) {
     start();
     ASSERT_TRUE(window.focus(kIdAutomatic));
     const std::vector<WORD> forwards{VK_CONTROL}, backwards{VK_CONTROL, VK_SHIFT};
@@ -148,7 +148,7 @@ TEST_F(Screen, TurnsItsPanelsWithCtrlAndTab) {
 
 // --- What the buttons lead to ---
 
-TEST_F(Screen, LeavesAMeetingItsCameraWhenThePreviewIsEnded) {
+TEST_F(ReleaseScreen, LeavesAMeetingItsCameraWhenThePreviewIsEnded) {
     start();
     goLive();
     window.press(kIdPreview);
@@ -160,7 +160,7 @@ TEST_F(Screen, LeavesAMeetingItsCameraWhenThePreviewIsEnded) {
     EXPECT_EQ(viewer().header().state, static_cast<std::uint32_t>(BridgeState::kLive));
 }
 
-TEST_F(Screen, EndsThePreviewWhenAutomaticIsSuspended) {
+TEST_F(ReleaseScreen, EndsThePreviewWhenAutomaticIsSuspended) {
     start();
     window.press(kIdPreview);
     ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
@@ -176,7 +176,7 @@ TEST_F(Screen, EndsThePreviewWhenAutomaticIsSuspended) {
 
 // --- Diagnostics ---
 
-TEST_F(Screen, ReportsTheRateAtWhichFramesReallyCome) {
+TEST_F(ReleaseScreen, ReportsTheRateAtWhichFramesReallyCome) {
     start();
     goLive();
     window.press(kIdTabDiagnostics);
@@ -192,7 +192,7 @@ TEST_F(Screen, ReportsTheRateAtWhichFramesReallyCome) {
     EXPECT_TRUE(waitUntil([&] { return rate() == 0; }, 5000)) << rate();
 }
 
-TEST_F(Screen, ShowsTheNewestEventsWhenTheLogIsRefreshed) {
+TEST_F(ReleaseScreen, ShowsTheNewestEventsWhenTheLogIsRefreshed) {
     start();
     window.press(kIdTabDiagnostics);
     const auto firstLine = [&] {

@@ -6,6 +6,7 @@
 
 #include "demand_test_win.h"
 #include "ui/controls.h"
+#include "ui/tray_text.h"
 
 namespace vextra::test {
 namespace {
@@ -23,6 +24,7 @@ protected:
                state() != static_cast<std::uint32_t>(BridgeState::kLive);
     }
 };
+using ReleaseSystemNews = SystemNews;
 
 class PowerSleep : public SystemNews, public testing::WithParamInterface<WPARAM> {};
 INSTANTIATE_TEST_SUITE_P(AndWaking, PowerSleep, testing::Values(PBT_APMRESUMEAUTOMATIC, PBT_APMRESUMESUSPEND),
@@ -39,7 +41,7 @@ TEST_P(PowerSleep, ShowsFallbackAndWakingOpensANewGeneration) {
     EXPECT_TRUE(decoderHasStarted(2));
 }
 
-TEST_F(SystemNews, TheSecondMessageOfOneWakingIsNoFailure) {
+TEST_F(ReleaseSystemNews, TheSecondMessageOfOneWakingIsNoFailure) {
     goLive();
     for (const WPARAM event : {PBT_APMSUSPEND, PBT_APMRESUMEAUTOMATIC, PBT_APMRESUMESUSPEND})
         power(event);
@@ -47,7 +49,7 @@ TEST_F(SystemNews, TheSecondMessageOfOneWakingIsNoFailure) {
     EXPECT_EQ(broker().countEvents("PRODUCER_RECONNECT_FALLBACK"), 0u);
 }
 
-TEST_F(SystemNews, APreviewInAMeetingIsNoFailureOfItsPicture) {
+TEST_F(ReleaseSystemNews, APreviewInAMeetingIsNoFailureOfItsPicture) {
     goLive();
     broker().command(kIdPreview);
     ASSERT_TRUE(broker().waitForEvent("POWER_RESUME_RECOVER"));
@@ -55,7 +57,7 @@ TEST_F(SystemNews, APreviewInAMeetingIsNoFailureOfItsPicture) {
     EXPECT_EQ(broker().countEvents("PRODUCER_RECONNECT_FALLBACK"), 0u);
 }
 
-TEST_F(SystemNews, ALockedSessionShowsFallbackAndEndsThePreview) {
+TEST_F(ReleaseSystemNews, ALockedSessionShowsFallbackAndEndsThePreview) {
     startWithTestPattern();
     broker().command(kIdPreview);
     ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
@@ -69,15 +71,15 @@ struct SessionMessages {
     WPARAM leave;
     WPARAM comeBack;
 };
-class SessionLeft : public SystemNews, public testing::WithParamInterface<SessionMessages> {};
+class ReleaseSessionLeft : public SystemNews, public testing::WithParamInterface<SessionMessages> {};
 INSTANTIATE_TEST_SUITE_P(
-    By, SessionLeft,
+    By, ReleaseSessionLeft,
     testing::Values(SessionMessages{"Lock", WTS_SESSION_LOCK, WTS_SESSION_UNLOCK},
                     SessionMessages{"ConsoleDisconnect", WTS_CONSOLE_DISCONNECT, WTS_CONSOLE_CONNECT},
                     SessionMessages{"RemoteDisconnect", WTS_REMOTE_DISCONNECT, WTS_REMOTE_CONNECT}),
     [](const auto& each) { return each.param.name; });
 
-TEST_P(SessionLeft, ShowsFallbackUntilTheUserIsBack) {
+TEST_P(ReleaseSessionLeft, ShowsFallbackUntilTheUserIsBack) {
     goLive();
     say(GetParam().leave);
     ASSERT_TRUE(viewer().waitForState(BridgeState::kFallback));
@@ -88,7 +90,7 @@ TEST_P(SessionLeft, ShowsFallbackUntilTheUserIsBack) {
     EXPECT_EQ(broker().countEvents("SESSION_OWN_RESUME"), 1u);
 }
 
-TEST_P(SessionLeft, ALeaseThatIsTakenMeanwhileGetsNoPicture) {
+TEST_P(ReleaseSessionLeft, ALeaseThatIsTakenMeanwhileGetsNoPicture) {
     startWithTestPattern();
     say(GetParam().leave);
     viewer().takeLease();
@@ -99,7 +101,7 @@ TEST_P(SessionLeft, ALeaseThatIsTakenMeanwhileGetsNoPicture) {
     EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));
 }
 
-TEST_P(SessionLeft, WakingBringsNoPicture) {
+TEST_P(ReleaseSessionLeft, WakingBringsNoPicture) {
     goLive();
     say(GetParam().leave);
     ASSERT_TRUE(viewer().waitForState(BridgeState::kFallback));
@@ -109,7 +111,7 @@ TEST_P(SessionLeft, WakingBringsNoPicture) {
     EXPECT_EQ(broker().countEvents("POWER_RESUME_RECOVER"), 0u);
 }
 
-TEST_F(SystemNews, ConnectingALockedSessionBringsNoPicture) {
+TEST_F(ReleaseSystemNews, ConnectingALockedSessionBringsNoPicture) {
     goLive();
     for (const WPARAM reason : {WTS_SESSION_LOCK, WTS_REMOTE_DISCONNECT, WTS_REMOTE_CONNECT})
         say(reason);
@@ -119,7 +121,7 @@ TEST_F(SystemNews, ConnectingALockedSessionBringsNoPicture) {
     EXPECT_EQ(broker().countEvents("SESSION_OWN_RESUME"), 1u);
 }
 
-TEST_F(SystemNews, UnlockingEndsSuspendedAutomatic) {
+TEST_F(ReleaseSystemNews, UnlockingEndsSuspendedAutomatic) {
     goLive();
     broker().command(kIdAutomatic);
     ASSERT_TRUE(viewer().waitForState(BridgeState::kStopped));
@@ -128,7 +130,7 @@ TEST_F(SystemNews, UnlockingEndsSuspendedAutomatic) {
     EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));
 }
 
-TEST_F(SystemNews, OtherNewsOfTheSessionChangesNothing) {
+TEST_F(ReleaseSystemNews, OtherNewsOfTheSessionChangesNothing) {
     goLive();
     say(WTS_SESSION_REMOTE_CONTROL);
     EXPECT_TRUE(viewer().waitForFrameAfter(viewer().header().frameCounter + 16, 3000));
@@ -137,7 +139,7 @@ TEST_F(SystemNews, OtherNewsOfTheSessionChangesNothing) {
               0u);
 }
 
-TEST_F(SystemNews, TheEndOfTheSessionStopsTheDecoderAndTheBroker) {
+TEST_F(ReleaseSystemNews, TheEndOfTheSessionStopsTheDecoderAndTheBroker) {
     goLive();
     EXPECT_EQ(SendMessageW(broker().window(), WM_QUERYENDSESSION, 0, 0), TRUE);
     EXPECT_TRUE(viewer().waitForState(BridgeState::kStopped));
@@ -146,13 +148,13 @@ TEST_F(SystemNews, TheEndOfTheSessionStopsTheDecoderAndTheBroker) {
 }
 
 // As Windows sends it: a question, and in the end that nothing comes of it.
-class SessionEndCalledOff : public SystemNews {
+class ReleaseSessionEndCalledOff : public SystemNews {
 protected:
     void ask() { EXPECT_EQ(SendMessageW(broker().window(), WM_QUERYENDSESSION, 0, 0), TRUE); }
     void callOff() { SendMessageW(broker().window(), WM_ENDSESSION, FALSE, 0); }
 };
 
-TEST_F(SessionEndCalledOff, BringsThePictureBack) {
+TEST_F(ReleaseSessionEndCalledOff, BringsThePictureBack) {
     goLive();
     const std::uint64_t frames = viewer().header().frameCounter;
     ask();
@@ -163,7 +165,7 @@ TEST_F(SessionEndCalledOff, BringsThePictureBack) {
     EXPECT_EQ(broker().countEvents("MF_STARTUP"), 2u);
 }
 
-TEST_F(SessionEndCalledOff, AtOnceBringsThePictureBackToo) {
+TEST_F(ReleaseSessionEndCalledOff, AtOnceBringsThePictureBackToo) {
     goLive();
     ask();
     callOff();
@@ -171,7 +173,7 @@ TEST_F(SessionEndCalledOff, AtOnceBringsThePictureBackToo) {
     EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));
 }
 
-TEST_F(SessionEndCalledOff, AfterASecondQuestionBringsThePictureBackToo) {
+TEST_F(ReleaseSessionEndCalledOff, AfterASecondQuestionBringsThePictureBackToo) {
     goLive();
     ask();
     ASSERT_TRUE(viewer().waitForState(BridgeState::kStopped));
@@ -180,7 +182,7 @@ TEST_F(SessionEndCalledOff, AfterASecondQuestionBringsThePictureBackToo) {
     EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));
 }
 
-TEST_F(SessionEndCalledOff, LeavesAutomaticOffThatTheUserSwitchedOff) {
+TEST_F(ReleaseSessionEndCalledOff, LeavesAutomaticOffThatTheUserSwitchedOff) {
     goLive();
     broker().command(kIdAutomatic);
     ASSERT_TRUE(viewer().waitForState(BridgeState::kStopped));
@@ -193,7 +195,7 @@ TEST_F(SessionEndCalledOff, LeavesAutomaticOffThatTheUserSwitchedOff) {
     EXPECT_TRUE(viewer().waitForState(BridgeState::kLive));
 }
 
-TEST_F(SessionEndCalledOff, LeavesAProducerOffThatTheUserPaused) {
+TEST_F(ReleaseSessionEndCalledOff, LeavesAProducerOffThatTheUserPaused) {
     goLive();
     broker().command(kIdPause);
     ASSERT_TRUE(viewer().waitForState(BridgeState::kPaused));
@@ -204,7 +206,7 @@ TEST_F(SessionEndCalledOff, LeavesAProducerOffThatTheUserPaused) {
     EXPECT_EQ(state(), static_cast<std::uint32_t>(BridgeState::kStopped));
 }
 
-TEST_F(SessionEndCalledOff, LeavesABrokerThatEndsWhenItIsAsked) {
+TEST_F(ReleaseSessionEndCalledOff, LeavesABrokerThatEndsWhenItIsAsked) {
     goLive();
     ask();
     callOff();
@@ -215,7 +217,7 @@ TEST_F(SessionEndCalledOff, LeavesABrokerThatEndsWhenItIsAsked) {
     EXPECT_EQ(broker().waitForExit(5000), 0u);
 }
 
-TEST_F(SessionEndCalledOff, WithoutAQuestionChangesNothing) {
+TEST_F(ReleaseSessionEndCalledOff, WithoutAQuestionChangesNothing) {
     goLive();
     callOff();
     EXPECT_TRUE(viewer().waitForFrameAfter(viewer().header().frameCounter + 16, 3000));

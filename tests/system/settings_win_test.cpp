@@ -240,8 +240,9 @@ protected:
     // What lies beside the current record.
     bool newIsLeft() const { return fileExists(replacement); }
 };
+using ReleaseCrashingSave = CrashingSave;
 
-TEST_F(CrashingSave, OverARecordLeavesTheOldOrTheNewOne) {
+TEST_F(ReleaseCrashingSave, OverARecordLeavesTheOldOrTheNewOne) {
     const struct {
         unsigned moment;
         unsigned loads;
@@ -317,7 +318,7 @@ TEST_F(CrashingSave, MakesTheImportFailUntilItsRestIsRemoved) {
 }
 
 // From outside and at any moment, also in the middle of a call.
-TEST_F(CrashingSave, AtAnyMomentLosesNothing) {
+TEST_F(ReleaseCrashingSave, AtAnyMomentLosesNothing) {
     ASSERT_EQ(runSaver(1, 0), 0u);
     ASSERT_EQ(runSaver(2, 0), 0u);
     int restsLeft = 0;

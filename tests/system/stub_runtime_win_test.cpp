@@ -9,6 +9,7 @@
 #include "core/supervisor_thread_win.h"
 #include "stub_gstreamer/stub_runtime_win.h"
 #include "ui/controls.h"
+#include "ui/tray_text.h"
 
 namespace vextra::test {
 namespace {
@@ -48,6 +49,7 @@ protected:
 private:
     std::wstring record_;
 };
+using ReleaseStubRuntime = StubRuntime;
 
 // A damaged library, or a drive without a medium, must not stop the Supervisor behind a box.
 TEST_F(StubRuntime, IsLoadedInAnErrorModeThatPutsUpNoBoxAndReportsCrashes) {
@@ -97,7 +99,7 @@ TEST_F(StubRuntime, ThatLoadsSlowlyHoldsUpTheSupervisorButNotTheWindow) {
 }
 
 // The Supervisor is in the runtime's hands and never takes the command.
-TEST_F(StubRuntime, ThatHangsKeepsNobodyFromQuitting) {
+TEST_F(ReleaseStubRuntime, ThatHangsKeepsNobodyFromQuitting) {
     startBroker("initMs=60000");
     viewer().takeLease();
     ASSERT_TRUE(waitUntilItInitialises());
@@ -114,16 +116,16 @@ TEST_F(StubRuntime, ThatHangsKeepsNobodyFromQuitting) {
 
 std::atomic<bool> sourceFails{true};
 
-class FailureReason : public testing::Test {
+class ReleaseTimedFailureReason : public testing::Test {
 protected:
-    FailureReason() {
+    ReleaseTimedFailureReason() {
         makeStubRuntime(machine_.installRoot() + L"\\deps\\gstreamer\\bin", LibraryNames::kMinGw);
         GstApi& api = machine_.gstreamer.world().api;
         api.gst_bus_pop_filtered = [](GstBus*, std::int32_t) -> GstMessage* {
             static int error = 0;
             return sourceFails ? reinterpret_cast<GstMessage*>(&error) : nullptr;
         };
-        api.gst_mini_object_unref = [](void*) {};  // that error is nobody's
+        api.gst_mini_object_unref = [](void*) {};  // that error was never allocated
         static FakeGstreamer& gstreamer = machine_.gstreamer;
         static decltype(GstApi::gst_app_sink_try_pull_sample) pull = nullptr;
         pull = api.gst_app_sink_try_pull_sample;
@@ -139,7 +141,9 @@ protected:
             failSetUp("Supervisor's thread");
     }
     // Which is waited for as the thread's owner ends.
-    ~FailureReason() override { sendCommand(shared_, wakeEvent_.get(), SupervisorCommand::kQuit); }
+    ~ReleaseTimedFailureReason() override {
+        sendCommand(shared_, wakeEvent_.get(), SupervisorCommand::kQuit);
+    }
     bool reasonBecomes(const std::wstring& reason) {
         return waitUntil([&] { return failureReasonNow(shared_) == reason; }, 10'000);
     }
@@ -150,11 +154,18 @@ protected:
     EventLog log_{shared_.frameCounter};
     const UniqueHandle wakeEvent_{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
     const UniqueHandle stopSignal_{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
-    SupervisorThread supervisor_{{&shared_, &log_, wakeEvent_.get(), stopSignal_.get(),
-                                  machine_.installRoot(), L"", machine_.dataFolder()}};
+    SupervisorThread supervisor_{{
+        .shared = &shared_,
+        .log = &log_,
+        .wakeEvent = wakeEvent_.get(),
+        .stopSignal = stopSignal_.get(),
+        .installRoot = machine_.installRoot(),
+        .evidenceFolder = L"",
+        .gstreamerPlaces = {.installRoot = machine_.installRoot(), .dataFolder = machine_.dataFolder()},
+    }};
 };
 
-TEST_F(FailureReason, OfGstreamerStandsBesideTheStatusTextUntilAFrameIsLive) {
+TEST_F(ReleaseTimedFailureReason, OfGstreamerStandsBesideTheStatusTextUntilAFrameIsLive) {
     EXPECT_TRUE(reasonBecomes(L"Falha na origem GStreamer; endereço omitido."));
     EXPECT_TRUE(waitUntil(
         [&] {
@@ -164,7 +175,7 @@ TEST_F(FailureReason, OfGstreamerStandsBesideTheStatusTextUntilAFrameIsLive) {
         5000));
     sourceFails = false;
     EXPECT_TRUE(reasonBecomes(L""));
-    EXPECT_EQ(shared_.status, static_cast<std::uint32_t>(BrokerStatus::kLive));
+    EXPECT_EQ(shared_.status, BrokerStatus::kLive);
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 
 #include "broker_test_win.h"
 #include "broker_window_win.h"
-#include "core/supervisor_thread_win.h"
+#include "core/window_messages_win.h"
 
 namespace vextra::test {
 

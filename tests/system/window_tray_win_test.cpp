@@ -49,7 +49,7 @@ private:
     std::thread thread_;
 };
 
-class WindowAndTray : public WindowTest {
+class ReleaseWindowAndTray : public WindowTest {
 protected:
     void tray(UINT mouseMessage) {
         PostMessageW(window.handle(), kMessageTray, 1, static_cast<LPARAM>(mouseMessage));
@@ -67,7 +67,7 @@ protected:
 
 // --- Shown ---
 
-TEST_F(WindowAndTray, OpensAtItsPlaceAndLeavesTheKeyboardToOthers) {
+TEST_F(ReleaseWindowAndTray, OpensAtItsPlaceAndLeavesTheKeyboardToOthers) {
     const UsersWindow users;
     ASSERT_TRUE(users.hasTheKeyboard());
     start();
@@ -83,7 +83,7 @@ TEST_F(WindowAndTray, OpensAtItsPlaceAndLeavesTheKeyboardToOthers) {
 
 // --- The tray ---
 
-TEST_F(WindowAndTray, HidesInTheTrayWhenItIsClosed) {
+TEST_F(ReleaseWindowAndTray, HidesInTheTrayWhenItIsClosed) {
     start();
     close();
     EXPECT_FALSE(isShown());
@@ -91,7 +91,7 @@ TEST_F(WindowAndTray, HidesInTheTrayWhenItIsClosed) {
     EXPECT_TRUE(broker().waitForEvent("UI_HIDE_TRAY_ACTIVE"));
 }
 
-TEST_F(WindowAndTray, EndsThePreviewWhenItIsClosed) {
+TEST_F(ReleaseWindowAndTray, EndsThePreviewWhenItIsClosed) {
     start();
     window.press(kIdPreview);
     ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
@@ -99,7 +99,7 @@ TEST_F(WindowAndTray, EndsThePreviewWhenItIsClosed) {
     EXPECT_TRUE(viewer().waitForState(BridgeState::kStopped));
 }
 
-TEST_F(WindowAndTray, KeepsAMeetingGoingWhenItIsClosed) {
+TEST_F(ReleaseWindowAndTray, KeepsAMeetingGoingWhenItIsClosed) {
     start();
     goLive();
     close();
@@ -107,7 +107,7 @@ TEST_F(WindowAndTray, KeepsAMeetingGoingWhenItIsClosed) {
     EXPECT_TRUE(viewer().waitForFrameAfter(frames + 16));
 }
 
-TEST_F(WindowAndTray, ComesBackByAClickOnTheTrayIcon) {
+TEST_F(ReleaseWindowAndTray, ComesBackByAClickOnTheTrayIcon) {
     start();
     for (const UINT click : {WM_LBUTTONUP, WM_LBUTTONDBLCLK}) {
         close();
@@ -117,7 +117,7 @@ TEST_F(WindowAndTray, ComesBackByAClickOnTheTrayIcon) {
     EXPECT_TRUE(waitUntil([&] { return broker().countEvents("UI_SHOW_IDEMPOTENT") == 2; }, 2000));
 }
 
-TEST_F(WindowAndTray, ComesBackByAClickOnTheShellsOwnIcon) {
+TEST_F(ReleaseWindowAndTray, ComesBackByAClickOnTheShellsOwnIcon) {
     start();
     close();
     // Wine draws the tray itself where the desktop has none: a window for each icon.
@@ -134,7 +134,7 @@ TEST_F(WindowAndTray, ComesBackByAClickOnTheShellsOwnIcon) {
     EXPECT_TRUE(waitUntil([&] { return isShown(); }, 3000));
 }
 
-TEST_F(WindowAndTray, ComesBackMaximisedWhenItWasClosedSo) {
+TEST_F(ReleaseWindowAndTray, ComesBackMaximisedWhenItWasClosedSo) {
     start();
     ShowWindow(window.handle(), SW_MAXIMIZE);
     close();
@@ -145,7 +145,7 @@ TEST_F(WindowAndTray, ComesBackMaximisedWhenItWasClosedSo) {
     EXPECT_TRUE(IsZoomed(window.handle()));
 }
 
-TEST_F(WindowAndTray, StaysMaximisedWhenItIsAskedForWhileItIsOpen) {
+TEST_F(ReleaseWindowAndTray, StaysMaximisedWhenItIsAskedForWhileItIsOpen) {
     start();
     ShowWindow(window.handle(), SW_MAXIMIZE);
     for (const UINT click : {WM_LBUTTONUP, WM_LBUTTONDBLCLK})
@@ -157,7 +157,7 @@ TEST_F(WindowAndTray, StaysMaximisedWhenItIsAskedForWhileItIsOpen) {
 
 // --- A second start ---
 
-TEST_F(WindowAndTray, RisesAboveOthersByASecondStartWithoutTheKeyboard) {
+TEST_F(ReleaseWindowAndTray, RisesAboveOthersByASecondStartWithoutTheKeyboard) {
     start();
     const UsersWindow users;
     ASSERT_TRUE(users.isAbove(window.handle()));
@@ -166,7 +166,7 @@ TEST_F(WindowAndTray, RisesAboveOthersByASecondStartWithoutTheKeyboard) {
     EXPECT_TRUE(users.hasTheKeyboard());
 }
 
-TEST_F(WindowAndTray, IsRestoredByASecondStartWithoutTheKeyboard) {
+TEST_F(ReleaseWindowAndTray, IsRestoredByASecondStartWithoutTheKeyboard) {
     start();
     ShowWindow(window.handle(), SW_MINIMIZE);
     ASSERT_TRUE(IsIconic(window.handle()));
@@ -179,7 +179,7 @@ TEST_F(WindowAndTray, IsRestoredByASecondStartWithoutTheKeyboard) {
 
 // --- The menu of the icon ---
 
-TEST_F(WindowAndTray, SwitchesAutomaticOffAndOnFromTheTraysMenu) {
+TEST_F(ReleaseWindowAndTray, SwitchesAutomaticOffAndOnFromTheTraysMenu) {
     start();
     window.press(kIdPreview);
     ASSERT_TRUE(viewer().waitForState(BridgeState::kLive));
@@ -191,13 +191,13 @@ TEST_F(WindowAndTray, SwitchesAutomaticOffAndOnFromTheTraysMenu) {
     EXPECT_TRUE(waitUntil([&] { return window.text(kIdAutomatic) == L"Suspender automático"; }, 2000));
 }
 
-TEST_F(WindowAndTray, ChecksForUpdatesFromTheTraysMenu) {
+TEST_F(ReleaseWindowAndTray, ChecksForUpdatesFromTheTraysMenu) {
     start();
     broker().command(kIdTrayCheckUpdate);
     EXPECT_TRUE(waitUntil([&] { return broker().countEvents("MF_UPDATE_CHECK_COMPLETED") == 2; }, 20'000));
 }
 
-TEST_F(WindowAndTray, IsShownOrEndedFromTheTraysMenu) {
+TEST_F(ReleaseWindowAndTray, IsShownOrEndedFromTheTraysMenu) {
     start();
     close();
     tray(WM_RBUTTONUP);
@@ -216,7 +216,7 @@ TEST_F(WindowAndTray, IsShownOrEndedFromTheTraysMenu) {
 
 // --- The icon ---
 
-TEST_F(WindowAndTray, StaysOpenWhereThereIsNoTray) {
+TEST_F(ReleaseWindowAndTray, StaysOpenWhereThereIsNoTray) {
     start();
     takeIconAway();
     const TaskbarThatRefuses taskbar;
@@ -229,7 +229,7 @@ TEST_F(WindowAndTray, StaysOpenWhereThereIsNoTray) {
 }
 
 // As at a log-on under load: the taskbar was announced long ago and is too busy to answer.
-TEST_F(WindowAndTray, TriesAgainWhereItsIconWasRefused) {
+TEST_F(ReleaseWindowAndTray, TriesAgainWhereItsIconWasRefused) {
     {
         const TaskbarThatRefuses taskbar;
         start();
@@ -244,7 +244,7 @@ TEST_F(WindowAndTray, TriesAgainWhereItsIconWasRefused) {
 
 // The shell announces itself also when the main monitor's scale has changed, and the icon is there all the
 // time.
-TEST_F(WindowAndTray, HidesInATrayThatWasAnnouncedTwice) {
+TEST_F(ReleaseWindowAndTray, HidesInATrayThatWasAnnouncedTwice) {
     start();
     announceTaskbar();
     close();
@@ -254,7 +254,7 @@ TEST_F(WindowAndTray, HidesInATrayThatWasAnnouncedTwice) {
     EXPECT_EQ(broker().countEvents("TRAY_ADD_FAILED"), 0u);
 }
 
-TEST_F(WindowAndTray, PutsItsIconIntoANewTaskbar) {
+TEST_F(ReleaseWindowAndTray, PutsItsIconIntoANewTaskbar) {
     start();
     takeIconAway();
     announceTaskbar();

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "bridge/bridge_layout.h"
-#include "bridge/shared_words.h"
+#include "bridge/bridge_protocol.h"
 
 namespace vextra {
 

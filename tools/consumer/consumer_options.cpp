@@ -4,6 +4,8 @@
 #include <iterator>
 #include <string_view>
 
+#include "base/text.h"
+
 namespace vextra {
 
 const wchar_t kConsumerUsage[] =
@@ -28,8 +30,7 @@ const wchar_t kConsumerUsage[] =
 namespace {
 
 std::optional<std::uint32_t> parseNumber(std::wstring_view text, std::uint32_t least, std::uint32_t most) {
-    const auto isDigit = [](wchar_t unit) { return unit >= L'0' && unit <= L'9'; };
-    if (text.empty() || text.size() > 9 || !std::all_of(text.begin(), text.end(), isDigit))
+    if (text.empty() || text.size() > 9 || !std::all_of(text.begin(), text.end(), isAsciiDigit))
         return std::nullopt;
     std::uint32_t value = 0;
     for (const wchar_t unit : text)

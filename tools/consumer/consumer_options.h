@@ -25,7 +25,7 @@ struct ConsumerOptions {
     std::wstring demandPath;
 };
 
-// Nothing when the line makes no sense. `arguments` are those behind the program's name.
+// Nothing when the line makes no sense. `arguments` are those after the program's name.
 std::optional<ConsumerOptions> parseConsumerOptions(std::span<const wchar_t* const> arguments);
 
 extern const wchar_t kConsumerUsage[];

@@ -4,14 +4,12 @@
 // Holders race with each other and with the broker's scan, without a lock. Every race ends well because
 //  - a slot changes hands only by compare-and-swap of its leaseId, so of two takers one loses and looks on;
 //  - between the swap and the first heartbeat the slot does not count (its heartbeat is 0 or old);
-//  - a holder that was taken over while it slept (a suspended process, a stopped debugger) sees another id at
-//  its
-//    next beat and takes a new slot. A slot with an id but no heartbeat may be one that is being taken or
-//    released this very moment: taking it over costs its holder the same one beat, and a holder that died
+//  - a holder that was taken over while it slept (a suspended process, a stopped debugger) sees another id
+//    at its next beat and takes a new slot. A slot with an id but no heartbeat may be one that is being taken
+//    or released this very moment: taking it over costs its holder the same one beat, and a holder that died
 //    there does not block the slot for ever;
-//  - a heartbeat or a release that comes late, after the slot has changed hands, can only give the new holder
-//  a
-//    heartbeat that it would have made itself, or take its heartbeat away until it beats again.
+//  - a heartbeat or a release that comes late, after the slot has changed hands, can only give the new
+//    holder a heartbeat that it would have made itself, or take its heartbeat away until it beats again.
 #pragma once
 
 #include <cstdint>
@@ -31,7 +29,7 @@ std::uint64_t chooseLeaseId(const DemandFile& file, const std::function<std::uin
 // Takes a free slot, or else one whose holder no longer beats; nothing when all 16 are alive.
 std::optional<std::uint32_t> takeLease(DemandFile& file, std::uint64_t leaseId, Tick now);
 
-// False when the slot belongs to somebody else by now: nothing is written then.
+// False when the slot is another holder's by now: nothing is written then.
 bool beatLease(LeaseSlot& slot, std::uint64_t leaseId, Tick now);
 
 // One stream's lease, from take() to release(). `file` is borrowed. Used by one thread only.

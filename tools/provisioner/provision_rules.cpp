@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/text.h"
 #include "bridge/bridge_layout.h"
 #include "bridge/bridge_location.h"
 #include "core/command_line.h"
@@ -26,17 +27,17 @@ const wchar_t kProvisionUsage[] =
 
 namespace {
 
-// Whoever can swap the files can show pictures in the owner's meetings, and whoever writes demand.bin can
-// turn the camera on. So everything belongs to the administrators (an owner could rewrite the list), every
-// list is protected (the program data folder would let every user create files), and each account gets what
-// its program opens the file with, nothing that deletes, renames or re-permits.
+// A program that can swap the files can show pictures in the owner's meetings, and one that writes demand.bin
+// can turn the camera on. So everything belongs to the administrators (an owner could rewrite the list),
+// every list is protected (the program data folder would let every user create files), and each account gets
+// what its program opens the file with, nothing that deletes, renames or re-permits.
 constexpr wchar_t kAdministratorsOwn[] = L"O:BAD:P";
 constexpr wchar_t kFull[] = L"(A;;FA;;;SY)(A;;FA;;;BA)";
 constexpr wchar_t kFullInherited[] = L"(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)";
 
 constexpr wchar_t kLocalService[] = L"LS";
 
-// The rights behind GENERIC_READ and GENERIC_WRITE for files, and what a folder needs to be listed and
+// The rights that make up GENERIC_READ and GENERIC_WRITE for files, and what a folder needs to be listed and
 // entered.
 constexpr wchar_t kRead[] = L"0x120089";
 constexpr wchar_t kReadWrite[] = L"0x12019f";
@@ -67,14 +68,8 @@ std::wstring demandFileSddl(std::wstring_view ownerSid, DemandWriters writers) {
            allow(kLocalService, kReadWrite);
 }
 
-bool isDigit(wchar_t unit) {
-    return unit >= L'0' && unit <= L'9';
-}
-
 bool isDriveRoot(std::wstring_view text) {
-    const bool isLetter =
-        !text.empty() && ((text[0] >= L'A' && text[0] <= L'Z') || (text[0] >= L'a' && text[0] <= L'z'));
-    return isLetter && text.substr(1) == L":\\";
+    return !text.empty() && isAsciiLetter(text[0]) && text.substr(1) == L":\\";
 }
 
 bool isPlainPart(std::wstring_view part) {
@@ -124,12 +119,12 @@ std::optional<ProvisionOptions> parseProvisionOptions(std::span<const wchar_t* c
 }
 
 bool isOwnerSidText(std::wstring_view sid) {
-    if (!isOwnerSidForm(sid) || !isDigit(sid.back()))
+    if (!isOwnerSidForm(sid) || !isAsciiDigit(sid.back()))
         return false;
     const std::wstring_view numbers = sid.substr(std::wstring_view(L"S-1-").size());
     return numbers.find(L"--") == std::wstring_view::npos &&
            std::all_of(numbers.begin(), numbers.end(),
-                       [](wchar_t unit) { return isDigit(unit) || unit == L'-'; });
+                       [](wchar_t unit) { return isAsciiDigit(unit) || unit == L'-'; });
 }
 
 bool isEntraIdSid(std::wstring_view sid) {

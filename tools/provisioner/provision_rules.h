@@ -24,7 +24,7 @@ struct ProvisionOptions {
     std::wstring installDir;  // empty: where this program lies
 };
 
-// Nothing when the line makes no sense. `arguments` are those behind the program's name.
+// Nothing when the line makes no sense. `arguments` are those after the program's name.
 std::optional<ProvisionOptions> parseProvisionOptions(std::span<const wchar_t* const> arguments);
 
 extern const wchar_t kProvisionUsage[];

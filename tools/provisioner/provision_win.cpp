@@ -7,7 +7,7 @@
 
 #include <algorithm>
 
-#include "base/unique_win.h"
+#include "base/system_win.h"
 #include "bridge/bridge_location.h"
 
 namespace vextra {
@@ -28,14 +28,6 @@ std::wstring errorText(const std::wstring& what, DWORD error) {
 using UniqueKey = Unique<HKEY, &RegCloseKey>;
 
 // --- Security descriptors ---
-
-UniqueLocalMemory descriptorOf(const std::wstring& sddl) {
-    UniqueLocalMemory descriptor;
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), SDDL_REVISION_1, descriptor.put(),
-                                                              nullptr))
-        return {};
-    return descriptor;
-}
 
 // The system's own spelling must be the text that was given, for the broker compares with the system's.
 bool isSystemSpelling(const std::wstring& sidText) {
@@ -82,7 +74,7 @@ AccessFindings readAccess(HANDLE object, const std::wstring& wantedSddl) {
         return findings;
     findings.ownerTrusted =
         IsWellKnownSid(owner, WinBuiltinAdministratorsSid) || IsWellKnownSid(owner, WinLocalSystemSid);
-    const UniqueLocalMemory wanted = descriptorOf(wantedSddl);
+    const UniqueLocalMemory wanted = descriptorFromSddl(wantedSddl);
     BOOL present = FALSE;
     BOOL defaulted = FALSE;
     PACL wantedList = nullptr;
@@ -91,13 +83,15 @@ AccessFindings readAccess(HANDLE object, const std::wstring& wantedSddl) {
     return findings;
 }
 
-// Of this object alone; what lies in a folder is not touched.
+// Of this object alone; what lies in a folder is not touched. False with GetLastError set.
 bool writeAccessList(const std::wstring& path, const std::wstring& sddl) {
+    const UniqueLocalMemory wanted = descriptorFromSddl(sddl);
+    if (!wanted)
+        return false;
     const UniqueFile object(
         CreateFileW(path.c_str(), WRITE_DAC, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                     OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-    const UniqueLocalMemory wanted = descriptorOf(sddl);
-    return object && wanted &&
+    return object &&
            SetKernelObjectSecurity(
                object.get(), DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, wanted.get());
 }
@@ -113,7 +107,7 @@ UniqueFile openObject(const SharedObject& object, DWORD extraAccess = 0) {
                                   FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr));
 }
 
-// The broker refuses such a way, and whoever can turn the link could swap what lies behind it.
+// The broker refuses such a way: a program that can turn the link could swap what it leads to.
 std::wstring whatIsWrongAbove(const SharedObject& object) {
     if (parentChainIsPlain(object.path))
         return {};
@@ -147,16 +141,14 @@ bool markDeleted(HANDLE opened) {
     return SetFileInformationByHandle(opened, FileDispositionInfo, &disposition, sizeof disposition) != FALSE;
 }
 
-enum class Creation { kCreated = 1, kExists, kFailed };
-
-Creation createFolder(const std::wstring& path, SECURITY_ATTRIBUTES& security) {
-    if (CreateDirectoryW(path.c_str(), &security))
-        return Creation::kCreated;
-    return GetLastError() == ERROR_ALREADY_EXISTS ? Creation::kExists : Creation::kFailed;
+// Those that make an object return what the system said: ERROR_SUCCESS, ERROR_ALREADY_EXISTS, or why it
+// cannot be made.
+DWORD createFolder(const std::wstring& path, SECURITY_ATTRIBUTES& security) {
+    return CreateDirectoryW(path.c_str(), &security) ? ERROR_SUCCESS : GetLastError();
 }
 
 // Of zeros: an even sequence word and no header, which the broker's first update writes; no lease.
-Creation createFile(const SharedObject& object, SECURITY_ATTRIBUTES& security) {
+DWORD createFile(const SharedObject& object, SECURITY_ATTRIBUTES& security) {
     // "Temporary" keeps the system from writing the mapped pages to the disk 16 times a second.
     const UniqueFile file(CreateFileW(object.path.c_str(), GENERIC_WRITE | DELETE, FILE_SHARE_READ, &security,
                                       CREATE_NEW, FILE_ATTRIBUTE_TEMPORARY, nullptr));
@@ -164,23 +156,21 @@ Creation createFile(const SharedObject& object, SECURITY_ATTRIBUTES& security) {
         // A folder of that name is "access denied" to some systems and "exists" to others.
         const DWORD error = GetLastError();
         const bool exists = GetFileAttributesW(object.path.c_str()) != INVALID_FILE_ATTRIBUTES;
-        SetLastError(error);
-        return exists ? Creation::kExists : Creation::kFailed;
+        return exists ? ERROR_ALREADY_EXISTS : error;
     }
     FILE_END_OF_FILE_INFO end{};
     end.EndOfFile.QuadPart = object.sizeBytes;
     if (SetFileInformationByHandle(file.get(), FileEndOfFileInfo, &end, sizeof end))
-        return Creation::kCreated;
+        return ERROR_SUCCESS;
     const DWORD error = GetLastError();
     markDeleted(file.get());  // or the next run would find a file of a wrong size
-    SetLastError(error);
-    return Creation::kFailed;
+    return error;
 }
 
-Creation create(const SharedObject& object) {
-    const UniqueLocalMemory descriptor = descriptorOf(object.sddl);
+DWORD create(const SharedObject& object) {
+    const UniqueLocalMemory descriptor = descriptorFromSddl(object.sddl);
     if (!descriptor)
-        return Creation::kFailed;
+        return GetLastError();
     SECURITY_ATTRIBUTES security{sizeof security, descriptor.get(), FALSE};
     return object.kind == SharedObjectKind::kFolder ? createFolder(object.path, security)
                                                     : createFile(object, security);
@@ -191,9 +181,9 @@ bool ensureObject(const SharedObject& object, UniqueFile& held, ProvisionReport&
     report.trouble = whatIsWrongAbove(object);
     if (!report.ok())
         return false;
-    const Creation creation = create(object);
-    if (creation == Creation::kFailed) {
-        report.trouble = errorText(object.path, GetLastError());
+    const DWORD created = create(object);
+    if (created != ERROR_SUCCESS && created != ERROR_ALREADY_EXISTS) {
+        report.trouble = errorText(object.path, created);
         return false;
     }
     held = openObject(object);
@@ -204,7 +194,7 @@ bool ensureObject(const SharedObject& object, UniqueFile& held, ProvisionReport&
     report.trouble = whatIsWrong(held.get(), object);
     if (!report.ok())
         return false;
-    if (creation == Creation::kCreated) {
+    if (created == ERROR_SUCCESS) {
         report.lines.push_back(L"criado: " + object.path);
         return true;
     }
@@ -224,15 +214,9 @@ bool ensureObject(const SharedObject& object, UniqueFile& held, ProvisionReport&
     return report.ok();
 }
 
-std::wstring programData() {
-    wchar_t value[1024];
-    const DWORD length = GetEnvironmentVariableW(L"ProgramData", value, ARRAYSIZE(value));
-    return length == 0 || length >= ARRAYSIZE(value) ? std::wstring() : std::wstring(value, length);
-}
-
 // The bridge's path for this owner, when owner and program data folder will do; report.trouble otherwise.
 std::wstring bridgePathFor(const std::wstring& ownerSid, ProvisionReport& report) {
-    const std::wstring base = programData();
+    const std::wstring base = environmentVariable(L"ProgramData").value_or(L"");
     if (isEntraIdSid(ownerSid))
         report.trouble =
             L"O SID \"" + ownerSid +
@@ -435,8 +419,7 @@ bool describeValue(const WantedValue& wanted, ProvisionReport& report) {
         return false;
     }
     // The broker takes paths without regard to case; which folder it is installed in is not for us to say.
-    const bool right = wanted.text.empty() ||
-                       CompareStringOrdinal(found.c_str(), -1, wanted.text.c_str(), -1, TRUE) == CSTR_EQUAL;
+    const bool right = wanted.text.empty() || equalsIgnoringCase(found, wanted.text);
     report.lines.push_back((right ? kRight : kWrong) + shown);
     return right;
 }

@@ -1,9 +1,8 @@
-// vextra-provision: the installer's part, for whoever tries the broker without an installer.
+// vextra-provision: the installer's part, for trying the broker without an installer.
 #include <windows.h>
 
 #include <span>
 #include <string>
-#include <vector>
 
 #include "base/system_win.h"
 #include "bridge/bridge_location.h"
@@ -16,12 +15,7 @@ namespace {
 
 enum class ProvisionExit { kSuccess = 0, kFailed = 1, kUsage = 2 };
 
-std::wstring ownExecutablePath() {
-    std::vector<wchar_t> path(32'768);  // the longest path there is
-    return {path.data(), GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()))};
-}
-
-// Who is meant when nobody was named: what there is belongs to the registered owner; what is to be made, to
+// Who is meant when no owner was named: what there is belongs to the registered owner; what is to be made, to
 // the one who asks for it.
 std::wstring defaultOwner(ProvisionCommand command) {
     std::wstring registered = readBrokerRegistryValue(kOwnerSidValue);
@@ -38,7 +32,7 @@ ProvisionReport carryOut(const ProvisionOptions& options) {
         case ProvisionCommand::kProvision: break;
     }
     return provision(
-        {owner, options.installDir.empty() ? installRootOfTool(ownExecutablePath()) : options.installDir,
+        {owner, options.installDir.empty() ? installRootOfTool(modulePath(nullptr)) : options.installDir,
          options.demandWriters});
 }
 

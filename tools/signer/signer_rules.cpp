@@ -4,7 +4,7 @@
 #include <array>
 
 #include "base/pem.h"
-#include "update/channel_key.h"
+#include "update/channel.h"
 
 namespace vextra {
 
@@ -126,11 +126,11 @@ std::string manifestJson(const UpdateManifest& manifest) {
     const auto text = [](std::string_view key, std::string_view value) {
         return "\"" + std::string(key) + "\": \"" + std::string(value) + "\",\n";
     };
-    return "{\n  \"schema_version\": 1,\n  " + text("app", kChannelApp) + "  " +
-           text("channel", kChannelName) + "  " + text("version", manifest.version) + "  \"asset\": {\n    " +
-           text("kind", "mf-installer") + "    " + text("url", manifest.installerUrl) + "    " +
-           text("sha256", manifest.sha256) + "    \"size\": " + std::to_string(manifest.sizeBytes) +
-           "\n  }\n}\n";
+    return "{\n  \"schema_version\": " + std::to_string(kManifestSchema) + ",\n  " +
+           text("app", kChannelApp) + "  " + text("channel", kChannelName) + "  " +
+           text("version", manifest.version) + "  \"asset\": {\n    " + text("kind", kManifestAssetKind) +
+           "    " + text("url", manifest.installerUrl) + "    " + text("sha256", manifest.sha256) +
+           "    \"size\": " + std::to_string(manifest.sizeBytes) + "\n  }\n}\n";
 }
 
 std::string signatureJson(std::string_view signatureHex) {

@@ -26,7 +26,7 @@ struct SignerOptions {
 };
 
 // Nothing when the line makes no sense: every option of the command is needed, once, but the public key.
-// `arguments` are those behind the program's name.
+// `arguments` are those after the program's name.
 std::optional<SignerOptions> parseSignerOptions(std::span<const wchar_t* const> arguments);
 
 extern const wchar_t kSignerUsage[];

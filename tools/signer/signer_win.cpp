@@ -7,11 +7,10 @@
 #include "base/sha256.h"
 #include "base/text.h"
 #include "base/unique_win.h"
-#include "update/channel_key.h"
-#include "update/installer_launch.h"
+#include "update/channel.h"
+#include "update/installer_win.h"
+#include "update/json_reader.h"
 #include "update/signature.h"
-#include "update/strict_url.h"
-#include "update/transfer_profile.h"
 #include "update/update_check.h"
 
 namespace vextra {
@@ -66,24 +65,11 @@ std::optional<SecretUtf8> readSmallFile(const std::wstring& path, std::size_t ma
     return SecretUtf8({reinterpret_cast<const char*>(bytes.data()), taken});
 }
 
-std::optional<Sha256Digest> hashOf(HANDLE file) {
-    Sha256 hash;
-    std::vector<std::byte> piece(65'536);
-    for (;;) {
-        DWORD taken = 0;
-        if (!ReadFile(file, piece.data(), static_cast<DWORD>(piece.size()), &taken, nullptr))
-            return std::nullopt;
-        if (taken == 0)
-            return hash.finish();
-        hash.add(std::span(piece).first(taken));
-    }
-}
-
-// The files of one release on their way to the server. Whatever is not committed is taken back.
+// The files of one release on their way to the server. What is not committed is taken back.
 class ReleaseFiles {
 public:
     ReleaseFiles(const std::wstring& outFolder, const std::wstring& version)
-        : channelFolder_(outFolder + L"\\camera-virtual-vextra-mf"),
+        : channelFolder_(outFolder + L"\\" + widenedAscii(kChannelFolder)),
           folder_(channelFolder_ + L"\\" + version) {}
     ReleaseFiles(const ReleaseFiles&) = delete;
     ReleaseFiles& operator=(const ReleaseFiles&) = delete;
@@ -126,7 +112,7 @@ std::optional<UpdateManifest> describeInstaller(const ReleaseFiles& files, const
     LARGE_INTEGER size{};
     if (!file || !GetFileSizeEx(file.get(), &size))
         return std::nullopt;
-    const std::optional<Sha256Digest> digest = hashOf(file.get());
+    const std::optional<Sha256Digest> digest = sha256OfFile(file.get());
     if (!digest)
         return std::nullopt;
     return UpdateManifest{version, installerUrl(version, channel), lowerHex(*digest),
@@ -135,25 +121,24 @@ std::optional<UpdateManifest> describeInstaller(const ReleaseFiles& files, const
 
 // The broker's check, whose server is the folder.
 bool clientAccepts(const ReleaseFiles& files, const UpdateChannelIdentity& channel) {
-    const auto fetch = [&](const UpdateCheckRequest& request) -> std::optional<std::string> {
-        const bool first = narrowedUrl(request.manifestUrl.view()).view() == defaultManifestUrl(channel);
-        const auto body = readSmallFile(first ? files.newManifest() : files.signature(), 65'536);
+    const auto fetch = [&](const SecretText& url, const TransferLimits&) -> std::optional<std::string> {
+        const bool first = url.view() == widenedAscii(defaultManifestUrl(channel));
+        const auto body =
+            readSmallFile(first ? files.newManifest() : files.signature(), kMaxJsonDocumentBytes);
         return body ? std::optional(std::string(body->view())) : std::nullopt;
     };
-    const auto verify = [&](std::string_view message, std::string_view signatureHex) {
-        return verifyManifestSignature(message, signatureHex, channel.publicKey);
-    };
     const UpdateCheckResult result =
-        runUpdateCheck(updateCheckRequest({}, channel), channel, {fetch, verify});
+        runUpdateCheck(updateCheckRequest({}, channel), channel,
+                       {.fetchJson = fetch, .verifySignature = verifyManifestSignature});
     const UniqueFile installer = openForReading(files.installer());
     return (result.code == UpdateCode::kAvailable || result.code == UpdateCode::kUpToDate) &&
-           isManifestStillTrusted(result.manifest, channel) && installer &&
+           isManifestStillTrusted(result.manifest, channel, verifyManifestSignature) && installer &&
            isAnnouncedInstaller(installer.get(), result.manifest);
 }
 
 // The version that the server announces so far, if it is newer; empty otherwise.
 std::string announcedNewer(const ReleaseFiles& files, const std::string& version) {
-    const auto body = readSmallFile(files.manifest(), kMaxJsonBodyBytes);
+    const auto body = readSmallFile(files.manifest(), kMaxJsonDocumentBytes);
     const auto announced = body ? parseUpdateManifest(body->view()) : std::nullopt;
     return announced && compareVersions(announced->version, version) == 1 ? announced->version
                                                                           : std::string();
@@ -170,9 +155,9 @@ bool isPublicHalf(const std::wstring& path, const SigningKey& key) {
 
 // Empty when a release may be made of this at all.
 std::wstring findTrouble(const ReleasePlan& plan, const SigningKey& key) {
-    if (!parseVersion(narrowedUrl(plan.version).view()))
+    if (!parseVersion(narrowedAscii(plan.version).view()))
         return L"not a version as Semantic Versioning 2.0.0 has them: " + plan.version;
-    if (!isChannelOrigin(narrowedUrl(plan.origin).view()))
+    if (!isChannelOrigin(narrowedAscii(plan.origin).view()))
         return L"not an https origin in small letters without a path: " + plan.origin;
     if (!plan.publicKeyPath.empty() && !isPublicHalf(plan.publicKeyPath, key))
         return L"not the public half of the private key: " + plan.publicKeyPath;
@@ -244,8 +229,8 @@ std::optional<SigningKey> readSigningKey(const std::wstring& path) {
 SignerReport publishRelease(const ReleasePlan& plan, const SigningKey& key) {
     if (std::wstring trouble = findTrouble(plan, key); !trouble.empty())
         return stopped(std::move(trouble));
-    const std::string version(narrowedUrl(plan.version).view());
-    const UpdateChannelIdentity channel{std::string(narrowedUrl(plan.origin).view()), key.point};
+    const std::string version(narrowedAscii(plan.version).view());
+    const UpdateChannelIdentity channel{std::string(narrowedAscii(plan.origin).view()), key.point};
     ReleaseFiles files(plan.outFolder, plan.version);
     if (!files.begin())
         return stopped(L"published before, or the folder cannot be written: " + plan.version);

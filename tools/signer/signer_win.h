@@ -34,12 +34,12 @@ struct ReleasePlan {
     std::wstring version;
     std::wstring origin;
     std::wstring outFolder;  // what the server has at its root; exists
-    std::wstring
-        publicKeyPath;  // of the brokers' key, which has to be that of the private one; empty: not asked
+    // Of the key that the brokers were built with, which has to fit the private one; empty: not asked.
+    std::wstring publicKeyPath;
 };
 
 // Writes the version's folder, judges it with the broker's own check, and only then announces it in
-// beta.json. A release that is refused leaves nothing behind, and beta.json as it was.
+// beta.json. Of a release that is refused nothing is left, and beta.json stays as it was.
 SignerReport publishRelease(const ReleasePlan& plan, const SigningKey& key);
 
 }  // namespace vextra

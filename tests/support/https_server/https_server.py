@@ -15,7 +15,7 @@ JSON object; without one it is plain, whole and right:
 
 Servers that give trouble before there is a request: connect_silent answers no connection, connect_reset refuses it;
 handshake_silent says nothing to a client that is connected, handshake_drip a byte a second, handshake_reset hangs up at
-its first word. Nobody is kept waiting longer than STALL_SECONDS, for not every client has a limit of its own.
+its first word. No connection lasts longer than STALL_SECONDS, for not every client has a limit of its own.
 
 Every request is noted in NAME.requests, one JSON object a line. FILE receives, when all is ready, the origins by kind of
 server and the authority's certificate. It ends when its parent does.

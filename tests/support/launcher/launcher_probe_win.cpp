@@ -105,7 +105,7 @@ int crash(const Arguments& arguments) {
     } else if (how == L"stack") {
         return growStack(0);
     } else if (how == L"exception") {
-        throw std::runtime_error("nobody catches this");
+        throw std::runtime_error("not to be caught");
     } else if (how == L"trap") {
         __builtin_trap();
     } else if (how == L"exit") {

@@ -180,7 +180,7 @@ const wchar_t* crashName(DWORD exitCode) {
     return L"";
 }
 
-// Both warning and error statuses end a process when nobody handles them; so do the codes that compilers
+// Both warning and error statuses end a process when no handler takes them; so do the codes that compilers
 // raise for a C++ exception.
 bool looksLikeCrash(DWORD exitCode) {
     return exitCode >= 0x80000000 || *crashName(exitCode) != L'\0';
@@ -265,7 +265,8 @@ int run(const Options& options) {
         }
     }
 
-    // Inherited by the program, on Windows: a crash ends it at once, without a dialog that nobody answers.
+    // Inherited by the program, on Windows: a crash ends it at once, without a dialog that would wait for an
+    // answer.
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
 
     const UniqueHandle job = makeKillOnCloseJob();

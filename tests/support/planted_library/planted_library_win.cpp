@@ -1,4 +1,4 @@
-// A library that nobody should load: whoever does finds "<this file>.loaded" beside it.
+// A library that no program should load: where one does, "<this file>.loaded" lies next to it.
 #include <windows.h>
 
 #include <string>

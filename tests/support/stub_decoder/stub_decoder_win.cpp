@@ -28,7 +28,7 @@
 // and keeps them open, so that then=close could not be seen.
 //
 // What it cannot read it refuses: exit code 97, and `error=` in the record. Whatever hangs ends by itself
-// after ten minutes, should nobody else end it.
+// after ten minutes, should its test not end it.
 
 #include <windows.h>
 
@@ -180,7 +180,7 @@ struct NumberedRecord {
     std::uint32_t number = 1;
 };
 
-// Whoever creates the file has the number, however many start at once.
+// The decoder that creates the file has the number, however many start at once.
 NumberedRecord claimRecord() {
     NumberedRecord record;
     for (;; ++record.number) {

@@ -14,7 +14,7 @@ export WINEARCH=win64
 # In a plain C locale Wine mangles every character beyond ASCII, in arguments and in file names.
 export LC_ALL=C.UTF-8
 
-# A name that nobody answers for, as the update channel's of a development build, is given up in a second: tests need
+# A name that no server answers for, as the update channel's of a development build, is given up in a second: tests need
 # no network, and wait for none.
 export RES_OPTIONS='timeout:1 attempts:1'
 

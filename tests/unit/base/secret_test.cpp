@@ -3,82 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cstdlib>
 #include <cstring>
-#include <new>
 #include <ostream>
 #include <string>
 #include <type_traits>
 
-namespace {
-
-// Looks into every block at the moment when it is given back to the heap: the only moment at which it can be
-// seen whether a secret stays behind. One watch at a time, on one thread.
-class HeapWatch {
-public:
-    explicit HeapWatch(unsigned char secretByte) : secretByte_(secretByte) { active = this; }
-    ~HeapWatch() { active = nullptr; }
-    HeapWatch(const HeapWatch&) = delete;
-    HeapWatch& operator=(const HeapWatch&) = delete;
-
-    void noteAllocation(void* block, std::size_t bytes) {
-        Block* const unused =
-            std::find_if(blocks_, std::end(blocks_), [](const Block& b) { return !b.start; });
-        if (unused == std::end(blocks_))
-            std::abort();  // a watch too small would be blind
-        *unused = {static_cast<unsigned char*>(block), bytes};
-    }
-    void noteRelease(void* block) {
-        Block* const known =
-            std::find_if(blocks_, std::end(blocks_), [&](const Block& b) { return b.start == block; });
-        if (known == std::end(blocks_))
-            return;  // older than the watch
-        ++blocksFreed;
-        const volatile unsigned char* bytes = known->start;
-        for (std::size_t i = 0; i < known->bytes; ++i) {
-            if (bytes[i] == secretByte_)
-                ++secretBytesLeft;
-        }
-        *known = {};
-    }
-
-    int blocksFreed = 0;
-    int secretBytesLeft = 0;
-
-    static inline std::atomic<HeapWatch*> active{nullptr};
-
-private:
-    struct Block {
-        unsigned char* start = nullptr;
-        std::size_t bytes = 0;
-    };
-    const unsigned char secretByte_;
-    Block blocks_[256];
-};
-
-}  // namespace
-
-// The whole test program allocates through these.
-void* operator new(std::size_t bytes) {
-    void* const block = std::malloc(bytes != 0 ? bytes : 1);
-    if (block == nullptr)
-        throw std::bad_alloc();
-    if (HeapWatch* const watch = HeapWatch::active)
-        watch->noteAllocation(block, bytes);
-    return block;
-}
-void operator delete(void* block) noexcept {
-    if (HeapWatch* const watch = HeapWatch::active; watch != nullptr && block != nullptr)
-        watch->noteRelease(block);
-    std::free(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-    operator delete(block);
-}
+#include "heap_watch.h"
 
 namespace vextra {
 namespace {
+
+using test::HeapWatch;
 
 // In UTF-16 and UTF-8 alike one byte that nothing else here holds.
 constexpr wchar_t kSecretUnit = L'\xA7';

@@ -70,5 +70,13 @@ TEST(SessionOfProcess, OfNoProcessIsUnknown) {
     EXPECT_FALSE(sessionOfProcess(kNobodysId).has_value());
 }
 
+TEST(PlainFile, IsNeitherALinkNorAFolder) {
+    EXPECT_TRUE(isPlainFile(FILE_ATTRIBUTE_NORMAL));
+    EXPECT_TRUE(isPlainFile(FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY));
+    EXPECT_FALSE(isPlainFile(FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_REPARSE_POINT));
+    EXPECT_FALSE(isPlainFile(FILE_ATTRIBUTE_DIRECTORY));
+    EXPECT_FALSE(isPlainFile(FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT));
+}
+
 }  // namespace
 }  // namespace vextra

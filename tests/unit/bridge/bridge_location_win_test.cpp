@@ -42,6 +42,7 @@ protected:
 
     ProvisionedMachine machine;
 };
+using ElevatedBridgeLocation = BridgeLocation;
 
 class BrokerRegistryValue : public testing::Test {
 protected:
@@ -275,7 +276,7 @@ TEST_F(BridgeLocation, MayNotBeWrittenByAnotherUser) {
     EXPECT_FALSE(mayWriteBridge());
 }
 
-TEST_F(BridgeLocation, MayNotBeWrittenByAnElevatedOwner) {
+TEST_F(ElevatedBridgeLocation, MayNotBeWrittenByAnElevatedOwner) {
     if (!isElevatedOrUnknown())
         GTEST_SKIP() << "runs unelevated: start the tests elevated for this one";
     EXPECT_TRUE(ownerIsCurrentUser());

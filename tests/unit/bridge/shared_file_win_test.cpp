@@ -135,10 +135,6 @@ TEST_F(SharedFileOnDisk, IsLetGoWhenTheSystemRefusesAStep) {
         EXPECT_FALSE(opensAnyWay());
     }
     {
-        const test::RefusedImport<decltype(GetFileSizeEx)> refused("GetFileSizeEx");
-        EXPECT_FALSE(opensAnyWay());
-    }
-    {
         const test::RefusedImport<decltype(CreateFileMappingW)> refused("CreateFileMappingW");
         EXPECT_FALSE(opensAnyWay());
     }
@@ -231,14 +227,6 @@ TEST_F(SharedFileOnDisk, IsUnmappedBeforeItIsClosed) {
     calls.clear();
     ended.reset();
     EXPECT_EQ(calls, inOrder);
-}
-
-TEST(PlainFile, IsNeitherALinkNorAFolder) {
-    EXPECT_TRUE(isPlainFile(FILE_ATTRIBUTE_NORMAL));
-    EXPECT_TRUE(isPlainFile(FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY));
-    EXPECT_FALSE(isPlainFile(FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_REPARSE_POINT));
-    EXPECT_FALSE(isPlainFile(FILE_ATTRIBUTE_DIRECTORY));
-    EXPECT_FALSE(isPlainFile(FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT));
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 #include <set>
 
 #include "broker_fixture_win.h"
-#include "core/supervisor_thread_win.h"
+#include "core/window_messages_win.h"
 #include "import_swap_win.h"
 #include "own_machine_win.h"
 
@@ -93,9 +93,9 @@ TEST_F(InstanceLockFile, NamesNobodyWhenItIsMissingOrTooShort) {
 
 // --- The stop signal ---
 
-class StopSignal : public testing::Test {
+class SessionWideStopSignal : public testing::Test {
 protected:
-    StopSignal() { test::refuseWhereABrokerRuns(); }
+    SessionWideStopSignal() { test::refuseWhereABrokerRuns(); }
 };
 
 std::wstring signalName() {
@@ -106,7 +106,7 @@ bool isSet(const UniqueHandle& event) {
     return WaitForSingleObject(event.get(), 0) == WAIT_OBJECT_0;
 }
 
-TEST_F(StopSignal, CarriesTheUsersSidInItsName) {
+TEST_F(SessionWideStopSignal, CarriesTheUsersSidInItsName) {
     const UniqueHandle signal = createStopSignal();
     ASSERT_TRUE(signal);
     const UniqueHandle byName(OpenEventW(EVENT_MODIFY_STATE, FALSE, signalName().c_str()));
@@ -115,12 +115,12 @@ TEST_F(StopSignal, CarriesTheUsersSidInItsName) {
     EXPECT_TRUE(isSet(signal));
 }
 
-TEST_F(StopSignal, IsClearAtFirst) {
+TEST_F(SessionWideStopSignal, IsClearAtFirst) {
     const UniqueHandle signal = createStopSignal();
     EXPECT_FALSE(isSet(signal));
 }
 
-TEST_F(StopSignal, IsClearedByWhoeverTakesIt) {
+TEST_F(SessionWideStopSignal, IsClearedByWhoeverTakesIt) {
     const UniqueHandle signal = createStopSignal();
     SetEvent(signal.get());
     EXPECT_TRUE(isSet(signal));
@@ -128,7 +128,7 @@ TEST_F(StopSignal, IsClearedByWhoeverTakesIt) {
 }
 
 // Without its list of who may set it, any program could end the broker.
-TEST_F(StopSignal, IsNotMadeForNobodyNorWithoutItsAccessList) {
+TEST_F(SessionWideStopSignal, IsNotMadeForNobodyNorWithoutItsAccessList) {
     {
         const test::RefusedImport<decltype(OpenProcessToken)> refused("OpenProcessToken");
         EXPECT_FALSE(createStopSignal());
@@ -138,11 +138,11 @@ TEST_F(StopSignal, IsNotMadeForNobodyNorWithoutItsAccessList) {
     EXPECT_FALSE(createStopSignal());
 }
 
-TEST_F(StopSignal, IsNotThereWithoutABroker) {
+TEST_F(SessionWideStopSignal, IsNotThereWithoutABroker) {
     EXPECT_FALSE(openStopSignal());
 }
 
-TEST_F(StopSignal, IsOpenedOnlyToBeSet) {
+TEST_F(SessionWideStopSignal, IsOpenedOnlyToBeSet) {
     const UniqueHandle signal = createStopSignal();
     const UniqueHandle asker = openStopSignal();
     ASSERT_TRUE(asker);
@@ -170,7 +170,7 @@ AccessList accessListOf(const UniqueHandle& object) {
     return result;
 }
 
-TEST_F(StopSignal, IsForTheSystemAdministratorsAndTheUserOnly) {
+TEST_F(SessionWideStopSignal, IsForTheSystemAdministratorsAndTheUserOnly) {
     const UniqueHandle signal = createStopSignal();
     const AccessList access = accessListOf(signal);
     ASSERT_NE(access.list, nullptr);
@@ -190,7 +190,7 @@ TEST_F(StopSignal, IsForTheSystemAdministratorsAndTheUserOnly) {
     EXPECT_EQ(access.list->AceCount, 3);
 }
 
-TEST_F(StopSignal, InheritsNoOtherEntries) {
+TEST_F(SessionWideStopSignal, InheritsNoOtherEntries) {
     if (runsUnderWine())
         GTEST_SKIP() << "Wine does not keep the mark of a protected access list";
     const UniqueHandle signal = createStopSignal();
@@ -229,9 +229,9 @@ LRESULT CALLBACK countShowMessages(HWND window, UINT message, WPARAM wParam, LPA
 }
 
 // A window of the broker's class, in this process.
-class RunningBroker : public testing::Test {
+class SessionWideRunningBroker : public testing::Test {
 protected:
-    RunningBroker() {
+    SessionWideRunningBroker() {
         test::refuseWhereABrokerRuns();
         WNDCLASSW windowClass{};
         windowClass.lpfnWndProc = &countShowMessages;
@@ -245,14 +245,14 @@ protected:
             failSetUp("window");
         showMessages = 0;
     }
-    ~RunningBroker() override {
+    ~SessionWideRunningBroker() override {
         DestroyWindow(window);
         UnregisterClassW(L"VextraMfBetaF7E23FCF", GetModuleHandleW(nullptr));
     }
     HWND window = nullptr;
 };
 
-TEST_F(RunningBroker, IsAskedToShowItsWindow) {
+TEST_F(SessionWideRunningBroker, IsAskedToShowItsWindow) {
     showRunningBroker();
     EXPECT_EQ(showMessages, 0) << "posted, not sent: a broker that hangs must not hang its second start";
     for (MSG message{}; PeekMessageW(&message, window, 0, 0, PM_REMOVE);)
@@ -261,7 +261,7 @@ TEST_F(RunningBroker, IsAskedToShowItsWindow) {
 }
 
 // Windows grants it for the moment after the user started the second process, and to nobody else.
-TEST_F(RunningBroker, GetsTheRightToTheForegroundBeforeItIsAsked) {
+TEST_F(SessionWideRunningBroker, GetsTheRightToTheForegroundBeforeItIsAsked) {
     const test::ImportSwap<BOOL WINAPI(DWORD)> foreground("AllowSetForegroundWindow", &allowedForeground);
     showRunningBroker();
     EXPECT_EQ(letToTheForeground, GetCurrentProcessId());

@@ -7,7 +7,7 @@ namespace {
 
 constexpr wchar_t kUser[] = L"S-1-5-21-1-2-3-1000";
 
-// Somebody who may; each test spoils one thing.
+// A caller who may; each test spoils one thing.
 MaintenanceCaller owner() {
     return {1, false, kUser, kUser};
 }

@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include "base/product.h"
+
 namespace vextra {
 namespace {
 
 TEST(VersionFile, HoldsTheVersionAndALineFeed) {
-    EXPECT_EQ(kVersionFileText, "0.2.0-beta.5\n");
+    EXPECT_EQ(kVersionFileText, VEXTRA_VERSION "\n");
 }
 
 TEST(HelpFile, HoldsTwoLines) {
@@ -20,7 +22,8 @@ TEST(HelpFile, HoldsTwoLines) {
 
 TEST(SelfTestJson, IsOneLineWithEveryAnswer) {
     EXPECT_EQ(selfTestJson({}),
-              "{\"version\":\"0.2.0-beta.5\",\"pureContracts\":false,\"ffmpegAvailable\":false,"
+              "{\"version\":\"" VEXTRA_VERSION
+              "\",\"pureContracts\":false,\"ffmpegAvailable\":false,"
               "\"gstreamerAvailable\":false,\"settingsLoaded\":false,\"networkUsed\":false}\n");
 }
 

@@ -8,10 +8,10 @@ namespace {
 
 TEST_F(SupervisorTest, ANewerCommandReplacesOneNotYetTaken) {
     goLive();
-    world.shared.mailbox = static_cast<std::uint32_t>(SupervisorCommand::kQuit);
+    world.shared.mailbox = SupervisorCommand::kQuit;
     EXPECT_EQ(world.command(supervisor, SupervisorCommand::kSuspend), NextPass::kActiveWait);
     EXPECT_EQ(world.status(), BrokerStatus::kSuspended);
-    EXPECT_EQ(world.shared.mailbox, 0u);
+    EXPECT_EQ(world.shared.mailbox, SupervisorCommand::kNone);
 }
 
 TEST_F(SupervisorTest, QuitPublishesStoppedAndEndsTheLoop) {

@@ -1,5 +1,6 @@
 // Demand, refusals and frames.
 #include "supervisor_world.h"
+#include "ui/preview_picture.h"
 
 namespace vextra {
 namespace {
@@ -86,7 +87,7 @@ TEST_F(SupervisorTest, TheProducerStops500MsAfterTheLastLease) {
     EXPECT_FALSE(world.bridgeOpen);
     EXPECT_EQ(world.lastState(), BridgeState::kStopped);
     EXPECT_EQ(world.status(), BrokerStatus::kIdle);
-    EXPECT_EQ(world.shared.effectiveBackend, 0u);
+    EXPECT_EQ(world.shared.effectiveBackend, EffectiveBackend::kNone);
     EXPECT_EQ(world.shared.lastFrameTick, 0u);
     EXPECT_EQ(world.lastText(),
               L"Automático: aguardando aplicativo. Dispositivo persistente; FFmpeg parado.");

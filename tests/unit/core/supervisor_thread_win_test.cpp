@@ -18,7 +18,15 @@ protected:
     EventLog log{shared.frameCounter};
     UniqueHandle wake{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
     UniqueHandle stop{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
-    SupervisorThread thread{{&shared, &log, wake.get(), stop.get(), {}, {}, {}}};
+    SupervisorThread thread{{
+        .shared = &shared,
+        .log = &log,
+        .wakeEvent = wake.get(),
+        .stopSignal = stop.get(),
+        .installRoot = {},
+        .evidenceFolder = {},
+        .gstreamerPlaces = {},
+    }};
 };
 
 TEST_F(SupervisorThreadTest, IsNoneWhenTheSystemHasNoThreadLeft) {
@@ -47,7 +55,7 @@ TEST_F(SupervisorThreadTest, CanBeStartedAgain) {
         quit();
         ASSERT_TRUE(thread.waitForEnd(5000));
     }
-    EXPECT_EQ(shared.mailbox, 0u);
+    EXPECT_EQ(shared.mailbox, SupervisorCommand::kNone);
 }
 
 }  // namespace

@@ -5,7 +5,8 @@
 #include <limits>
 #include <string>
 
-#include "core/shared_status.h"
+#include "base/product.h"
+#include "ui/labels.h"
 
 namespace vextra {
 namespace {
@@ -45,7 +46,7 @@ std::wstring valueWith(const Change& change, std::wstring_view name) {
 
 TEST(DiagnosticReport, IsThisText) {
     EXPECT_EQ(buildDiagnosticReport(sample()),
-              L"Vextra MF 0.2.0-beta.5\r\n"
+              L"Vextra MF " VEXTRA_VERSION_W L"\r\n"
               L"Fonte: Câmera direta • IPv4 protegido\r\n"
               L"Entrada: Ao vivo • imagem recente\r\n"
               L"Backend efetivo: FFmpeg\r\n"
@@ -66,10 +67,10 @@ TEST(DiagnosticReport, OfABrokerThatHasDoneNothingIsAllZeros) {
     DiagnosticFigures figures;
     figures.sourceLabel = protectedSourceLabel(SourceKind::kSyntheticTest);
     figures.statusLabel = statusLabel({});
-    figures.backendLabel = reportBackendLabel(0);
+    figures.backendLabel = reportBackendLabel(EffectiveBackend::kNone);
     figures.now = 5'000'000;
     EXPECT_EQ(buildDiagnosticReport(figures),
-              L"Vextra MF 0.2.0-beta.5\r\n"
+              L"Vextra MF " VEXTRA_VERSION_W L"\r\n"
               L"Fonte: Teste sintético • sem rede\r\n"
               L"Entrada: Automático • aguardando aplicativo\r\n"
               L"Backend efetivo: Nenhum • ocioso\r\n"
@@ -155,7 +156,7 @@ TEST(DiagnosticReport, HoldsTheLargestNumbersWithTheLongestLabels) {
     DiagnosticFigures figures = sample();
     figures.sourceLabel = protectedSourceLabel(SourceKind::kCustomUrl);
     figures.statusLabel = L"Indisponível • broker sem canal de demanda";
-    figures.backendLabel = reportBackendLabel(0);
+    figures.backendLabel = reportBackendLabel(EffectiveBackend::kNone);
     figures.leaseCount = std::numeric_limits<std::int32_t>::min();
     figures.observedFps = 1e6;
     figures.frameCounter = std::numeric_limits<std::uint64_t>::max();

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "base/product.h"
+
 namespace vextra {
 namespace {
 
@@ -79,16 +81,21 @@ TEST(EventCodes, AreWrittenInUpperCaseLettersDigitsAndUnderscores) {
     }
 }
 
+TEST(EventCodes, FitIntoALine) {
+    for (const EventCode code : allCodes())
+        EXPECT_LE(eventText(code).size(), kLongestEventText) << eventText(code);
+}
+
 TEST(EventCodes, AreDistinct) {
     std::set<std::string_view> texts;
     for (const EventCode code : allCodes())
         EXPECT_TRUE(texts.insert(eventText(code)).second) << eventText(code);
 }
 
-// What support and outside tools look for. A new code adds a line here, a changed one breaks somebody's
-// search.
+// What support and outside tools look for. A new code adds a line here, a changed one breaks their
+// searches.
 TEST(EventCodes, AreThePublishedVocabulary) {
-    const std::set<std::string_view> published{"APP_START_LIMITED_0.2.0-beta.5",
+    const std::set<std::string_view> published{"APP_START_LIMITED_" VEXTRA_VERSION,
                                                "APP_EXIT_CLEAN",
                                                "UI_READY",
                                                "MF_STARTUP",

@@ -13,28 +13,29 @@ namespace {
 
 constexpr wchar_t kUrl[] = L"rtsp://h";
 
-std::wstring_view refusal(std::wstring_view url, std::wstring_view transport = L"tcp",
+std::wstring_view refusal(std::wstring_view url, RtspTransport transport = RtspTransport::kTcp,
                           std::uint32_t latencyMs = 50, bool runtime = true) {
     return gstStartRefusal({url, transport, latencyMs}, runtime);
 }
 
 TEST(GstStart, TakesBothTransports) {
-    EXPECT_TRUE(refusal(kUrl, L"tcp").empty());
-    EXPECT_TRUE(refusal(kUrl, L"udp").empty());
+    EXPECT_TRUE(refusal(kUrl, RtspTransport::kTcp).empty());
+    EXPECT_TRUE(refusal(kUrl, RtspTransport::kUdp).empty());
 }
 
 TEST(GstStart, RefusesOtherTransports) {
-    for (const wchar_t* transport : {L"", L"TCP", L"tcp ", L"http"})
+    for (const RtspTransport transport : {RtspTransport{0}, RtspTransport{3}})
         EXPECT_EQ(refusal(kUrl, transport), L"Transporte inválido: use TCP ou UDP.");
 }
 
 TEST(GstStart, TakesTenSecondsOfLatency) {
-    EXPECT_TRUE(refusal(kUrl, L"tcp", 10'000).empty());
+    EXPECT_TRUE(refusal(kUrl, RtspTransport::kTcp, 10'000).empty());
 }
 
 TEST(GstStart, RefusesMoreLatency) {
     for (const std::uint32_t latencyMs : {10'001u, std::numeric_limits<std::uint32_t>::max()})
-        EXPECT_EQ(refusal(kUrl, L"tcp", latencyMs), L"Latência GStreamer deve estar entre 0 e 10000 ms.");
+        EXPECT_EQ(refusal(kUrl, RtspTransport::kTcp, latencyMs),
+                  L"Latência GStreamer deve estar entre 0 e 10000 ms.");
 }
 
 TEST(GstStart, TakesTheFourSchemes) {
@@ -54,9 +55,10 @@ TEST(GstStart, RefusesOtherAddresses) {
 }
 
 TEST(GstStart, TellsOfTheTransportFirstThenTheLatencyThenTheRuntimeThenTheAddress) {
-    EXPECT_EQ(refusal(L"", L"", 10'001, false), L"Transporte inválido: use TCP ou UDP.");
-    EXPECT_EQ(refusal(L"", L"tcp", 10'001, false), L"Latência GStreamer deve estar entre 0 e 10000 ms.");
-    EXPECT_EQ(refusal(L"", L"tcp", 0, false), gstAvailabilityText(false));
+    EXPECT_EQ(refusal(L"", RtspTransport{0}, 10'001, false), L"Transporte inválido: use TCP ou UDP.");
+    EXPECT_EQ(refusal(L"", RtspTransport::kTcp, 10'001, false),
+              L"Latência GStreamer deve estar entre 0 e 10000 ms.");
+    EXPECT_EQ(refusal(L"", RtspTransport::kTcp, 0, false), gstAvailabilityText(false));
 }
 
 TEST(GstSourceUri, HasTheSchemeInSmallLettersAndNothingElseChanged) {

@@ -106,7 +106,7 @@ std::uint8_t byteOf(std::uint64_t counter) {
     return static_cast<std::uint8_t>(counter * 37 + 11);
 }
 
-bool isWhole(const BridgeFrame& frame) {
+bool isOfOneUpdate(const BridgeFrame& frame) {
     const BridgeHeader& header = frame.header;
     const std::uint64_t counter = header.frameCounter;
     if (header.tickMs != tickOf(counter) || header.writerPid != static_cast<std::uint32_t>(counter) ||
@@ -147,7 +147,7 @@ RaceResult race(BridgeState state) {
                 continue;
             ++read;
             retried += result.attempts > 1 ? 1u : 0u;
-            mixed += isWhole(frame) ? 0u : 1u;
+            mixed += isOfOneUpdate(frame) ? 0u : 1u;
         }
     };
     std::uint64_t counter = 1;

@@ -132,7 +132,7 @@ TEST(LeaseHolder, TakesANewSlotWhenItsOwnWasTakenOver) {
     DemandFile file{};
     LeaseHolder holder(file, ids());
     ASSERT_TRUE(holder.take(kNow));
-    file.slots[0] = {42, kNow + 400};  // somebody else's by now
+    file.slots[0] = {42, kNow + 400};  // another holder's by now
 
     EXPECT_TRUE(holder.keepAlive(kNow + 500));
 
@@ -166,7 +166,7 @@ TEST(Leases, GoToOneHolderEachHoweverManyTryAtOnce) {
     for (int round = 0; round < 200; ++round) {
         const auto file = std::make_unique<DemandFile>();
         for (std::uint32_t i = 0; i < kLeaseSlots; i += 2)
-            file->slots[i] = {500 + i, kNow - 60'000};  // half of them left behind by the dead
+            file->slots[i] = {500 + i, kNow - 60'000};  // half of them left over by the dead
         constexpr std::size_t kThreads = 4;
         constexpr std::uint64_t kTriesEach = 5;  // 20 want 16
         std::array<std::vector<std::uint32_t>, kThreads> taken;

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "base/text.h"
-#include "update/channel_key.h"
+#include "update/channel.h"
 #include "update/json_reader.h"
 
 namespace vextra {
@@ -118,7 +118,7 @@ TEST(SigningKey, IsNotReadFromAnythingElse) {
     }
 }
 
-TEST(ReleaseDocuments, AreReadByTheBroker) {
+TEST(DocumentsOfARelease, AreReadByTheBroker) {
     const UpdateChannelIdentity channel{"https://h:1", {}};
     const UpdateManifest manifest{"1.0.0-rc.1+7", installerUrl("1.0.0-rc.1+7", channel), std::string(64, 'a'),
                                   kMaxInstallerBytes, ""};

@@ -9,7 +9,7 @@
 #include "base/sha256.h"
 #include "base/text.h"
 #include "import_swap_win.h"
-#include "update/channel_key.h"
+#include "update/channel.h"
 #include "update/json_reader.h"
 #include "update/signature.h"
 

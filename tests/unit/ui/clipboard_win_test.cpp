@@ -86,12 +86,12 @@ HANDLE WINAPI lookAndRefuse(UINT format, HANDLE block) {
     return nullptr;
 }
 
-class Clipboard : public testing::Test {
+class SessionWideClipboard : public testing::Test {
 protected:
     const test::TestWindow window;
 };
 
-TEST_F(Clipboard, TakesATextWithItsTerminator) {
+TEST_F(SessionWideClipboard, TakesATextWithItsTerminator) {
     const std::wstring text = L"Prévia: não\r\nLatência • 60 s \U0001F4F7\r\n";
     ASSERT_TRUE(copyToClipboard(window.handle(), text));
     const std::wstring units = unitsOnClipboard(window.handle());
@@ -99,7 +99,7 @@ TEST_F(Clipboard, TakesATextWithItsTerminator) {
     EXPECT_EQ(units.substr(0, text.size() + 1), text + L'\0');
 }
 
-TEST_F(Clipboard, IsHandedTheTextWithItsTerminator) {
+TEST_F(SessionWideClipboard, IsHandedTheTextWithItsTerminator) {
     const GlobalAllocSwap memory("GlobalAlloc", &usedMemory);
     const test::ImportSwap<HANDLE WINAPI(UINT, HANDLE)> clipboard("SetClipboardData", &lookAndRefuse);
     EXPECT_FALSE(copyToClipboard(window.handle(), L"não"));
@@ -107,7 +107,7 @@ TEST_F(Clipboard, IsHandedTheTextWithItsTerminator) {
     EXPECT_EQ(unitsHandedOver.substr(0, 4), std::wstring(L"não") + L'\0');
 }
 
-TEST_F(Clipboard, TakesAnEmptyTextAndALongOne) {
+TEST_F(SessionWideClipboard, TakesAnEmptyTextAndALongOne) {
     ASSERT_TRUE(copyToClipboard(window.handle(), L""));
     EXPECT_EQ(unitsOnClipboard(window.handle()).at(0), L'\0');
     const std::wstring longText(200'000, L'é');
@@ -115,18 +115,18 @@ TEST_F(Clipboard, TakesAnEmptyTextAndALongOne) {
     EXPECT_EQ(unitsOnClipboard(window.handle()).substr(0, 200'001), longText + L'\0');
 }
 
-TEST_F(Clipboard, TakesTheNewestTextOnly) {
+TEST_F(SessionWideClipboard, TakesTheNewestTextOnly) {
     ASSERT_TRUE(copyToClipboard(window.handle(), L"a long text that came first"));
     ASSERT_TRUE(copyToClipboard(window.handle(), L"second"));
     EXPECT_STREQ(unitsOnClipboard(window.handle()).c_str(), L"second");
 }
 
-TEST_F(Clipboard, IsFreeAgainForOthers) {
+TEST_F(SessionWideClipboard, IsFreeAgainForOthers) {
     ASSERT_TRUE(copyToClipboard(window.handle(), L"ours"));
     EXPECT_TRUE(NeighbourWithTheClipboard().opened());
 }
 
-TEST_F(Clipboard, StaysAsItWasWhileSomebodyElseHoldsIt) {
+TEST_F(SessionWideClipboard, StaysAsItWasWhileSomebodyElseHoldsIt) {
     ASSERT_TRUE(copyToClipboard(window.handle(), L"before"));
     {
         const NeighbourWithTheClipboard neighbour;
@@ -143,7 +143,7 @@ BOOL WINAPI busyAtFirst(HWND owner) {
     return test::realFunction<BOOL WINAPI(HWND)>("OpenClipboard")(owner);
 }
 
-TEST_F(Clipboard, IsWaitedForWhileSomebodyElseHoldsItForAMoment) {
+TEST_F(SessionWideClipboard, IsWaitedForWhileSomebodyElseHoldsItForAMoment) {
     const test::ImportSwap<BOOL WINAPI(HWND)> busy("OpenClipboard", &busyAtFirst);
     attempts = 0;
     attemptsThatFail = 3;
@@ -152,7 +152,7 @@ TEST_F(Clipboard, IsWaitedForWhileSomebodyElseHoldsItForAMoment) {
     EXPECT_STREQ(unitsOnClipboard(window.handle()).c_str(), L"in the end");
 }
 
-TEST_F(Clipboard, StaysAsItWasWithoutMemory) {
+TEST_F(SessionWideClipboard, StaysAsItWasWithoutMemory) {
     ASSERT_TRUE(copyToClipboard(window.handle(), L"before"));
     {
         const GlobalAllocSwap swapped("GlobalAlloc", &noMemory);

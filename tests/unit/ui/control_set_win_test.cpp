@@ -341,9 +341,9 @@ TEST_F(ControlSetTest, GivesEveryControlTheFont) {
 
 // --- The keyboard, which one window of the session has at a time ---
 
-class ControlSetKeyboard : public ControlSetTest {};
+class SessionWideControlSetKeyboard : public ControlSetTest {};
 
-TEST_F(ControlSetKeyboard, PassesTheFocusOnWhenItsControlVanishes) {
+TEST_F(SessionWideControlSetKeyboard, PassesTheFocusOnWhenItsControlVanishes) {
     show(Panel::kSettings);
     SetFocus(controls[kIdSource]);
     ASSERT_EQ(GetFocus(), controls[kIdSource]);
@@ -351,14 +351,14 @@ TEST_F(ControlSetKeyboard, PassesTheFocusOnWhenItsControlVanishes) {
     EXPECT_EQ(GetFocus(), controls[kIdTabCamera]);
 }
 
-TEST_F(ControlSetKeyboard, LeavesTheFocusToAControlThatStays) {
+TEST_F(SessionWideControlSetKeyboard, LeavesTheFocusToAControlThatStays) {
     show(Panel::kSettings);
     SetFocus(controls[kIdSource]);
     show(Panel::kSettings, SourceKind::kDirectCamera, true);
     EXPECT_EQ(GetFocus(), controls[kIdSource]);
 }
 
-TEST_F(ControlSetKeyboard, PassesTheFocusOnWhenItsControlIsDisabled) {
+TEST_F(SessionWideControlSetKeyboard, PassesTheFocusOnWhenItsControlIsDisabled) {
     show(Panel::kSettings);
     SetFocus(controls[kIdApply]);
     controls.setEnabled(kIdApply, false);
@@ -367,7 +367,7 @@ TEST_F(ControlSetKeyboard, PassesTheFocusOnWhenItsControlIsDisabled) {
 }
 
 // The key that pressed it may come once more.
-TEST_F(ControlSetKeyboard, NeverPassesTheFocusToAButtonThatOpensSomething) {
+TEST_F(SessionWideControlSetKeyboard, NeverPassesTheFocusToAButtonThatOpensSomething) {
     show(Panel::kDiagnostics);
     SetFocus(controls[kIdCheckUpdate]);
     controls.setEnabled(kIdCheckUpdate, false);
@@ -377,7 +377,7 @@ TEST_F(ControlSetKeyboard, NeverPassesTheFocusToAButtonThatOpensSomething) {
     EXPECT_EQ(GetFocus(), controls[kIdTabDiagnostics]);
 }
 
-TEST_F(ControlSetKeyboard, MovesTheFrameOfTheDefaultButtonWithTheFocus) {
+TEST_F(SessionWideControlSetKeyboard, MovesTheFrameOfTheDefaultButtonWithTheFocus) {
     show(Panel::kDiagnostics);
     SetFocus(controls[kIdCheckUpdate]);
     SendMessageW(controls[kIdCheckUpdate], BM_SETSTYLE, BS_DEFPUSHBUTTON,
@@ -387,7 +387,7 @@ TEST_F(ControlSetKeyboard, MovesTheFrameOfTheDefaultButtonWithTheFocus) {
     EXPECT_EQ(buttonKind(kIdCopyReport), DWORD{BS_DEFPUSHBUTTON});
 }
 
-TEST_F(ControlSetKeyboard, PutsTheCaretWhereTheEdgeOfAFieldIsClicked) {
+TEST_F(SessionWideControlSetKeyboard, PutsTheCaretWhereTheEdgeOfAFieldIsClicked) {
     show(Panel::kSettings, SourceKind::kDirectCamera);
     const HWND field = controls[kIdDirectUser];
     SetWindowTextW(field, L"operador");
@@ -404,7 +404,7 @@ TEST_F(ControlSetKeyboard, PutsTheCaretWhereTheEdgeOfAFieldIsClicked) {
     }
 }
 
-TEST_F(ControlSetKeyboard, TellsTheWindowWhichTabHasTheFocus) {
+TEST_F(SessionWideControlSetKeyboard, TellsTheWindowWhichTabHasTheFocus) {
     show(Panel::kCamera);
     SetFocus(controls[kIdAutomatic]);
     const int before = window.messages(WM_COMMAND);
@@ -414,7 +414,7 @@ TEST_F(ControlSetKeyboard, TellsTheWindowWhichTabHasTheFocus) {
     EXPECT_EQ(window.messages(WM_COMMAND), before + 2);
 }
 
-TEST_F(ControlSetKeyboard, LeavesTheFocusWhereItIsWhenAnotherControlIsDisabled) {
+TEST_F(SessionWideControlSetKeyboard, LeavesTheFocusWhereItIsWhenAnotherControlIsDisabled) {
     show(Panel::kSettings);
     SetFocus(controls[kIdSource]);
     controls.setEnabled(kIdApply, false);
@@ -423,7 +423,7 @@ TEST_F(ControlSetKeyboard, LeavesTheFocusWhereItIsWhenAnotherControlIsDisabled) 
     EXPECT_TRUE(IsWindowEnabled(controls[kIdApply]));
 }
 
-TEST_F(ControlSetKeyboard, LeavesTabAndEscapeOfTheLogViewToTheWindow) {
+TEST_F(SessionWideControlSetKeyboard, LeavesTabAndEscapeOfTheLogViewToTheWindow) {
     for (const WPARAM key : {VK_TAB, VK_ESCAPE}) {
         MSG message{controls[kIdLogs], WM_KEYDOWN, key, 0, 0, {0, 0}};
         for (MSG* with : {static_cast<MSG*>(nullptr), &message}) {
@@ -435,7 +435,7 @@ TEST_F(ControlSetKeyboard, LeavesTabAndEscapeOfTheLogViewToTheWindow) {
     EXPECT_NE(SendMessageW(controls[kIdLogs], WM_GETDLGCODE, 0, 0) & DLGC_WANTARROWS, 0);
 }
 
-TEST_F(ControlSetKeyboard, LetsTabLeaveTheLogView) {
+TEST_F(SessionWideControlSetKeyboard, LetsTabLeaveTheLogView) {
     show(Panel::kDiagnostics);
     SetFocus(controls[kIdLogs]);
     MSG tab{controls[kIdLogs], WM_KEYDOWN, VK_TAB, 1, 0, {0, 0}};
@@ -443,7 +443,7 @@ TEST_F(ControlSetKeyboard, LetsTabLeaveTheLogView) {
     EXPECT_EQ(GetFocus(), controls[kIdRefreshLogs]);
 }
 
-TEST_F(ControlSetKeyboard, LetsEscapeInTheLogViewCloseNothing) {
+TEST_F(SessionWideControlSetKeyboard, LetsEscapeInTheLogViewCloseNothing) {
     show(Panel::kDiagnostics);
     SetFocus(controls[kIdLogs]);
     MSG escape{controls[kIdLogs], WM_KEYDOWN, VK_ESCAPE, 1, 0, {0, 0}};
@@ -457,7 +457,7 @@ TEST_F(ControlSetKeyboard, LetsEscapeInTheLogViewCloseNothing) {
 }
 
 // A selection of all that was read would be copied by the next key.
-TEST_F(ControlSetKeyboard, SelectsNothingInTheLogViewWhenTabReachesIt) {
+TEST_F(SessionWideControlSetKeyboard, SelectsNothingInTheLogViewWhenTabReachesIt) {
     show(Panel::kDiagnostics);
     SetWindowTextW(controls[kIdLogs], L"tick=1 UI_READY");
     EXPECT_EQ(SendMessageW(controls[kIdLogs], WM_GETDLGCODE, 0, 0) & DLGC_HASSETSEL, 0);

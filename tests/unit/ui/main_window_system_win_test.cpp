@@ -12,9 +12,11 @@
 #include <vector>
 
 #include "core/instance_win.h"
-#include "core/supervisor_thread_win.h"
+#include "core/window_messages_win.h"
 #include "import_swap_win.h"
 #include "shell_record_win.h"
+#include "ui/preview_picture.h"
+#include "ui/tray_text.h"
 
 namespace vextra {
 namespace {
@@ -83,9 +85,9 @@ bool contains(const RECT& outer, const RECT& inner) {
     return UnionRect(&both, &outer, &inner) && EqualRect(&both, &outer);
 }
 
-class MainWindowAndSystem : public testing::Test {
+class SessionWideMainWindowAndSystem : public testing::Test {
 protected:
-    MainWindowAndSystem() {
+    SessionWideMainWindowAndSystem() {
         workArea = {0, 0, 2048, 1280};
         windowDpi = 96;
         imageCalls.clear();
@@ -94,7 +96,7 @@ protected:
         fillPlaceholderFrame(shared.previewFrame);
         shared.settings.updateDisabled = true;
     }
-    ~MainWindowAndSystem() override {
+    ~SessionWideMainWindowAndSystem() override {
         window.reset();
         UnregisterClassW(kMainWindowClass, GetModuleHandleW(nullptr));
     }
@@ -162,7 +164,7 @@ protected:
 
 // --- Beginning and end ---
 
-TEST_F(MainWindowAndSystem, TakesWindowAndIconAlongWhenItGoes) {
+TEST_F(SessionWideMainWindowAndSystem, TakesWindowAndIconAlongWhenItGoes) {
     ASSERT_TRUE(make());
     const HWND was = handle();
     window.reset();
@@ -172,7 +174,7 @@ TEST_F(MainWindowAndSystem, TakesWindowAndIconAlongWhenItGoes) {
     EXPECT_EQ(unregistrations, 1);
 }
 
-TEST_F(MainWindowAndSystem, RemovesItsIconOnceWhenItWasQuitBefore) {
+TEST_F(SessionWideMainWindowAndSystem, RemovesItsIconOnceWhenItWasQuitBefore) {
     ASSERT_TRUE(make());
     SendMessageW(handle(), WM_COMMAND, kIdTrayQuit, 0);
     EXPECT_EQ(handle(), nullptr);
@@ -181,13 +183,13 @@ TEST_F(MainWindowAndSystem, RemovesItsIconOnceWhenItWasQuitBefore) {
     EXPECT_EQ(unregistrations, 1);
 }
 
-TEST_F(MainWindowAndSystem, IsNotMadeWithoutItsTimer) {
+TEST_F(SessionWideMainWindowAndSystem, IsNotMadeWithoutItsTimer) {
     const test::RefusedImport<decltype(SetTimer)> refused("SetTimer");
     EXPECT_FALSE(make());
     EXPECT_EQ(shell.calls().size(), 0u) << "no icon of a window that is not there";
 }
 
-TEST_F(MainWindowAndSystem, AsksAgainToHearOfTheSessionUntilItDoes) {
+TEST_F(SessionWideMainWindowAndSystem, AsksAgainToHearOfTheSessionUntilItDoes) {
     refusedRegistrations = 2;
     ASSERT_TRUE(make());
     EXPECT_EQ(logged.count("SESSION_NOTIFY_FAILED"), 1u);
@@ -198,7 +200,7 @@ TEST_F(MainWindowAndSystem, AsksAgainToHearOfTheSessionUntilItDoes) {
     EXPECT_EQ(registrations, 3) << "not again once it holds";
 }
 
-TEST_F(MainWindowAndSystem, LeavesARegistrationAloneThatNeverHeld) {
+TEST_F(SessionWideMainWindowAndSystem, LeavesARegistrationAloneThatNeverHeld) {
     refusedRegistrations = 1000;
     ASSERT_TRUE(make());
     window.reset();
@@ -207,7 +209,7 @@ TEST_F(MainWindowAndSystem, LeavesARegistrationAloneThatNeverHeld) {
 
 // --- The tray ---
 
-TEST_F(MainWindowAndSystem, TriesItsIconAgainEachSecondWhileItIsAbsent) {
+TEST_F(SessionWideMainWindowAndSystem, TriesItsIconAgainEachSecondWhileItIsAbsent) {
     shell.refuse(NIM_ADD);
     ASSERT_TRUE(make());
     EXPECT_TRUE(handleMessagesUntil([&] { return shell.count(NIM_ADD) == 3; }, 4000));
@@ -216,7 +218,7 @@ TEST_F(MainWindowAndSystem, TriesItsIconAgainEachSecondWhileItIsAbsent) {
     EXPECT_EQ(logged.count("TRAY_ADD_FAILED"), 1u);
 }
 
-TEST_F(MainWindowAndSystem, SaysWhenItHidesThatItStillRuns) {
+TEST_F(SessionWideMainWindowAndSystem, SaysWhenItHidesThatItStillRuns) {
     ASSERT_TRUE(make());
     show();
     SendMessageW(handle(), WM_CLOSE, 0, 0);
@@ -227,19 +229,19 @@ TEST_F(MainWindowAndSystem, SaysWhenItHidesThatItStillRuns) {
     EXPECT_STREQ(last.record.szInfoTitle, L"Vextra continua na bandeja");
 }
 
-TEST_F(MainWindowAndSystem, RenewsTheTipByItself) {
+TEST_F(SessionWideMainWindowAndSystem, RenewsTheTipByItself) {
     ASSERT_TRUE(make());
     const std::wstring first = shell.calls().back().record.szTip;
     shared.active = true;
     shared.leaseCount = 1;
-    shared.status = static_cast<std::uint32_t>(BrokerStatus::kPaused);
+    shared.status = BrokerStatus::kPaused;
     ASSERT_TRUE(handleMessagesUntil([&] { return shell.count(NIM_MODIFY) == 1; }, 3000));
     EXPECT_STREQ(shell.calls().back().record.szTip,
                  L"Vextra MF beta • Dispositivo persistente • Pausada • fallback local");
     EXPECT_NE(shell.calls().back().record.szTip, first);
 }
 
-TEST_F(MainWindowAndSystem, OffersWhatTheMenuOfItsIconShall) {
+TEST_F(SessionWideMainWindowAndSystem, OffersWhatTheMenuOfItsIconShall) {
     const test::ImportSwap<BOOL WINAPI(HMENU, UINT, int, int, int, HWND, const RECT*)> menu(
         "TrackPopupMenu", &menuThatIsOnlyRead);
     ASSERT_TRUE(make());
@@ -268,7 +270,7 @@ TEST_F(MainWindowAndSystem, OffersWhatTheMenuOfItsIconShall) {
     EXPECT_EQ(openedMenu[4].text, L"Ativar automático");
 }
 
-TEST_F(MainWindowAndSystem, HasAnIconOfItsOwnInTheTaskbarsSize) {
+TEST_F(SessionWideMainWindowAndSystem, HasAnIconOfItsOwnInTheTaskbarsSize) {
     const test::ImportSwap<HANDLE WINAPI(HINSTANCE, LPCWSTR, UINT, int, int, UINT)> images("LoadImageW",
                                                                                            &imageOfThatSize);
     const test::ImportSwap<BOOL WINAPI(HICON)> freeing("DestroyIcon", &freedIcon);
@@ -291,7 +293,7 @@ TEST_F(MainWindowAndSystem, HasAnIconOfItsOwnInTheTaskbarsSize) {
 
 // --- The screen ---
 
-TEST_F(MainWindowAndSystem, IsMadeAtTheScaleOfItsOwnScreen) {
+TEST_F(SessionWideMainWindowAndSystem, IsMadeAtTheScaleOfItsOwnScreen) {
     windowDpi = 144;
     ASSERT_TRUE(make());
     RECT wanted{0, 0, 1470, 1080};
@@ -301,7 +303,7 @@ TEST_F(MainWindowAndSystem, IsMadeAtTheScaleOfItsOwnScreen) {
     EXPECT_EQ(placeOf(kIdTabSettings).right - placeOf(kIdTabSettings).left, 285);
 }
 
-TEST_F(MainWindowAndSystem, FitsASmallScreenFromTheStart) {
+TEST_F(SessionWideMainWindowAndSystem, FitsASmallScreenFromTheStart) {
     workArea = {0, 0, 1280, 672};
     ASSERT_TRUE(make());
     EXPECT_TRUE(contains(workArea, place()));
@@ -313,7 +315,7 @@ TEST_F(MainWindowAndSystem, FitsASmallScreenFromTheStart) {
     EXPECT_LT(font.lfHeight, 17) << "and so is its text";
 }
 
-TEST_F(MainWindowAndSystem, CannotBeMadeLargerThanASmallScreenByItsLeastSize) {
+TEST_F(SessionWideMainWindowAndSystem, CannotBeMadeLargerThanASmallScreenByItsLeastSize) {
     workArea = {0, 0, 1280, 672};
     ASSERT_TRUE(make());
     SetWindowPos(handle(), nullptr, 0, 0, 100, 100, SWP_NOZORDER | SWP_NOACTIVATE);
@@ -321,7 +323,7 @@ TEST_F(MainWindowAndSystem, CannotBeMadeLargerThanASmallScreenByItsLeastSize) {
     EXPECT_GT(place().right - place().left, 700);
 }
 
-TEST_F(MainWindowAndSystem, FollowsItsWorkAreaWhileItIsOpen) {
+TEST_F(SessionWideMainWindowAndSystem, FollowsItsWorkAreaWhileItIsOpen) {
     ASSERT_TRUE(make());
     show();
     const RECT before = place();
@@ -334,7 +336,7 @@ TEST_F(MainWindowAndSystem, FollowsItsWorkAreaWhileItIsOpen) {
     EXPECT_EQ(place().left, before.left);
 }
 
-TEST_F(MainWindowAndSystem, IsNotShownWhereItsScreenWas) {
+TEST_F(SessionWideMainWindowAndSystem, IsNotShownWhereItsScreenWas) {
     workArea = {2048, 0, 4096, 1280};
     ASSERT_TRUE(make());
     EXPECT_GE(place().left, 2048);
@@ -343,7 +345,7 @@ TEST_F(MainWindowAndSystem, IsNotShownWhereItsScreenWas) {
     EXPECT_TRUE(contains(workArea, place()));
 }
 
-TEST_F(MainWindowAndSystem, StaysMaximisedWhenItsWorkAreaChanges) {
+TEST_F(SessionWideMainWindowAndSystem, StaysMaximisedWhenItsWorkAreaChanges) {
     ASSERT_TRUE(make());
     show();
     ShowWindow(handle(), SW_MAXIMIZE);
@@ -357,7 +359,7 @@ TEST_F(MainWindowAndSystem, StaysMaximisedWhenItsWorkAreaChanges) {
     EXPECT_TRUE(handleMessagesUntil([&] { return contains(workArea, place()); }, 1000));
 }
 
-TEST_F(MainWindowAndSystem, SaysBeforeAChangeOfDpiHowLargeItWantsToBe) {
+TEST_F(SessionWideMainWindowAndSystem, SaysBeforeAChangeOfDpiHowLargeItWantsToBe) {
     ASSERT_TRUE(make());
     workArea = {0, 0, 1920, 1008};
     SIZE size{1000, 760};
@@ -371,7 +373,7 @@ TEST_F(MainWindowAndSystem, SaysBeforeAChangeOfDpiHowLargeItWantsToBe) {
     EXPECT_EQ(size.cx, 1000);
 }
 
-TEST_F(MainWindowAndSystem, SaysNothingOfADpiThatIsNoneOrWithoutASize) {
+TEST_F(SessionWideMainWindowAndSystem, SaysNothingOfADpiThatIsNoneOrWithoutASize) {
     ASSERT_TRUE(make());
     SIZE size{1000, 800};
     for (const WPARAM dpi : {WPARAM{0}, WPARAM{47}, WPARAM{961}})
@@ -381,7 +383,7 @@ TEST_F(MainWindowAndSystem, SaysNothingOfADpiThatIsNoneOrWithoutASize) {
     EXPECT_EQ(size.cx, 1000);
 }
 
-TEST_F(MainWindowAndSystem, FitsASmallScreenAfterAChangeOfDpi) {
+TEST_F(SessionWideMainWindowAndSystem, FitsASmallScreenAfterAChangeOfDpi) {
     ASSERT_TRUE(make());
     workArea = {0, 0, 1920, 1008};
     changeDpi(144, {100, 60, 1540, 1190});
@@ -392,7 +394,7 @@ TEST_F(MainWindowAndSystem, FitsASmallScreenAfterAChangeOfDpi) {
     EXPECT_LT(width, 285);
 }
 
-TEST_F(MainWindowAndSystem, StaysAsTheSystemMaximisesItAfterAChangeOfDpi) {
+TEST_F(SessionWideMainWindowAndSystem, StaysAsTheSystemMaximisesItAfterAChangeOfDpi) {
     ASSERT_TRUE(make());
     show();
     ShowWindow(handle(), SW_MAXIMIZE);
@@ -404,7 +406,7 @@ TEST_F(MainWindowAndSystem, StaysAsTheSystemMaximisesItAfterAChangeOfDpi) {
     EXPECT_TRUE(EqualRect(&now, &maximised));
 }
 
-TEST_F(MainWindowAndSystem, TakesExactlyTheSystemsPlaceWhileItIsDragged) {
+TEST_F(SessionWideMainWindowAndSystem, TakesExactlyTheSystemsPlaceWhileItIsDragged) {
     ASSERT_TRUE(make());
     show();
     workArea = {0, 0, 1920, 1008};
@@ -420,7 +422,7 @@ TEST_F(MainWindowAndSystem, TakesExactlyTheSystemsPlaceWhileItIsDragged) {
     EXPECT_TRUE(contains(workArea, place())) << "once it is dropped it has to fit";
 }
 
-TEST_F(MainWindowAndSystem, LeavesADroppedWindowWhereItsUserPutIt) {
+TEST_F(SessionWideMainWindowAndSystem, LeavesADroppedWindowWhereItsUserPutIt) {
     ASSERT_TRUE(make());
     show();
     SendMessageW(handle(), WM_ENTERSIZEMOVE, 0, 0);

@@ -15,8 +15,9 @@
 
 #include "bridge/bridge_layout.h"
 #include "core/instance_win.h"
-#include "core/supervisor_thread_win.h"
+#include "core/window_messages_win.h"
 #include "recording_annotations_win.h"
+#include "ui/tray_text.h"
 
 namespace vextra {
 namespace {
@@ -32,9 +33,9 @@ void WINAPI recordEvent(DWORD event, HWND window, LONG object, LONG child) {
         raised->emplace_back(event, window);
 }
 
-class MainWindowTest : public testing::Test {
+class SessionWideMainWindow : public testing::Test {
 protected:
-    MainWindowTest() {
+    SessionWideMainWindow() {
         testNow = 1'000'000;
         raised = &events;
         shared.previewFrame.resize(kFrameBytes);
@@ -45,7 +46,7 @@ protected:
             failSetUp("main window");
         ShowWindow(window(), SW_SHOWNA);
     }
-    ~MainWindowTest() override {
+    ~SessionWideMainWindow() override {
         if (product->handle() != nullptr)
             command(kIdTrayQuit);
         MSG message{};  // the quit among them, which would end the next test's loops
@@ -64,7 +65,7 @@ protected:
     }
     void goLive() {
         shared.active = true;
-        shared.status = static_cast<std::uint32_t>(BrokerStatus::kLive);
+        shared.status = BrokerStatus::kLive;
         shared.lastFrameTick = testNow;
     }
     std::wstring description(ControlId id) const {
@@ -89,34 +90,33 @@ protected:
 
 // --- What a screen reader hears ---
 
-TEST_F(MainWindowTest, NamesItsFieldsForAScreenReader) {
+TEST_F(SessionWideMainWindow, NamesItsFieldsForAScreenReader) {
     for (const Control& each : kControls)
-        EXPECT_EQ(annotations.service.text(control(each.id), PROPID_ACC_NAME),
-                  std::wstring(each.accessibleName))
+        EXPECT_EQ(annotations.service.text(control(each.id), PROPID_ACC_NAME), std::wstring(each.label.text))
             << each.id;
 }
 
-TEST_F(MainWindowTest, TellsStateSourceAndBackendOnTheCamerasTab) {
+TEST_F(SessionWideMainWindow, TellsStateSourceAndBackendOnTheCamerasTab) {
     tick();
     EXPECT_EQ(description(kIdTabCamera),
               L"Automático • aguardando aplicativo. Perfil interno Vextra • protegido. Prévia do produtor • "
               L"backend: Nenhum");
     goLive();
-    shared.effectiveBackend = 1;
+    shared.effectiveBackend = EffectiveBackend::kFfmpeg;
     tick();
     EXPECT_EQ(description(kIdTabCamera),
               L"Ao vivo • imagem recente. Perfil interno Vextra • protegido. Prévia do produtor • backend: "
               L"FFmpeg");
 }
 
-TEST_F(MainWindowTest, TellsThatThePictureHasBecomeOld) {
+TEST_F(SessionWideMainWindow, TellsThatThePictureHasBecomeOld) {
     goLive();
     tick();
     tick(3000);
     EXPECT_EQ(description(kIdTabCamera).substr(0, 31), L"Imagem desatualizada • fallback");
 }
 
-TEST_F(MainWindowTest, TellsTheFiguresOnTheDiagnosticsTab) {
+TEST_F(SessionWideMainWindow, TellsTheFiguresOnTheDiagnosticsTab) {
     tick();
     shared.frameCounter = 16;
     shared.reconnects = 2;
@@ -129,7 +129,7 @@ TEST_F(MainWindowTest, TellsTheFiguresOnTheDiagnosticsTab) {
         L"medida.");
 }
 
-TEST_F(MainWindowTest, TellsTheFiguresOnceASecondAtMost) {
+TEST_F(SessionWideMainWindow, TellsTheFiguresOnceASecondAtMost) {
     tick();
     goLive();
     tick();
@@ -149,7 +149,7 @@ TEST_F(MainWindowTest, TellsTheFiguresOnceASecondAtMost) {
     EXPECT_EQ(annotations.service.calls - before, 4 * 2) << "for readers of either kind";
 }
 
-TEST_F(MainWindowTest, TellsNothingWhileNothingChanges) {
+TEST_F(SessionWideMainWindow, TellsNothingWhileNothingChanges) {
     tick();
     tick(1000);
     const int before = annotations.service.calls;
@@ -160,7 +160,7 @@ TEST_F(MainWindowTest, TellsNothingWhileNothingChanges) {
     EXPECT_TRUE(events.empty());
 }
 
-TEST_F(MainWindowTest, TellsNothingWhileItIsHidden) {
+TEST_F(SessionWideMainWindow, TellsNothingWhileItIsHidden) {
     tick();
     tick(1000);
     ShowWindow(window(), SW_HIDE);
@@ -177,7 +177,7 @@ TEST_F(MainWindowTest, TellsNothingWhileItIsHidden) {
     EXPECT_EQ(description(kIdTabCamera).substr(0, 7), L"Ao vivo");
 }
 
-TEST_F(MainWindowTest, HasTabsOfWhichOneIsSelected) {
+TEST_F(SessionWideMainWindow, HasTabsOfWhichOneIsSelected) {
     constexpr long kSelected = STATE_SYSTEM_FOCUSABLE | STATE_SYSTEM_SELECTABLE | STATE_SYSTEM_SELECTED;
     constexpr long kOther = STATE_SYSTEM_FOCUSABLE | STATE_SYSTEM_SELECTABLE;
     for (const ControlId tab : {kIdTabCamera, kIdTabSettings, kIdTabDiagnostics})
@@ -190,14 +190,14 @@ TEST_F(MainWindowTest, HasTabsOfWhichOneIsSelected) {
     EXPECT_TRUE(was(EVENT_OBJECT_SELECTION, kIdTabSettings));
 }
 
-TEST_F(MainWindowTest, SaysWhichTabHasTheFocus) {
+TEST_F(SessionWideMainWindow, SaysWhichTabHasTheFocus) {
     SetFocus(control(kIdTabDiagnostics));
     EXPECT_NE(state(kIdTabDiagnostics) & STATE_SYSTEM_FOCUSED, 0);
     SetFocus(control(kIdAutomatic));
     EXPECT_EQ(state(kIdTabDiagnostics) & STATE_SYSTEM_FOCUSED, 0);
 }
 
-TEST_F(MainWindowTest, SaysWhetherTheAdvancedFieldsAreOpen) {
+TEST_F(SessionWideMainWindow, SaysWhetherTheAdvancedFieldsAreOpen) {
     command(kIdTabSettings);
     EXPECT_EQ(state(kIdAdvanced), STATE_SYSTEM_FOCUSABLE | STATE_SYSTEM_COLLAPSED);
     SetFocus(control(kIdAdvanced));
@@ -208,11 +208,11 @@ TEST_F(MainWindowTest, SaysWhetherTheAdvancedFieldsAreOpen) {
     EXPECT_EQ(state(kIdAdvanced), STATE_SYSTEM_FOCUSABLE | STATE_SYSTEM_COLLAPSED | STATE_SYSTEM_FOCUSED);
 }
 
-TEST_F(MainWindowTest, SaysWhatAnEmptyManifestFieldMeans) {
+TEST_F(SessionWideMainWindow, SaysWhatAnEmptyManifestFieldMeans) {
     EXPECT_EQ(description(kIdManifestUrl).substr(0, 34), L"vazio usa https://updates.example/");
 }
 
-TEST_F(MainWindowTest, SaysWhatItPaintsBelowTheListOfSources) {
+TEST_F(SessionWideMainWindow, SaysWhatItPaintsBelowTheListOfSources) {
     EXPECT_EQ(description(kIdSource),
               L"Perfil interno migrado sem alterar a alpha. Endereço e credenciais protegidos.");
     SendMessageW(control(kIdSource), CB_SETCURSEL, 3, 0);
@@ -223,7 +223,7 @@ TEST_F(MainWindowTest, SaysWhatItPaintsBelowTheListOfSources) {
     EXPECT_EQ(description(kIdSource), L"");
 }
 
-TEST_F(MainWindowTest, AnnouncesItsStatusLineWhenThatChanges) {
+TEST_F(SessionWideMainWindow, AnnouncesItsStatusLineWhenThatChanges) {
     EXPECT_EQ(annotations.service.number(control(kIdStatusLine), test::kLiveSettingProperty), 1);
     const auto announced = [&] {
         return std::count(events.begin(), events.end(),
@@ -240,7 +240,7 @@ TEST_F(MainWindowTest, AnnouncesItsStatusLineWhenThatChanges) {
     EXPECT_EQ(announced(), 1) << "hidden";
 }
 
-TEST_F(MainWindowTest, TakesAllThatItToldBackWhenItEnds) {
+TEST_F(SessionWideMainWindow, TakesAllThatItToldBackWhenItEnds) {
     tick();
     SetFocus(control(kIdTabCamera));
     ASSERT_NE(annotations.service.entries(), 0u);
@@ -273,7 +273,7 @@ std::wstring toolTipText(HWND owner, HWND tool) {
     return text;
 }
 
-TEST_F(MainWindowTest, SaysWhyTheDecoderFailedUntilThatIsOver) {
+TEST_F(SessionWideMainWindow, SaysWhyTheDecoderFailedUntilThatIsOver) {
     tick();
     EXPECT_EQ(toolTipOf(window()), nullptr) << "made for nothing";
     replaceFailureReason(shared, L"Fora do contrato.");
@@ -290,7 +290,7 @@ TEST_F(MainWindowTest, SaysWhyTheDecoderFailedUntilThatIsOver) {
     EXPECT_EQ(description(kIdStatusLine), L"");
 }
 
-TEST_F(MainWindowTest, LetsTheMouseRestOnItsStatusLine) {
+TEST_F(SessionWideMainWindow, LetsTheMouseRestOnItsStatusLine) {
     const HWND line = control(kIdStatusLine);
     RECT place{};
     GetWindowRect(line, &place);
@@ -301,7 +301,7 @@ TEST_F(MainWindowTest, LetsTheMouseRestOnItsStatusLine) {
 
 // --- Addresses ---
 
-TEST_F(MainWindowTest, MasksARevealedAddressWhenItIsNoLongerLookedAt) {
+TEST_F(SessionWideMainWindow, MasksARevealedAddressWhenItIsNoLongerLookedAt) {
     const auto revealed = [&] { return SendMessageW(control(kIdCustomUrl), EM_GETPASSWORDCHAR, 0, 0) == 0; };
     command(kIdTabSettings);
     command(kIdRevealUrl);
@@ -339,7 +339,7 @@ private:
     std::optional<Selection> selected_;
 };
 
-TEST_F(MainWindowTest, PrintsItselfForThemesThatAskWhatLiesBehindAButton) {
+TEST_F(SessionWideMainWindow, PrintsItselfForThemesThatAskWhatLiesBehindAButton) {
     const Print print(window());
     EXPECT_EQ(print.at(5, 5), RGB(255, 255, 255)) << "header";
     EXPECT_EQ(print.at(5, 120), RGB(247, 248, 250)) << "background";
@@ -348,9 +348,9 @@ TEST_F(MainWindowTest, PrintsItselfForThemesThatAskWhatLiesBehindAButton) {
 constexpr COLORREF kPlaceholder = RGB(18, 25, 36);
 constexpr COLORREF kCamera = RGB(200, 30, 90);
 
-class PreviewOfTheWindow : public MainWindowTest {
+class SessionWidePreview : public SessionWideMainWindow {
 protected:
-    PreviewOfTheWindow() {
+    SessionWidePreview() {
         for (std::size_t i = 0; i < kFrameBytes; i += 4) {
             shared.previewFrame[i] = std::byte{90};
             shared.previewFrame[i + 1] = std::byte{30};
@@ -361,14 +361,14 @@ protected:
     COLORREF preview() const { return Print(window()).at(490, 290); }
 };
 
-TEST_F(PreviewOfTheWindow, IsTheCamerasPictureWhileThatIsLive) {
+TEST_F(SessionWidePreview, IsTheCamerasPictureWhileThatIsLive) {
     EXPECT_EQ(preview(), kPlaceholder);
     goLive();
     EXPECT_EQ(preview(), kCamera);
 }
 
-// The last picture of a camera that somebody switched off must not stay on the screen.
-TEST_F(PreviewOfTheWindow, IsThePlaceholderAgainAfterEveryLiveEpisode) {
+// The last picture of a camera that was switched off must not stay on the screen.
+TEST_F(SessionWidePreview, IsThePlaceholderAgainAfterEveryLiveEpisode) {
     for (int episode = 0; episode < 2; ++episode) {
         goLive();
         ASSERT_EQ(preview(), kCamera) << episode;
@@ -391,7 +391,7 @@ HBITMAP WINAPI countBitmap(HDC, int, int) {
     return nullptr;
 }
 
-TEST_F(MainWindowTest, PaintsNothingWhereItHasNoRoom) {
+TEST_F(SessionWideMainWindow, PaintsNothingWhereItHasNoRoom) {
     const test::ImportSwap<HBITMAP WINAPI(HDC, int, int)> bitmaps{"CreateCompatibleBitmap", &countBitmap};
     bitmapsMade = 0;
     SendMessageW(window(), WM_PAINT, 0, 0);
@@ -404,7 +404,7 @@ TEST_F(MainWindowTest, PaintsNothingWhereItHasNoRoom) {
     EXPECT_EQ(bitmapsMade, 1);
 }
 
-TEST_F(MainWindowTest, GivesItsControlsAFontOfTheNewSizeAfterAChangeOfDpi) {
+TEST_F(SessionWideMainWindow, GivesItsControlsAFontOfTheNewSizeAfterAChangeOfDpi) {
     const auto heights = [&] {
         std::vector<LONG> all;
         for (const Control& each : kControls) {

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "bridge/bridge_layout.h"
-#include "core/shared_status.h"
 #include "gdi_count_win.h"
 #include "test_window_win.h"
+#include "ui/preview_picture.h"
 
 namespace vextra {
 
@@ -194,7 +194,7 @@ TEST_P(PainterAt, ShowsTheFrameUprightAndInItsColours) {
     EXPECT_EQ(picture.at(right, top), kGreen);
     EXPECT_EQ(picture.at(left, bottom), kBlue);
     EXPECT_EQ(picture.at(right, bottom), kYellow);
-    // Nothing beside it
+    // Nothing around it
     EXPECT_EQ(picture.at(left - 1, top), kWhite);
     EXPECT_EQ(picture.at(right + 1, bottom), kWhite);
     EXPECT_EQ(picture.at(left, top - 1), kWhite);

@@ -199,7 +199,7 @@ TEST_F(TrayIconRecord, OfAFailedRemovalStillMeansThatTheIconIsGone) {
 
 // --- In the session's own notification area ---
 
-class TrayIconOfTheSession : public testing::Test {
+class SessionWideTrayIcon : public testing::Test {
 protected:
     void TearDown() override {
         if (tray.present())
@@ -214,14 +214,14 @@ protected:
     TrayIcon tray{logged.log()};
 };
 
-TEST_F(TrayIconOfTheSession, IsThereAfterAnAdd) {
+TEST_F(SessionWideTrayIcon, IsThereAfterAnAdd) {
     EXPECT_FALSE(tray.present());
     add(tray);
     EXPECT_TRUE(tray.present());
     EXPECT_EQ(logged.text(), "TRAY_ADD_OK 0x00000000\n");
 }
 
-TEST_F(TrayIconOfTheSession, IsNotAddedTwice) {
+TEST_F(SessionWideTrayIcon, IsNotAddedTwice) {
     add(tray);
     LoggedCodes secondLogged;
     TrayIcon second(secondLogged.log());
@@ -231,14 +231,14 @@ TEST_F(TrayIconOfTheSession, IsNotAddedTwice) {
     EXPECT_TRUE(tray.present());
 }
 
-TEST_F(TrayIconOfTheSession, IsThereWhenTheShellIsAnnouncedThatNeverWent) {
+TEST_F(SessionWideTrayIcon, IsThereWhenTheShellIsAnnouncedThatNeverWent) {
     add(tray);
     tray.addAgain(UniqueIcon(CopyIcon(LoadIconW(nullptr, IDI_APPLICATION))), L"Ao vivo");
     EXPECT_TRUE(tray.present());
     EXPECT_EQ(logged.text(), "TRAY_ADD_OK 0x00000000\nTRAY_ADD_OK 0x00000000\n");
 }
 
-TEST_F(TrayIconOfTheSession, ComesBackAfterItWasRemoved) {
+TEST_F(SessionWideTrayIcon, ComesBackAfterItWasRemoved) {
     add(tray);
     tray.remove();
     EXPECT_FALSE(tray.present());
@@ -247,7 +247,7 @@ TEST_F(TrayIconOfTheSession, ComesBackAfterItWasRemoved) {
     EXPECT_EQ(logged.text(), "TRAY_ADD_OK 0x00000000\nTRAY_REMOVE 0x00000000\nTRAY_ADD_OK 0x00000000\n");
 }
 
-TEST_F(TrayIconOfTheSession, TakesANewTipAndANoticeSilently) {
+TEST_F(SessionWideTrayIcon, TakesANewTipAndANoticeSilently) {
     add(tray);
     tray.refresh(L"Pausada");
     tray.refresh(L"Pausada", &kStillRunningNotice);

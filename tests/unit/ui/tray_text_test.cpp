@@ -58,7 +58,12 @@ TEST(TrayTip, FitsTheShellsField) {
     EXPECT_EQ(cut.substr(125), L"a…");
 }
 
+constexpr TrayLineKind kCommand = TrayLineKind::kCommand;
+constexpr TrayLineKind kGreyed = TrayLineKind::kGreyed;
+constexpr TrayLineKind kSeparator = TrayLineKind::kSeparator;
+
 struct Line {
+    TrayLineKind kind;
     int command;
     const wchar_t* text;
 };
@@ -66,6 +71,7 @@ struct Line {
 void expectMenu(const std::vector<TrayMenuLine>& menu, const std::vector<Line>& expected) {
     ASSERT_EQ(menu.size(), expected.size());
     for (std::size_t i = 0; i < menu.size(); ++i) {
+        EXPECT_EQ(menu[i].kind, expected[i].kind) << "line " << i;
         EXPECT_EQ(menu[i].command, expected[i].command) << "line " << i;
         EXPECT_EQ(menu[i].text, expected[i].text) << "line " << i;
     }
@@ -73,23 +79,24 @@ void expectMenu(const std::vector<TrayMenuLine>& menu, const std::vector<Line>& 
 
 TEST(TrayMenu, SaysWhatIsGoingOnAndOffersFourCommands) {
     expectMenu(trayMenu(L"Automático • aguardando aplicativo", false),
-               {{0, L"Entrada: Automático • aguardando aplicativo"},
-                {0, L"Saída MF persistente • automático"},
-                {0, L""},
-                {200, L"Abrir Vextra"},
-                {201, L"Suspender automático"},
-                {203, L"Verificar atualização MF"},
-                {202, L"Sair do broker (câmera permanece)"}});
+               {{kGreyed, 0, L"Entrada: Automático • aguardando aplicativo"},
+                {kGreyed, 0, L"Saída MF persistente • automático"},
+                {kSeparator, 0, L""},
+                {kCommand, 200, L"Abrir Vextra"},
+                {kCommand, 201, L"Suspender automático"},
+                {kCommand, 203, L"Verificar atualização MF"},
+                {kCommand, 202, L"Sair do broker (câmera permanece)"}});
 }
 
 TEST(TrayMenu, OffersToContinueWhilePaused) {
-    expectMenu(trayMenu(L"Pausada • fallback local", true), {{0, L"Entrada: Pausada • fallback local"},
-                                                             {0, L"Saída MF persistente • automático"},
-                                                             {0, L""},
-                                                             {200, L"Abrir Vextra"},
-                                                             {201, L"Ativar automático"},
-                                                             {203, L"Verificar atualização MF"},
-                                                             {202, L"Sair do broker (câmera permanece)"}});
+    expectMenu(trayMenu(L"Pausada • fallback local", true),
+               {{kGreyed, 0, L"Entrada: Pausada • fallback local"},
+                {kGreyed, 0, L"Saída MF persistente • automático"},
+                {kSeparator, 0, L""},
+                {kCommand, 200, L"Abrir Vextra"},
+                {kCommand, 201, L"Ativar automático"},
+                {kCommand, 203, L"Verificar atualização MF"},
+                {kCommand, 202, L"Sair do broker (câmera permanece)"}});
 }
 
 }  // namespace

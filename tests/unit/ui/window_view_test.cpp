@@ -6,6 +6,8 @@
 #include <limits>
 #include <string>
 
+#include "base/product.h"
+
 namespace vextra {
 namespace {
 
@@ -22,7 +24,7 @@ WindowState stateOf(Panel panel, int width = 980, int height = 720) {
     return state;
 }
 
-// Somebody watches, and a frame has just come.
+// An episode is under way, and a frame has just come.
 WindowState watching(int width = 980, int height = 720) {
     WindowState state = stateOf(Panel::kCamera, width, height);
     state.status = BrokerStatus::kLive;
@@ -53,7 +55,7 @@ void expectLabels(const WindowState& state, const std::vector<Label>& rest) {
     const int w = state.clientWidth;
     std::vector<Label> expected{
         {w - 274, 24, 246, 18, kBold, {54, 39, 63}, L"Câmera Virtual • MF"},
-        {w - 274, 50, 246, 14, kNormal, {96, 98, 110}, L"0.2.0-beta.5  /  Windows 11"},
+        {w - 274, 50, 246, 14, kNormal, {96, 98, 110}, VEXTRA_VERSION_W L"  /  Windows 11"},
     };
     expected.insert(expected.end(), rest.begin(), rest.end());
     const std::vector<Label> labels = composeView(state).labels;
@@ -156,7 +158,7 @@ TEST(CameraView, SaysThatItWaits) {
 TEST(CameraView, ShowsTheLivePictureWithNothingOverIt) {
     WindowState state = watching();
     state.configuredSource = SourceKind::kDirectCamera;
-    state.effectiveBackend = 2;
+    state.effectiveBackend = EffectiveBackend::kGstreamer;
     expectLabels(state,
                  {{28, 166, 662, 27, kBold, {51, 34, 62}, L"Pronta para suas reuniões"},
                   {28, 207, 662, 17, kBold, {25, 110, 77}, L"Ao vivo • imagem recente"},
@@ -306,11 +308,11 @@ TEST(CameraView, NamesTheConfiguredSourceNotTheSelectedOne) {
 }
 
 TEST(CameraView, NamesTheBackendBesideThePauseButton) {
-    const std::pair<std::uint32_t, const wchar_t*> kLines[] = {
-        {0, L"Prévia do produtor • backend: Nenhum"},
-        {1, L"Prévia do produtor • backend: FFmpeg"},
-        {2, L"Prévia do produtor • backend: GStreamer"},
-        {77, L"Prévia do produtor • backend: Nenhum"},
+    const std::pair<EffectiveBackend, const wchar_t*> kLines[] = {
+        {EffectiveBackend::kNone, L"Prévia do produtor • backend: Nenhum"},
+        {EffectiveBackend::kFfmpeg, L"Prévia do produtor • backend: FFmpeg"},
+        {EffectiveBackend::kGstreamer, L"Prévia do produtor • backend: GStreamer"},
+        {static_cast<EffectiveBackend>(77), L"Prévia do produtor • backend: Nenhum"},
     };
     WindowState state = stateOf(Panel::kCamera);
     for (const auto& [backend, line] : kLines) {
@@ -430,7 +432,7 @@ TEST(DiagnosticsView, ShowsStateBackendAndFigures) {
     WindowState state = stateOf(Panel::kDiagnostics);
     state.status = BrokerStatus::kLive;
     state.lastFrameTick = state.now - 40;
-    state.effectiveBackend = 1;
+    state.effectiveBackend = EffectiveBackend::kFfmpeg;
     state.observedFps = 15.96;
     state.frameCounter = 1234;
     state.reconnects = 5;
@@ -497,7 +499,7 @@ TEST(DiagnosticsView, ShowsAnUnknownNumberOfLeasesAsItIs) {
 TEST(Spoken, SaysStateSourceAndBackend) {
     WindowState state = watching();
     state.configuredSource = SourceKind::kDirectCamera;
-    state.effectiveBackend = 1;
+    state.effectiveBackend = EffectiveBackend::kFfmpeg;
     const std::wstring live = textOf(spokenCamera(state));
     EXPECT_EQ(
         live,
@@ -510,7 +512,7 @@ TEST(Spoken, SaysStateSourceAndBackend) {
 
 TEST(Spoken, SaysTheFigures) {
     WindowState state = watching();
-    state.effectiveBackend = 2;
+    state.effectiveBackend = EffectiveBackend::kGstreamer;
     state.observedFps = 15.96;
     state.frameCounter = 320;
     state.reconnects = 3;
@@ -533,7 +535,7 @@ TEST(Spoken, DiffersWhereverTheTextWould) {
     };
     EXPECT_TRUE(differs([](WindowState& other) { other.status = BrokerStatus::kPaused; }));
     EXPECT_TRUE(differs([](WindowState& other) { other.configuredSource = SourceKind::kCustomUrl; }));
-    EXPECT_TRUE(differs([](WindowState& other) { other.effectiveBackend = 2; }));
+    EXPECT_TRUE(differs([](WindowState& other) { other.effectiveBackend = EffectiveBackend::kGstreamer; }));
     EXPECT_TRUE(differs([](WindowState& other) { other.observedFps = 15; }));
     EXPECT_TRUE(differs([](WindowState& other) { other.frameCounter = 1; }));
     EXPECT_TRUE(differs([](WindowState& other) { other.reconnects = 1; }));

@@ -3,9 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "base/text.h"
-#include "update/channel_key.h"
 #include "update/manifest.h"
-#include "update/signature.h"
 #include "update/strict_url.h"
 
 namespace vextra {
@@ -57,31 +55,6 @@ TEST(BuiltInChannel, NamesAPlaceThatItsOwnRulesAccept) {
 
 TEST(BuiltInChannel, HasAKey) {
     EXPECT_NE(builtInChannel().publicKey, EcPoint{});
-}
-
-TEST(SignatureText, Has128DigitsInEitherCase) {
-    const std::string lower = "0123456789abcdef" + std::string(112, 'f');
-    std::string upper = lower;
-    for (char& c : upper)
-        c = static_cast<char>(std::toupper(c));
-    const auto signature = decodeSignature(lower);
-    ASSERT_TRUE(signature);
-    EXPECT_EQ(lowerHex(*signature), lower);
-    EXPECT_EQ(decodeSignature(upper), signature);
-}
-
-TEST(SignatureText, IsRefusedInAnyOtherForm) {
-    const std::string good(128, 'a');
-    EXPECT_FALSE(decodeSignature(""));
-    EXPECT_FALSE(decodeSignature(good.substr(1)));
-    EXPECT_FALSE(decodeSignature(good + 'a'));
-    for (const std::size_t at : {0u, 1u, 63u, 64u, 126u, 127u}) {
-        for (const char wrong : {'g', ' ', '\0', '/', ':', '@', 'G', '`', '\xFF'}) {
-            std::string bad = good;
-            bad[at] = wrong;
-            EXPECT_FALSE(decodeSignature(bad)) << at << ' ' << int{wrong};
-        }
-    }
 }
 
 }  // namespace

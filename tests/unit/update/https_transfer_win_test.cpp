@@ -104,7 +104,7 @@ TEST_F(HttpsTransferCalls, AreForASynchronousSessionWithTheSystemsProxy) {
     EXPECT_EQ(asked.access, DWORD{WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY});
     EXPECT_EQ(asked.openFlags, 0u);
     EXPECT_TRUE(open(kInstallerTransfer, L"https://h.example/x"));
-    EXPECT_EQ(asked.agent, L"CameraVirtualVextraMF/0.2.0-beta.5");
+    EXPECT_EQ(asked.agent, L"CameraVirtualVextraMF/" VEXTRA_VERSION_W);
 }
 
 TEST_F(HttpsTransferCalls, LimitEachOfTheFourSteps) {

@@ -1,4 +1,4 @@
-#include "update/installer_download.h"
+#include "update/installer_win.h"
 
 #include <windows.h>
 
@@ -74,6 +74,7 @@ protected:
     std::atomic<std::uint32_t> progress{0};
     const std::string bytes = installerBytes(200'000);
 };
+using ReleaseTimedInstallerDownload = InstallerDownload;
 
 TEST_F(InstallerDownload, BringsTheFileUnderItsFinalName) {
     const DownloadResult result = download(installer->publish(bytes));
@@ -194,7 +195,7 @@ TEST_F(EarlierDownloads, ThatAreInUseAreNoHindrance) {
 TEST_F(InstallerDownload, IntroducesItselfByItsOwnNameAndNamesNoType) {
     download(installer->publish(bytes));
     const std::string request = installer->folder().requests("Setup.exe");
-    EXPECT_NE(request.find("\"User-Agent\": \"CameraVirtualVextraMF/0.2.0-beta.5\""), std::string::npos)
+    EXPECT_NE(request.find("\"User-Agent\": \"CameraVirtualVextraMF/" VEXTRA_VERSION "\""), std::string::npos)
         << request;
     EXPECT_EQ(request.find("application/json"), std::string::npos) << request;
     for (const char* header : {"Cookie", "Authorization", "Referer"})
@@ -536,7 +537,7 @@ SIZE_T privateBytes() {
     return counters.WorkingSetSize;
 }
 
-TEST_F(InstallerDownload, Of512MiBIsStreamedInConstantMemory) {
+TEST_F(ReleaseTimedInstallerDownload, Of512MiBIsStreamedInConstantMemory) {
     Sha256 hash;
     const std::string zeros(1 << 20, '\0');
     for (int i = 0; i < 512; ++i)

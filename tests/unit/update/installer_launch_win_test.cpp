@@ -1,4 +1,4 @@
-#include "update/installer_launch.h"
+#include "update/installer_win.h"
 
 #include <windows.h>
 

@@ -8,7 +8,7 @@
 namespace vextra {
 namespace {
 
-// From a block of exactly this size, so that a sanitizer sees a read behind it.
+// From a block of exactly this size, so that a sanitizer sees a read past it.
 std::optional<JsonValue> parsed(std::string_view text) {
     const auto exact = std::make_unique<char[]>(text.size());
     if (!text.empty())

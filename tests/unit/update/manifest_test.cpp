@@ -223,6 +223,63 @@ TEST(SignedMessage, EndsWithTheSizeInDecimalAndALineFeed) {
     EXPECT_TRUE(buildSignedMessage(manifest).ends_with("\n536870912\n"));
 }
 
+// A verifier that knows one signature of one message under one key.
+class TrustedManifest : public testing::Test {
+protected:
+    TrustedManifest() { sign(); }
+    void sign() { signedMessage = buildSignedMessage(manifest); }
+    bool trusted() {
+        return isManifestStillTrusted(
+            manifest, channel,
+            [this](std::string_view message, std::string_view signatureHex, const EcPoint& publicKey) {
+                ++verified;
+                return message == signedMessage && signatureHex == "good" && publicKey == key;
+            });
+    }
+
+    EcPoint key{std::byte{4}};
+    UpdateChannelIdentity channel{"https://updates.example", key};
+    UpdateManifest manifest{"0.3.0", installerUrl("0.3.0", channel), std::string(64, 'a'), 1000, "good"};
+    std::string signedMessage;
+    int verified = 0;
+};
+
+TEST_F(TrustedManifest, IsTrustedWhole) {
+    EXPECT_TRUE(trusted());
+    EXPECT_EQ(verified, 1);
+}
+
+TEST_F(TrustedManifest, IsTrustedByItsMessageSignatureAndKeyAlone) {
+    manifest.sha256[63] = 'b';
+    EXPECT_FALSE(trusted());
+    sign();
+    EXPECT_TRUE(trusted());
+    manifest.signature.clear();
+    EXPECT_FALSE(trusted());
+    manifest.signature = "good";
+    channel.publicKey = {};
+    EXPECT_FALSE(trusted());
+}
+
+TEST_F(TrustedManifest, IsNotTrustedOutsideTheChannelHoweverSigned) {
+    manifest.installerUrl = "https://elsewhere.example/Setup.exe";
+    sign();
+    EXPECT_FALSE(trusted());
+}
+
+TEST_F(TrustedManifest, IsNotTrustedWithASizeOutsideTheLimitsHoweverSigned) {
+    for (const std::uint64_t size : {std::uint64_t{0}, kMaxInstallerBytes + 1}) {
+        manifest.sizeBytes = size;
+        sign();
+        EXPECT_FALSE(trusted()) << size;
+    }
+    for (const std::uint64_t size : {std::uint64_t{1}, kMaxInstallerBytes}) {
+        manifest.sizeBytes = size;
+        sign();
+        EXPECT_TRUE(trusted()) << size;
+    }
+}
+
 TEST(DefaultManifest, LiesOnTheChannel) {
     EXPECT_EQ(defaultManifestUrl(testChannel()),
               "https://updates.example:8443/camera-virtual-vextra-mf/beta.json");

@@ -24,7 +24,7 @@ TEST(JsonContentType, IsNothingElse) {
 // Two agents and two ranges of TLS: not an oversight.
 TEST(TransferProfiles, DifferAsTheyAreMeantTo) {
     EXPECT_EQ(std::wstring(kJsonTransfer.userAgent), L"CameraVirtualVextraMF/0.2 beta");
-    EXPECT_EQ(std::wstring(kInstallerTransfer.userAgent), L"CameraVirtualVextraMF/0.2.0-beta.5");
+    EXPECT_EQ(std::wstring(kInstallerTransfer.userAgent), L"CameraVirtualVextraMF/" VEXTRA_VERSION_W);
     EXPECT_EQ(kJsonTransfer.tls, TlsVersions::k12And13);
     EXPECT_EQ(kInstallerTransfer.tls, TlsVersions::k12Only);
     EXPECT_EQ(std::wstring(kJsonTransfer.acceptType), L"application/json");
@@ -34,10 +34,9 @@ TEST(TransferProfiles, DifferAsTheyAreMeantTo) {
 }
 
 TEST(TransferProfiles, HaveTheirLimits) {
-    EXPECT_EQ(kMaxJsonBodyBytes, 65'536u);
     EXPECT_EQ(kJsonReadBytes, 4096u);
-    EXPECT_EQ(kInstallerTimeoutMs, 3000u);
-    EXPECT_EQ(kInstallerTotalMs, 300'000u);
+    EXPECT_EQ(kInstallerLimits.operationTimeoutMs, 3000u);
+    EXPECT_EQ(kInstallerLimits.totalTimeoutMs, 300'000u);
     EXPECT_EQ(kInstallerReadBytes, 65'536u);
 }
 

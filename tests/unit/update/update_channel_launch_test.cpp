@@ -28,7 +28,7 @@ TEST_F(UpdateLaunch, TheInstallerIsOpenedAfterAYes) {
                                L"Atualização Câmera Virtual Vextra MF|Abrir o instalador da nova versão MF? "
                                L"O Windows poderá pedir autorização. Suas configurações serão preservadas. "
                                L"A instalação só prossegue sem captura ativa."},
-                              {kNotice, kLaunchedText},
+                              {kStatus, kLaunchedText},
                               {kLog, L"MF_UPDATE_INSTALLER_LAUNCHED 0"}}));
     EXPECT_EQ(opened, (std::vector<std::pair<std::string, std::wstring>>{{"0.3.0", L"C:\\u\\Setup.exe"}}));
 }
@@ -49,7 +49,7 @@ TEST_F(UpdateLaunch, ABusyCameraPutsTheInstallerOff) {
           CameraUse{false, false, 16}, CameraUse{false, false, -1}, CameraUse{}}) {
         camera = busy;
         channel.pressInstallerButton();
-        EXPECT_EQ(takeSaid(), (std::vector<Said>{{kNotice,
+        EXPECT_EQ(takeSaid(), (std::vector<Said>{{kStatus,
                                                   L"Instalação adiada: encerre a captura e a prévia. Nenhuma "
                                                   L"reunião será interrompida."}}));
         EXPECT_FALSE(channel.installerButtonEnabled(busy));
@@ -74,7 +74,7 @@ TEST_F(UpdateLaunch, ACaptureThatBeganWhileTheUserWasAskedPutsTheInstallerOff) {
     checkAndDownload();
     whileAsking = [this] { camera.leaseCount = 1; };
     channel.pressInstallerButton();
-    EXPECT_EQ(takeSaid(kNotice), std::vector<std::wstring>{L"Captura iniciada: instalação adiada."});
+    EXPECT_EQ(takeSaid(kStatus), std::vector<std::wstring>{L"Captura iniciada: instalação adiada."});
     EXPECT_TRUE(opened.empty());
 }
 
@@ -83,7 +83,7 @@ TEST_F(UpdateLaunch, AnEndThatBeganWhileTheUserWasAskedKeepsTheInstallerClosed) 
     whileAsking = [this] { channel.beginShutdown(); };
     channel.pressInstallerButton();
     EXPECT_TRUE(opened.empty());
-    EXPECT_TRUE(takeSaid(kNotice).empty());
+    EXPECT_TRUE(takeSaid(kStatus).empty());
 }
 
 TEST_F(UpdateLaunch, ACheckThatEndedWhileTheUserWasAskedKeepsTheEarlierInstallerClosed) {
@@ -95,7 +95,7 @@ TEST_F(UpdateLaunch, ACheckThatEndedWhileTheUserWasAskedKeepsTheEarlierInstaller
     };
     channel.pressInstallerButton();
     EXPECT_TRUE(opened.empty());
-    EXPECT_EQ(takeSaid(kNotice),
+    EXPECT_EQ(takeSaid(kStatus),
               std::vector<std::wstring>{
                   L"Nova versão 0.4.0 disponível • assinatura MF validada. Baixe para atualizar."});
     EXPECT_EQ(channel.installerButtonLabel(), L"Baixar atualização");
@@ -105,7 +105,7 @@ TEST_F(UpdateLaunch, AnInstallerThatDidNotStartCanBeStartedAgain) {
     checkAndDownload();
     installerOpens = false;
     channel.pressInstallerButton();
-    std::vector<Said> expected = {{kNotice, kNotLaunchedText}, {kLog, L"MF_UPDATE_INSTALLER_NOT_LAUNCHED 0"}};
+    std::vector<Said> expected = {{kStatus, kNotLaunchedText}, {kLog, L"MF_UPDATE_INSTALLER_NOT_LAUNCHED 0"}};
     std::vector<Said> all = takeSaid();
     EXPECT_EQ(std::vector<Said>(all.begin() + 1, all.end()), expected);
     EXPECT_EQ(channel.installerButtonLabel(), L"Instalar atualização");

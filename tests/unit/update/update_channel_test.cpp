@@ -76,7 +76,7 @@ TEST_F(UpdateWindow, DisabledChecksSaySoAndSendNothing) {
     channel.startCheck(CheckKind::kStartup);
     EXPECT_EQ(takeSaid(), (std::vector<Said>{{kStatus, kDisabledText}}));
     channel.startCheck(CheckKind::kManual);
-    EXPECT_EQ(takeSaid(), (std::vector<Said>{{kStatus, kDisabledText}, {kNotice, kDisabledText}}));
+    EXPECT_EQ(takeSaid(), (std::vector<Said>{{kStatus, kDisabledText}}));
     EXPECT_EQ(checks(), 0u);
     EXPECT_FALSE(channel.busy());
 }
@@ -98,8 +98,7 @@ TEST_F(UpdateWindow, ANewVersionIsAnnounced) {
                                   L"Atualização Vextra MF disponível|Abra Diagnóstico para baixar a nova "
                                   L"versão. A câmera não será interrompida."},
                                  {kLog, L"MF_UPDATE_CHECK_COMPLETED 6"},
-                                 {kStatus, kAvailableText},
-                                 {kNotice, kAvailableText}}));
+                                 {kStatus, kAvailableText}}));
     EXPECT_EQ(channel.installerButtonLabel(), L"Baixar atualização");
     EXPECT_TRUE(channel.installerButtonEnabled(kIdleCamera));
 }
@@ -194,8 +193,7 @@ TEST_F(UpdateWindow, AVerifiedDownloadIsReadyToInstall) {
     takeSaid();
     deliver();
     EXPECT_EQ(takeSaid(),
-              (std::vector<Said>{
-                  {kLog, L"MF_UPDATE_DOWNLOAD_VERIFIED 0"}, {kStatus, L"verified"}, {kNotice, L"verified"}}));
+              (std::vector<Said>{{kLog, L"MF_UPDATE_DOWNLOAD_VERIFIED 0"}, {kStatus, L"verified"}}));
     EXPECT_EQ(channel.installerButtonLabel(), L"Instalar atualização");
     EXPECT_FALSE(channel.busy());
 }
@@ -206,9 +204,7 @@ TEST_F(UpdateWindow, AFailedDownloadCanBeRepeated) {
     channel.pressInstallerButton();
     takeSaid();
     deliver();
-    EXPECT_EQ(takeSaid(),
-              (std::vector<Said>{
-                  {kLog, L"MF_UPDATE_DOWNLOAD_FAILED 0"}, {kStatus, L"failed"}, {kNotice, L"failed"}}));
+    EXPECT_EQ(takeSaid(), (std::vector<Said>{{kLog, L"MF_UPDATE_DOWNLOAD_FAILED 0"}, {kStatus, L"failed"}}));
     EXPECT_EQ(channel.installerButtonLabel(), L"Tentar download novamente");
     EXPECT_TRUE(channel.installerButtonEnabled({true, true, 1}));
     channel.pressInstallerButton();
@@ -237,7 +233,7 @@ TEST_F(UpdateWindow, ACheckThatBeganWhileTheUserWasAskedKeepsTheDownloadFromStar
         takeSaid();
     };
     channel.pressInstallerButton();
-    EXPECT_EQ(takeSaid(), (std::vector<Said>{{kNotice, kCheckingText}}));
+    EXPECT_EQ(takeSaid(), (std::vector<Said>{{kStatus, kCheckingText}}));
     deliver();
     EXPECT_TRUE(downloaded.empty());
     EXPECT_EQ(checks(), 2u);
@@ -251,7 +247,7 @@ TEST_F(UpdateWindow, ACheckThatEndedWhileTheUserWasAskedSaysWhyThereIsNoDownload
         takeSaid();
     };
     channel.pressInstallerButton();
-    EXPECT_EQ(takeSaid(), (std::vector<Said>{{kNotice, L"nothing newer"}}));
+    EXPECT_EQ(takeSaid(), (std::vector<Said>{{kStatus, L"nothing newer"}}));
     EXPECT_TRUE(downloaded.empty());
 }
 
@@ -264,9 +260,9 @@ TEST_F(UpdateWindow, ADownloadThatBeganWhileTheUserWasAskedIsTheOnlyOne) {
         takeSaid();
     };
     channel.pressInstallerButton();
-    const std::vector<std::wstring> notices = takeSaid(kNotice);
-    ASSERT_EQ(notices.size(), 1u);
-    EXPECT_TRUE(notices[0].starts_with(L"Baixando instalador MF: "));
+    const std::vector<std::wstring> texts = takeSaid(kStatus);
+    ASSERT_EQ(texts.size(), 1u);
+    EXPECT_TRUE(texts[0].starts_with(L"Baixando instalador MF: "));
     EXPECT_TRUE(channel.shutDown(kNoLimitMs));
     EXPECT_EQ(downloaded.size(), 1u);
 }

@@ -13,7 +13,14 @@ namespace {
 using test::ManifestText;
 using test::testChannel;
 
+constexpr const char* kRunningVersion = "0.2.0-beta.5";  // of the broker that asks, whichever is built here
 constexpr const char* kManifestUrl = "https://updates.example:8443/camera-virtual-vextra-mf/beta.json";
+
+UpdateCheckRequest defaultRequest() {
+    UpdateCheckRequest request = updateCheckRequest({}, testChannel());
+    request.currentVersion = kRunningVersion;
+    return request;
+}
 
 // A server that hands out documents, and a verifier that knows one signature.
 class UpdateCheck : public testing::Test {
@@ -24,20 +31,22 @@ protected:
         if (manifest)
             documents[signatureDocumentUrl(*manifest)] = signatureJson;
     }
-    UpdateCheckResult run() { return run(updateCheckRequest({}, testChannel())); }
-    UpdateCheckResult run(UpdateCheckRequest request) {
-        return runUpdateCheck(std::move(request), testChannel(),
-                              {.fetchJson = [this](const UpdateCheckRequest& asked) { return fetch(asked); },
-                               .verifySignature =
-                                   [this](std::string_view message, std::string_view signature) {
-                                       messages.emplace_back(message);
-                                       return signature == "good";
-                                   }});
+    UpdateCheckResult run() { return run(defaultRequest()); }
+    UpdateCheckResult run(const UpdateCheckRequest& request) {
+        return runUpdateCheck(
+            request, testChannel(),
+            {.fetchJson = [this](const SecretText& url,
+                                 const TransferLimits& limits) { return fetch(url, limits); },
+             .verifySignature =
+                 [this](std::string_view message, std::string_view signature, const EcPoint& publicKey) {
+                     EXPECT_EQ(publicKey, testChannel().publicKey);
+                     messages.emplace_back(message);
+                     return signature == "good";
+                 }});
     }
-    std::optional<std::string> fetch(const UpdateCheckRequest& asked) {
-        const std::wstring_view url = asked.manifestUrl.view();
-        fetched.emplace_back(url.begin(), url.end());
-        timeouts.push_back({asked.operationTimeoutMs, asked.totalTimeoutMs});
+    std::optional<std::string> fetch(const SecretText& url, const TransferLimits& limits) {
+        fetched.emplace_back(url.view().begin(), url.view().end());
+        timeouts.push_back({limits.operationTimeoutMs, limits.totalTimeoutMs});
         const auto found = documents.find(fetched.back());
         return found == documents.end() ? std::nullopt : std::optional(found->second);
     }
@@ -56,14 +65,13 @@ protected:
 };
 
 UpdateCheckRequest requestFor(std::wstring_view url) {
-    UpdateCheckRequest request;
+    UpdateCheckRequest request = defaultRequest();
     request.manifestUrl.assign(url);
     return request;
 }
 UpdateCheckRequest requestWithTimeouts(std::uint32_t operationMs, std::uint32_t totalMs) {
-    UpdateCheckRequest request = updateCheckRequest({}, testChannel());
-    request.operationTimeoutMs = operationMs;
-    request.totalTimeoutMs = totalMs;
+    UpdateCheckRequest request = defaultRequest();
+    request.limits = {.operationTimeoutMs = operationMs, .totalTimeoutMs = totalMs};
     return request;
 }
 
@@ -71,9 +79,9 @@ TEST_F(UpdateCheck, AsksTheChannelUnlessTheSettingsNameAnotherPlace) {
     const UpdateCheckRequest request = updateCheckRequest({}, testChannel());
     EXPECT_EQ(std::wstring(request.manifestUrl.view()),
               L"https://updates.example:8443/camera-virtual-vextra-mf/beta.json");
-    EXPECT_EQ(request.currentVersion, "0.2.0-beta.5");
-    EXPECT_EQ(request.operationTimeoutMs, 3000u);
-    EXPECT_EQ(request.totalTimeoutMs, 15'000u);
+    EXPECT_EQ(request.currentVersion, VEXTRA_VERSION);
+    EXPECT_EQ(request.limits.operationTimeoutMs, 3000u);
+    EXPECT_EQ(request.limits.totalTimeoutMs, 15'000u);
     EXPECT_EQ(
         std::wstring(updateCheckRequest(SecretText(L"https://mirror/x"), testChannel()).manifestUrl.view()),
         L"https://mirror/x");
@@ -134,6 +142,15 @@ TEST_F(UpdateCheck, SendsNothingToAnAddressThatIsNotStrict) {
         EXPECT_EQ(result.message, L"Configuração de atualização inválida: exige HTTPS e versão MF válida.");
     }
     EXPECT_TRUE(fetched.empty());
+}
+
+TEST_F(UpdateCheck, SendsNothingToAnAddressOfMoreThan8192Units) {
+    std::wstring url = L"https://h/";
+    url.resize(8193, L'a');
+    EXPECT_EQ(codeWith(requestFor(url)), UpdateCode::kInvalidRequest);
+    EXPECT_TRUE(fetched.empty());
+    url.pop_back();
+    EXPECT_EQ(codeWith(requestFor(url)), UpdateCode::kUnreachable);
 }
 
 TEST_F(UpdateCheck, SendsNothingForAVersionThatIsNone) {

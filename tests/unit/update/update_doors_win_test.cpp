@@ -1,4 +1,4 @@
-#include "update/update_doors.h"
+#include "update/update_doors_win.h"
 
 #include <gtest/gtest.h>
 
@@ -25,7 +25,7 @@ int WINAPI noteBox(HWND owner, LPCWSTR text, LPCWSTR title, UINT kind) {
 
 TEST(UpdateDoors, AskWithABoxOverTheWindowWhoseDefaultIsNo) {
     const test::ImportSwap<decltype(noteBox)> swap("MessageBoxW", noteBox);
-    const UpdateChannelDoors doors = systemUpdateDoors(reinterpret_cast<HWND>(7), builtInChannel());
+    const UpdateSystemDoors doors = systemUpdateDoors(reinterpret_cast<HWND>(7), builtInChannel());
     box.answer = IDYES;
     EXPECT_TRUE(doors.ask({L"Text?", L"Title"}));
     EXPECT_EQ(box.owner, reinterpret_cast<HWND>(7));
@@ -36,7 +36,7 @@ TEST(UpdateDoors, AskWithABoxOverTheWindowWhoseDefaultIsNo) {
 
 TEST(UpdateDoors, TakeAnythingButYesForNo) {
     const test::ImportSwap<decltype(noteBox)> swap("MessageBoxW", noteBox);
-    const UpdateChannelDoors doors = systemUpdateDoors(nullptr, builtInChannel());
+    const UpdateSystemDoors doors = systemUpdateDoors(nullptr, builtInChannel());
     for (const int answer : {0, IDNO, IDCANCEL, IDOK, IDCLOSE}) {
         box.answer = answer;
         EXPECT_FALSE(doors.ask({L"", L""})) << answer;
@@ -44,11 +44,12 @@ TEST(UpdateDoors, TakeAnythingButYesForNo) {
 }
 
 TEST(UpdateDoors, CheckTheRequestBeforeAnythingIsSent) {
+    const UpdateSystemDoors doors = systemUpdateDoors(nullptr, builtInChannel());
     const std::atomic<bool> cancel{false};
-    EXPECT_EQ(checkForUpdate({}, builtInChannel(), cancel).code, UpdateCode::kNotConfigured);
+    EXPECT_EQ(doors.runCheck({}, cancel).code, UpdateCode::kNotConfigured);
     UpdateCheckRequest request;
     request.manifestUrl.assign(L"http://localhost/beta.json");
-    EXPECT_EQ(checkForUpdate(request, builtInChannel(), cancel).code, UpdateCode::kInvalidRequest);
+    EXPECT_EQ(doors.runCheck(request, cancel).code, UpdateCode::kInvalidRequest);
 }
 
 }  // namespace
