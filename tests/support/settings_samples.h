@@ -1,4 +1,4 @@
-// Records for tests of whatever handles one: a new field is added here, and those tests then have it too.
+// Records for the tests of all that handles one: a field that is added here is in those tests too.
 #pragma once
 
 #include "config/settings.h"
@@ -6,7 +6,7 @@
 
 namespace vextra::test {
 
-// Accepted by validateSettings; no field has its default, and no two are alike.
+// Accepted by validateSettings; no field has its default, and no two texts are alike.
 inline BrokerSettings everySetting() {
     BrokerSettings settings;
     settings.source = SourceKind::kCustomUrl;

@@ -307,7 +307,8 @@ using Events = std::vector<std::pair<EventCode, std::int32_t>>;
 
 Events eventsOf(ApplyOutcome outcome) {
     BrokerSettings record = everySetting();
-    record.source = SourceKind::kDirectCamera;
+    record.source = SourceKind::kSyntheticTest;
+    record.decoder = DecoderBackend::kGstreamer;
     record.latencyMs = 5001;
     record.firstFrameDeadlineMs = 0xFFFF'FFFF;
     Events events;
@@ -326,9 +327,9 @@ TEST(SettingsEvents, AreNoneForWhatIsNoNumber) {
 
 TEST(SettingsEvents, OfARefusedRecordAreItsNumbersInOrder) {
     EXPECT_EQ(eventsOf(ApplyOutcome::kRejected), (Events{{EventCode::kSettingsRejected, 0},
-                                                         {EventCode::kSettingsSource, 1},
+                                                         {EventCode::kSettingsSource, 3},
                                                          {EventCode::kSettingsStream, 2},
-                                                         {EventCode::kSettingsDecoder, 2},
+                                                         {EventCode::kSettingsDecoder, 1},
                                                          {EventCode::kSettingsLatency, 5001},
                                                          {EventCode::kSettingsFirstDeadline, -1}}));
 }

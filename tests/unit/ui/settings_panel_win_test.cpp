@@ -104,10 +104,10 @@ TEST_F(SettingsPanelTest, ReadsNoSelectionAsNone) {
     for (const ControlId list : {kIdSource, kIdStream, kIdTransport, kIdDecoder})
         controls.select(list, -1);
     SettingsForm expected = everyField();
-    expected.settings.source = static_cast<SourceKind>(-1);
+    expected.settings.source = selectedValue(kSourceKinds, -1);
     expected.settings.stream = 0;
     expected.settings.rtspUdp = false;
-    expected.settings.decoder = static_cast<DecoderBackend>(-1);
+    expected.settings.decoder = selectedValue(kDecoderBackends, -1);
     expectSame(panel.read(everyField().settings), expected);
 }
 
