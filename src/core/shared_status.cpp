@@ -50,6 +50,11 @@ BrokerSettings settingsNow(SharedStatus& shared) {
     return shared.settings;
 }
 
+SourceKind sourceNow(SharedStatus& shared) {
+    const std::lock_guard guard(shared.settingsLock);
+    return shared.settings.source;
+}
+
 void replaceSettings(SharedStatus& shared, const BrokerSettings& settings) {
     const std::lock_guard guard(shared.settingsLock);
     shared.settings = settings;

@@ -84,6 +84,8 @@ void replaceFailureReason(SharedStatus& shared, std::wstring_view reason);  // n
 std::wstring failureReasonNow(SharedStatus& shared);
 bool renewFailureReason(SharedStatus& shared, std::wstring& known);  // true: it was another
 BrokerSettings settingsNow(SharedStatus& shared);
+// Of these the source alone, without a copy of the secrets: the window asks for it on every tick.
+SourceKind sourceNow(SharedStatus& shared);
 void replaceSettings(SharedStatus& shared, const BrokerSettings& settings);
 
 }  // namespace vextra

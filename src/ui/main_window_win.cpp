@@ -407,7 +407,7 @@ WindowState MainWindow::windowState(SIZE clientPixels) const {
     state.reconnects = shared_.reconnects;
     state.effectiveBackend = shared_.effectiveBackend;
     state.observedFps = rate_.perSecond();
-    state.configuredSource = settingsNow(shared_).source;
+    state.configuredSource = sourceNow(shared_);
     state.selectedSource = settingsPanel_.selectedSource();
     state.advancedShown = settingsPanel_.advancedShown();
     state.defaultManifestUrl = defaultManifestUrl_;
