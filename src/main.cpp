@@ -6,7 +6,6 @@
 #include <shlobj.h>
 
 #include <exception>
-#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -191,7 +190,7 @@ ExitCode run(HINSTANCE instance) {
     SetDllDirectoryW(L"");
 
     // For a damaged library or a drive without a medium Windows would put up a box, and the thread that met
-    // it, often the Supervisor's, would stand still until somebody clicks.
+    // it, often the Supervisor's, would stand still until it is clicked away.
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
 
     // A crash has to look like one: abort() would end the process with 3, which is one of our own codes.

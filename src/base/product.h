@@ -5,8 +5,8 @@
 #define VEXTRA_WIDE_LITERAL(text) L##text
 #define VEXTRA_WIDE(text) VEXTRA_WIDE_LITERAL(text)
 
+// A release changes this line and no other: the build reads the numbers for Windows off it.
 #define VEXTRA_VERSION "0.2.0-beta.5"
-#define VEXTRA_VERSION_NUMBERS 0, 2, 0, 5
 #define VEXTRA_VERSION_W VEXTRA_WIDE(VEXTRA_VERSION)
 // What all releases of this line share: the camera keeps its name from one to the next.
 #define VEXTRA_RELEASE_LINE_W L"0.2 beta"

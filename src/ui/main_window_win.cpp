@@ -336,7 +336,7 @@ void MainWindow::onSessionEndCalledOff() {
 void MainWindow::startSupervisorAgain() {
     if (!startsAgain_ || !supervisor_.waitForEnd(0))
         return;
-    // Left by a second question, and nobody's now.
+    // Left by a second question about the session's end, which was called off with the first.
     auto quit = SupervisorCommand::kQuit;
     shared_.mailbox.compare_exchange_strong(quit, SupervisorCommand::kNone);
     shared_.paused = *pausedBeforeEnd_;
