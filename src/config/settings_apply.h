@@ -64,7 +64,7 @@ ApplyResult applySettings(const SettingsForm& form, const CameraUse& use,
                           const std::function<bool(const BrokerSettings&)>& save);
 
 struct SettingsEvent {
-    EventCode code;
+    EventCode code{};
     std::int32_t value = 0;
 };
 // What is logged of an attempt, in this order. Of a record only its numbers.
