@@ -98,7 +98,12 @@ TEST(IdleCamera, HasNoEpisodeNoPreviewAndNoLease) {
 
 TEST(IdleCamera, IsNotAssumedOfAnUnreadableChannel) {
     EXPECT_FALSE(cameraIsIdle({false, false, -1}));
-    EXPECT_FALSE(cameraIsIdle(CameraUse{}));
+}
+
+TEST(IdleCamera, IsNotAssumedOfWhatWasNotSaid) {
+    EXPECT_FALSE(cameraIsIdle({.previewRuns = false, .leaseCount = 0}));
+    EXPECT_FALSE(cameraIsIdle({.episodeActive = false, .leaseCount = 0}));
+    EXPECT_FALSE(cameraIsIdle({.episodeActive = false, .previewRuns = false}));
 }
 
 TEST(ApplyingSettings, IsBlockedWhileTheCameraIsInUseOrNobodyKnows) {

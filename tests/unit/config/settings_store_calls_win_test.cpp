@@ -193,6 +193,7 @@ bool isRead(const std::function<std::wstring()>& load, void (*change)(BY_HANDLE_
     return loaded;
 }
 
+// Where links to files cannot be made, the system is made to say that one is there.
 TEST_F(SettingsStore, DoesNotReadWhatTheSystemCallsALinkAFolderOrLarge) {
     saveWithBackup();
     const auto loading = [this] { return load(); };

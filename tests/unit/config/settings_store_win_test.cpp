@@ -264,7 +264,6 @@ TEST_F(SettingsStore, DoesNotFollowALink) {
     expectBackupIsLoaded();
 }
 
-// Where links to files cannot be made, the system is made to say that one is there.
 TEST_F(SettingsStore, LoadsTheBackupWhileAnotherHoldsTheFile) {
     saveWithBackup();
     {

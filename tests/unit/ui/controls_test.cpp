@@ -80,6 +80,18 @@ TEST(Controls, WithoutATextHaveANameForAScreenReader) {
         EXPECT_NE(control.text.empty(), control.label.text.empty()) << control.id;
 }
 
+// The other labels are painted, and tests of the view read them there.
+TEST(Controls, WhoseLabelsAreNotPaintedHaveTheseNames) {
+    const std::map<int, std::wstring> names{{104, L"Fonte de vídeo"},
+                                            {330, L"Diagnóstico e eventos sanitizados"}};
+    std::map<int, std::wstring> found;
+    for (const Control& control : kControls) {
+        if (!control.label.text.empty() && control.label.size == 0)
+            found[control.id] = control.label.text;
+    }
+    EXPECT_EQ(found, names);
+}
+
 TEST(Tabs, AreTurnedRoundAndRound) {
     EXPECT_EQ(panelAfter(Panel::kCamera), Panel::kSettings);
     EXPECT_EQ(panelAfter(Panel::kSettings), Panel::kDiagnostics);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -104,10 +105,11 @@ TEST_F(SettingsPanelTest, ReadsNoSelectionAsNone) {
     for (const ControlId list : {kIdSource, kIdStream, kIdTransport, kIdDecoder})
         controls.select(list, -1);
     SettingsForm expected = everyField();
-    expected.settings.source = selectedValue(kSourceKinds, -1);
+    constexpr std::uint32_t kOneBeforeZero = 0xFFFFFFFF;  // which no record may hold
+    expected.settings.source = static_cast<SourceKind>(kOneBeforeZero);
     expected.settings.stream = 0;
     expected.settings.rtspUdp = false;
-    expected.settings.decoder = selectedValue(kDecoderBackends, -1);
+    expected.settings.decoder = static_cast<DecoderBackend>(kOneBeforeZero);
     expectSame(panel.read(everyField().settings), expected);
 }
 
