@@ -1,16 +1,10 @@
 #include "ui/tray_text.h"
 
 #include "base/product.h"
+#include "base/text.h"
 #include "ui/controls.h"
 
 namespace vextra {
-namespace {
-
-bool isLowSurrogate(wchar_t unit) {
-    return unit >= 0xDC00 && unit <= 0xDFFF;
-}
-
-}  // namespace
 
 std::wstring cutWithEllipsis(std::wstring_view text, std::size_t units) {
     if (text.size() <= units)
@@ -18,7 +12,7 @@ std::wstring cutWithEllipsis(std::wstring_view text, std::size_t units) {
     if (units == 0)
         return {};
     std::size_t kept = units - 1;
-    while (kept > 0 && isLowSurrogate(text[kept]))
+    while (kept > 0 && isLowSurrogate(static_cast<std::uint32_t>(text[kept])))
         --kept;
     return std::wstring(text.substr(0, kept)) + L"…";
 }
