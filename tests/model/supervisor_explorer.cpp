@@ -199,7 +199,7 @@ bool SupervisorExplorer::startProducer(const BrokerSettings& settings) {
     promise(out.withoutDemandSince == 0 || out.now - out.withoutDemandSince < kGraceMs,
             "no attempt without demand");
     promise(!out.suspended && !shared_.paused, "no attempt while suspended or paused");
-    promise(!pass_.away, "no attempt while nobody is at the session");
+    promise(!pass_.away, "no attempt while the user is away");
     promise(out.now >= out.noAttemptBefore, "no attempt sooner than the delay allows");
     promise(++out.attempts <= kMostAttempts, "at most 5 attempts without 32 good frames");
     const bool fallback = decoder_ == DecoderBackend::kAutomatic && out.gstreamerFailed;
@@ -393,7 +393,7 @@ void SupervisorExplorer::checkAfter(const Outside& before, NextPass next) {
         out.newestFrameAt == 0 || shared_.lastFrameTick == out.newestFrameAt || shared_.lastFrameTick == 0,
         "the newest frame's own tick");
     promise(!pass_.away || (!out.producerRuns && out.shown != BridgeState::kLive),
-            "nothing plays while nobody is at the session");
+            "nothing plays while the user is away");
     const bool delivered = before.producerRuns && before.newestFrameAt != 0;
     const bool replaces =
         pass_.command == SupervisorCommand::kResume && delivered && shared_.active && !pass_.away;

@@ -115,7 +115,7 @@ private:
         bool readEnded = false;
         bool activeBefore = false;
         bool demand = false;
-        bool away = false;  // nobody at the session
+        bool away = false;  // the user has left the session
     };
 
     static std::vector<Move> allMoves();

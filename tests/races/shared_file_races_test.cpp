@@ -24,8 +24,9 @@ std::byte pixelOf(std::uint64_t update) {
     return static_cast<std::byte>(update / kPixelsEvery);
 }
 
-// What the writer knows of each update is written without any synchronisation, before the update. Whoever has
-// read the update may look at it, if the sequence word orders the two; else the sanitizer sees a race.
+// What the writer knows of each update is written without any synchronisation, before the update. A reader
+// that has read the update may look at it, if the sequence word orders the two; else the sanitizer sees a
+// race.
 TEST(BridgeRaces, AReaderOfAnUpdateSeesWhatItsWriterDidBefore) {
     const auto file = std::make_unique<BridgeFile>();
     std::vector<std::uint64_t> knownOfUpdate(kUpdates + 1);
@@ -74,7 +75,7 @@ TEST(BridgeRaces, AReaderOfAnUpdateSeesWhatItsWriterDidBefore) {
                 static_cast<unsigned long long>(kUpdates));
 }
 
-// Whoever touches a slot touches it by atomic words: a plain access would be seen as a race.
+// Holders and the scan touch a slot by atomic words alone: a plain access would be seen as a race.
 TEST(LeaseRaces, HoldersAndTheScanShareTheSlotsByAtomicWordsAlone) {
     constexpr std::size_t kHolders = 3;
     constexpr int kRounds = 2000;

@@ -218,7 +218,7 @@ TEST_F(SettingsPanel, IsBlockedWhileTheManualPreviewRuns) {
     EXPECT_EQ(stored()->source, SourceKind::kSyntheticTest);
 }
 
-// Nothing else is in its way: there is no usable source, so no episode begins, and nobody holds a lease.
+// Nothing else is in its way: there is no usable source, so no episode begins, and no program holds a lease.
 TEST_F(SettingsPanel, IsBlockedByAManualPreviewThatStartedNothing) {
     startPreview();
     ASSERT_TRUE(waitUntil([&] { return !window.enabled(kIdApply); }, 2000));

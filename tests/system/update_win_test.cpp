@@ -1,5 +1,5 @@
 // An update as its user meets it: a signed release is published, the running broker announces it, fetches it
-// and starts it when the user agrees and nobody watches. The broker is one whose channel the test names;
+// and starts it when the user agrees and no program watches. The broker is one whose channel the test names;
 // server, signature and installer are real.
 #include <windows.h>
 
@@ -333,8 +333,7 @@ constexpr Hold kHolds[] = {
 };
 constexpr char kEndedAlready[] =
     "connect, dripping: nothing travels before there is a connection; reset anywhere: it is over before "
-    "anybody "
-    "quits";
+    "the quit";
 
 class HeldUpdates : public TimedUpdates {
 protected:

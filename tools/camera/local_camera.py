@@ -506,7 +506,7 @@ class Camera:
 
 
 def announce(value):
-    with contextlib.suppress(BrokenPipeError):  # whoever started us may have stopped listening
+    with contextlib.suppress(BrokenPipeError):  # the program that started us may have stopped listening
         print(json.dumps(value), flush=True)
 
 

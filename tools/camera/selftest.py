@@ -277,11 +277,11 @@ def test_many_clients(camera, _folder):
     used = camera.processor_seconds()
     time.sleep(1)
     load, left = 100 * (camera.processor_seconds() - used), camera.open_files() - files
-    check(load < 5, f"{load:.0f} % of a core with nobody watching")
+    check(load < 5, f"{load:.0f} % of a core without a client")
     check(left <= 2, f"{left} more open files than before 22 clients")
     times_ms.sort()
     print(f"        20 clients: first frame after {times_ms[10]:.0f} ms (median), {times_ms[-1]:.0f} ms"
-          f" (worst); nobody watching: {load:.0f} % of a core")
+          f" (worst); without a client: {load:.0f} % of a core")
 
 
 def test_drop(camera, _folder):

@@ -177,7 +177,7 @@ TEST(NumberFields, HoldNothingElseThanANumber) {
     }
 }
 
-// As the system's own conversion reads them; the fields let nobody type them, but a paste does.
+// As the system's own conversion reads them; they cannot be typed into the fields, but pasted.
 TEST(NumberFields, MayBeginWithBlanksAPlusOrZeros) {
     for (const wchar_t* text : {L" 50", L"\t50", L"+50", L" +50", L"00050"}) {
         const Attempt attempt = withLatency(text);
@@ -186,7 +186,7 @@ TEST(NumberFields, MayBeginWithBlanksAPlusOrZeros) {
     }
 }
 
-// Nobody types it; what matters is that it is the same number wherever these rules are judged.
+// It cannot be typed; what matters is that it is the same number wherever these rules are judged.
 TEST(NumberFields, WrapANegativeNumberAtTwoToTheThirtySecond) {
     const Attempt attempt = withLatency(L"-4294967246");
     EXPECT_EQ(attempt.outcome, ApplyOutcome::kApplied);

@@ -347,7 +347,7 @@ TEST_F(ScannedSave, LeavesNothingWhenTheScannerIsSoonDone) {
     EXPECT_FALSE(fileExists(replacement));
 }
 
-// It was put there by somebody else after ours had gone; so had it been a crash's, it stays.
+// Another program put it there after ours had gone; so had it been a crash's, it stays.
 TEST_F(ScannedSave, TakesNoOtherFileForItsOwn) {
     EXPECT_FALSE(saveUnderAScanner());
     scanner.reset();

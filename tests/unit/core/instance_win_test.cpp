@@ -260,7 +260,7 @@ TEST_F(SessionWideRunningBroker, IsAskedToShowItsWindow) {
     EXPECT_EQ(showMessages, 1);
 }
 
-// Windows grants it for the moment after the user started the second process, and to nobody else.
+// Windows grants it for the moment after the user started the second process, and to no other process.
 TEST_F(SessionWideRunningBroker, GetsTheRightToTheForegroundBeforeItIsAsked) {
     const test::ImportSwap<BOOL WINAPI(DWORD)> foreground("AllowSetForegroundWindow", &allowedForeground);
     showRunningBroker();

@@ -202,7 +202,7 @@ TEST_F(SupervisorTest, APassThatTookACommandLeavesDemandBeginToTheNext) {
     EXPECT_TRUE(world.shared.active);
 }
 
-// --- Nobody at the session ---
+// --- The user has left the session ---
 
 TEST_F(SupervisorTest, AnEpisodeBehindTheLockBeginsSuspended) {
     world.shared.sessionAway = kSessionLocked;

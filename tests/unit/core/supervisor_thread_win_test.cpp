@@ -9,7 +9,7 @@
 namespace vextra {
 namespace {
 
-// A thread that finds no machine, and a log that nobody opened.
+// A thread that finds no machine, and a log that was never opened.
 class SupervisorThreadTest : public testing::Test {
 protected:
     void quit() { sendCommand(shared, wake.get(), SupervisorCommand::kQuit); }

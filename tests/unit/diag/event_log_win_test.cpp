@@ -223,7 +223,7 @@ TEST_F(EventLogOnDisk, ShowsWhatItHasJustWritten) {
     EXPECT_NE(log.tailForDisplay().find(L" DPI_CHANGED "), std::wstring::npos);
 }
 
-// The handles of this process to a file, whoever opened them.
+// The handles of this process to a file, opened by the log or not.
 std::vector<HANDLE> handlesTo(const std::wstring& path) {
     const auto identity = [](HANDLE file) {
         BY_HANDLE_FILE_INFORMATION known{};

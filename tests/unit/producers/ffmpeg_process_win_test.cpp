@@ -153,7 +153,7 @@ TEST_F(FfmpegProcessTest, ChildRunsAtBelowNormalPriority) {
     EXPECT_EQ(startStub("then=hang").number("priorityClass"), DWORD{BELOW_NORMAL_PRIORITY_CLASS});
 }
 
-// As main sets it; the test program itself has the mode of whoever started it.
+// As main sets it; the test program itself has the mode of the program that started it.
 constexpr UINT kBrokersErrorMode = SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX;
 
 class FfmpegErrorModeTest : public FfmpegProcessTest {

@@ -116,7 +116,7 @@ protected:
         SetEnvironmentVariableW(L"ProgramData", base_.c_str());
     }
     void TearDown() override {
-        if (!ours_)  // what is there is somebody's
+        if (!ours_)  // what is there is an installation's
             return;
         RegDeleteTreeW(HKEY_LOCAL_MACHINE, kBrokerRegistryKey);
         RegDeleteKeyExW(HKEY_LOCAL_MACHINE, kVendorKey.c_str(), KEY_WOW64_64KEY, 0);

@@ -381,7 +381,7 @@ TEST_F(SessionWidePreview, IsThePlaceholderAgainAfterEveryLiveEpisode) {
         shared.lastFrameTick = testNow;
         ASSERT_EQ(preview(), kCamera) << episode;
         shared.active = false;
-        EXPECT_EQ(preview(), kPlaceholder) << "nobody watches, episode " << episode;
+        EXPECT_EQ(preview(), kPlaceholder) << "without an episode, after " << episode;
     }
 }
 

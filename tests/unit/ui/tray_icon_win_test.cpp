@@ -129,7 +129,7 @@ TEST_F(TrayIconRecord, OfASecondAddComesAfterARemovalThatMayFail) {
     EXPECT_STREQ(shellCalls[1].record.szTip, L"Vextra MF beta • Dispositivo persistente • b");
     EXPECT_TRUE(tray.present());
     EXPECT_EQ(logged.text(), "TRAY_ADD_OK 0x00000000\nTRAY_ADD_OK 0x00000000\n")
-        << "a removal that nobody asked for";
+        << "a removal that was not asked for";
 }
 
 TEST_F(TrayIconRecord, OfASecondAddThatFailsMeansThatTheIconIsGone) {

@@ -39,7 +39,7 @@ struct Trouble {
     const char* quitted;  // why no quit can come in it; null: one can
     Tick arrivalMs = 0;   // when something arrives so often: a quit is noticed then
 };
-constexpr const char* kOverAtOnce = "it is over before anybody quits";
+constexpr const char* kOverAtOnce = "it is over before the quit";
 constexpr Trouble kTroubles[] = {
     {"connect, silent", "connect_silent", "", nullptr, nullptr},
     {"connect, reset", "connect_reset", "", nullptr, kOverAtOnce},
