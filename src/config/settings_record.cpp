@@ -7,7 +7,12 @@ namespace {
 
 constexpr std::uint32_t kMagic = 0x33474643;  // "CFG3" in file order
 constexpr std::uint32_t kFormatVersion = 1;
-constexpr std::size_t kHeadBytes = 36;  // magic, version, five numbers, two flags
+// Magic, version, numbers and flags, of four bytes each.
+constexpr std::size_t kHeadBytes = [] {
+    std::size_t words = 2 + kSettingsFlags.size();
+    eachSettingsNumber([&](auto, auto, auto) { ++words; });
+    return words * 4;
+}();
 
 void putUint16(SecretBytes& bytes, std::uint32_t value) {
     bytes.push_back(static_cast<std::byte>(value & 0xFF));

@@ -253,7 +253,18 @@ def test_names(files: dict[str, str]) -> Iterator[tuple[str, str]]:
             yield path, f"is called after no file of {room}{' that ends in _win' if suffix else ''}"
 
 
-TREE_RULES = [windows_names, test_names]
+def built_tests(files: dict[str, str]) -> Iterator[tuple[str, str]]:
+    """A test that no list names is never built, and so never fails."""
+    lists = "".join(source for path, source in files.items() if re.fullmatch(r"tests/(\w+/)?CMakeLists\.txt", path))
+    for path in files:
+        test = re.fullmatch(r"tests/(.+_test\.cpp|fuzz/(\w+)_fuzz\.cpp)", path)
+        if not lists or not test:
+            continue
+        if (f"vextra_fuzz_target({test[2]})" if test[2] else test[1]) not in lists:
+            yield path, "no CMakeLists.txt of the tests names it: it is never built"
+
+
+TREE_RULES = [windows_names, test_names, built_tests]
 TOKEN_RULES = [event_codes, log_calls, formats, report_labels, made_texts, allowed_places]
 
 
@@ -277,7 +288,7 @@ def files_of(root: pathlib.Path) -> list[pathlib.Path]:
     suffixes = {".h", ".cpp", ".rc", ".py", ".sh"}
     files = [root / "dev"]
     for folder in ("src", "tests", "tools", "packaging"):
-        files += [path for path in (root / folder).rglob("*") if path.suffix in suffixes]
+        files += [path for path in (root / folder).rglob("*") if path.suffix in suffixes or path.name == "CMakeLists.txt"]
     return sorted(files)
 
 

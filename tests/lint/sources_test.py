@@ -128,6 +128,15 @@ TREES = [
     ({"tests/unit/core/a_win_test.cpp": "", "src/core/a.h": "", "src/core/a_win.cpp": WINDOWS}, []),
     ({"tests/unit/tools/a_test.cpp": "", "tools/signer/a.h": "", "tests/unit/resources/b_win_test.cpp": "", "src/resources/b.rc": ""}, []),
     ({"tests/system/a_win_test.cpp": "", "tests/support/b_win.h": ""}, []),
+    # A test is built
+    (
+        {"tests/CMakeLists.txt": "system/a_test.cpp", "tests/system/a_test.cpp": "", "tests/system/b_test.cpp": ""},
+        [("tests/system/b_test.cpp", "never built")],
+    ),
+    (
+        {"tests/CMakeLists.txt": "fuzz/b_fuzz.cpp vextra_fuzz_target(a)", "tests/fuzz/a_fuzz.cpp": "", "tests/fuzz/b_fuzz.cpp": ""},
+        [("tests/fuzz/b_fuzz.cpp", "never built")],
+    ),
 ]
 
 

@@ -24,6 +24,15 @@ UniqueFont fontOf(int height) {
                                   L"Segoe UI"));
 }
 
+std::vector<Control> rowsOf(ControlKind kind) {
+    std::vector<Control> rows;
+    for (const Control& control : kControls) {
+        if (control.kind == kind)
+            rows.push_back(control);
+    }
+    return rows;
+}
+
 class ControlSetTest : public testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(controls.create(window.handle(), test::TestWindow::module())); }
@@ -109,16 +118,16 @@ TEST_F(ControlSetTest, MakesACheckBoxThatTogglesItself) {
 }
 
 TEST_F(ControlSetTest, MakesListsThatNobodyTypesInto) {
-    for (const ControlId list : {kIdSource, kIdStream, kIdTransport, kIdDecoder}) {
-        EXPECT_EQ(windowClass(list), L"ComboBox");
-        EXPECT_TRUE(hasStyle(list, CBS_DROPDOWNLIST));
+    for (const Control& list : rowsOf(ControlKind::kList)) {
+        EXPECT_EQ(windowClass(list.id), L"ComboBox");
+        EXPECT_TRUE(hasStyle(list.id, CBS_DROPDOWNLIST));
     }
 }
 
 TEST_F(ControlSetTest, MakesNumberFieldsForDigitsOnly) {
-    for (const ControlId field : {kIdLatency, kIdDeadline}) {
-        EXPECT_EQ(windowClass(field), L"Edit");
-        EXPECT_TRUE(hasStyle(field, ES_NUMBER));
+    for (const Control& field : rowsOf(ControlKind::kNumberEdit)) {
+        EXPECT_EQ(windowClass(field.id), L"Edit");
+        EXPECT_TRUE(hasStyle(field.id, ES_NUMBER));
     }
     EXPECT_FALSE(hasStyle(kIdDirectUser, ES_NUMBER));
 }
@@ -191,7 +200,9 @@ TEST_F(ControlSetTest, ShowsExactlyWhatIsPlaced) {
 }
 
 TEST_F(ControlSetTest, PutsEveryControlWhereItIsPlaced) {
-    const std::set<int> lists{kIdSource, kIdStream, kIdTransport, kIdDecoder};
+    std::set<int> lists;
+    for (const Control& list : rowsOf(ControlKind::kList))
+        lists.insert(list.id);
     for (const int dpi : {96, 144, 96}) {
         for (const Panel panel : {Panel::kCamera, Panel::kSettings, Panel::kDiagnostics}) {
             const std::vector<PlacedControl> placed = layout(panel, SourceKind::kDirectCamera, true, dpi);
@@ -225,10 +236,8 @@ TEST_F(ControlSetTest, OpensListsToTheHeightThatIsPlaced) {
     const UniqueFont font = fontOf(17);
     controls.setFont(font.get(), kClosedListHeight);
     show(Panel::kSettings, SourceKind::kDirectCamera);
-    expectOpenHeight(kIdSource, 180);
-    expectOpenHeight(kIdStream, 160);
-    expectOpenHeight(kIdTransport, 160);
-    expectOpenHeight(kIdDecoder, 160);
+    for (const Control& list : rowsOf(ControlKind::kList))
+        expectOpenHeight(list.id, list.place.height.fixed);
 }
 
 TEST_F(ControlSetTest, MakesClosedListsAsHighAsTheFieldsBesideThem) {
@@ -236,8 +245,8 @@ TEST_F(ControlSetTest, MakesClosedListsAsHighAsTheFieldsBesideThem) {
         const UniqueFont font = fontOf(pixelsFromDesign(kUiFontHeight, dpi));
         controls.setFont(font.get(), pixelsFromDesign(kClosedListHeight, dpi));
         controls.apply(layout(Panel::kSettings, SourceKind::kDirectCamera, true, dpi), kIdTabSettings);
-        for (const ControlId list : {kIdSource, kIdStream, kIdTransport, kIdDecoder})
-            EXPECT_EQ(place(list).height, place(kIdDirectIp).height) << list << " at " << dpi;
+        for (const Control& list : rowsOf(ControlKind::kList))
+            EXPECT_EQ(place(list.id).height, place(kIdDirectIp).height) << list.id << " at " << dpi;
         // At another size in between, too, as a change of panel or of the window makes it.
         controls.apply(layout(Panel::kCamera, SourceKind::kDirectCamera, true, dpi), kIdTabCamera);
         controls.apply(layout(Panel::kSettings, SourceKind::kDirectCamera, true, dpi), kIdTabSettings);
