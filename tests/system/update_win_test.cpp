@@ -103,9 +103,15 @@ protected:
     void paceTheDownload(const std::string& secondsAPiece) {
         replyToTheDownload("{\"pace\":" + secondsAPiece + "}");
     }
+    // Returns once there is a part of the installer: the folder alone comes a moment earlier.
     void beginDownload() {
         pressAndAnswer(kDownloadQuestion, IDYES);
-        ASSERT_TRUE(waitUntil([&] { return downloaded().has_value(); }, 10'000));
+        ASSERT_TRUE(waitUntil(
+            [&] {
+                const std::optional<fs::path> setup = downloaded();
+                return setup && fs::exists(setup->parent_path() / L"Setup.download");
+            },
+            10'000));
     }
     void startAndHearOfIt() {
         publish();
@@ -256,8 +262,7 @@ TEST_F(TimedUpdates, AreNotAskedForAgainByShowingTheWindowTooSoon) {
 TEST_F(TimedUpdates, EndWithTheBrokerInTheMiddleOfADownload) {
     startAndHearOfIt();
     paceTheDownload("0.5");
-    pressAndAnswer(kDownloadQuestion, IDYES);
-    ASSERT_TRUE(waitUntil([&] { return downloaded().has_value(); }, 10'000));
+    beginDownload();
     window.commandAndGoOn(kIdTrayQuit);
     EXPECT_EQ(broker().waitForExit(10'000), 0u);
     EXPECT_FALSE(downloaded());
