@@ -2,14 +2,16 @@
 // same command line and the same pipe, waits in blocking reads and copies each frame twice, as the broker
 // does into the bridge and into its preview. No clock, no lease, no watchdog, no bridge.
 //
-//   bench-bare-reader FFMPEG [--url URL] [--frames N]
+//   bench-bare-reader FFMPEG [--url URL] [--transport tcp|udp] [--frames N] [--codes yes]
 //
 // Without --url the synthetic source; without --frames until it is ended. Prints `first_frame_ms=N.N`, from
-// the decoder's start to its first whole frame, and `frame=N` at every 16th.
+// the decoder's start to its first whole frame, and `frame=N` at every 16th; with --codes instead of these
+// `code=XXXXXXXX` for every frame, the bits of picture_code.py in hexadecimal.
 
 #include <windows.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
@@ -29,8 +31,10 @@ constexpr unsigned long kReportEveryFrames = 16;
 
 struct Options {
     std::wstring decoder;
-    std::wstring url;          // empty: synthetic
+    std::wstring url;  // empty: synthetic
+    RtspTransport transport = RtspTransport::kTcp;
     unsigned long frames = 0;  // 0: endless
+    bool codes = false;
 };
 
 int fail(const char* what) {
@@ -48,6 +52,11 @@ bool parse(int count, wchar_t** arguments, Options& out) {
             out.url = arguments[i + 1];
         else if (name == L"--frames")
             out.frames = std::wcstoul(arguments[i + 1], nullptr, 10);
+        else if (name == L"--transport")
+            out.transport =
+                arguments[i + 1] == std::wstring_view(L"udp") ? RtspTransport::kUdp : RtspTransport::kTcp;
+        else if (name == L"--codes")
+            out.codes = true;
         else
             return false;
     }
@@ -94,7 +103,7 @@ bool Decoder::start(const Options& options) {
     startup.hStdError = nothing.get();
     PROCESS_INFORMATION started{};
     SecretText line =
-        ffmpegCommandLine(options.decoder, {options.url.empty(), options.url, RtspTransport::kTcp});
+        ffmpegCommandLine(options.decoder, {options.url.empty(), options.url, options.transport});
     if (!CreateProcessW(options.decoder.c_str(), line.data(), nullptr, nullptr, TRUE,
                         CREATE_NO_WINDOW | BELOW_NORMAL_PRIORITY_CLASS, nullptr, nullptr, &startup, &started))
         return false;
@@ -114,6 +123,19 @@ bool readFrame(HANDLE pipe, std::vector<std::byte>& frame) {
     return true;
 }
 
+// Thirty-two cells in the topmost eighteenth of the picture; the green of each one's middle tells.
+std::uint32_t codeIn(const std::vector<std::byte>& frame) {
+    constexpr std::uint32_t kCells = 32;
+    constexpr std::uint32_t kRow = kFrameHeightPx / 18 / 2;
+    std::uint32_t code = 0;
+    for (std::uint32_t i = 0; i < kCells; ++i) {
+        const std::uint32_t x = (2 * i + 1) * kFrameWidthPx / kCells / 2;
+        const bool white = std::to_integer<int>(frame[kRow * kFrameStrideBytes + x * 4 + 1]) > 127;
+        code = code << 1 | (white ? 1u : 0u);
+    }
+    return code;
+}
+
 int run(const Options& options) {
     std::vector<std::byte> frame(kFrameBytes);
     std::vector<std::byte> firstCopy(kFrameBytes);
@@ -130,7 +152,9 @@ int run(const Options& options) {
         std::memcpy(secondCopy.data(), frame.data(), kFrameBytes);
         if (++frames == 1)
             std::printf("first_frame_ms=%.1f\n", milliseconds() - startMs);
-        if (frames % kReportEveryFrames == 0)
+        if (options.codes)
+            std::printf("code=%08lX\n", static_cast<unsigned long>(codeIn(frame)));
+        else if (frames % kReportEveryFrames == 0)
             std::printf("frame=%lu\n", frames);
         std::fflush(stdout);
     }
@@ -144,7 +168,9 @@ int run(const Options& options) {
 int wmain(int count, wchar_t** arguments) {
     vextra::Options options;
     if (!vextra::parse(count, arguments, options)) {
-        std::fputs("usage: bench-bare-reader FFMPEG [--url URL] [--frames N]\n", stderr);
+        std::fputs(
+            "usage: bench-bare-reader FFMPEG [--url URL] [--transport tcp|udp] [--frames N] [--codes yes]\n",
+            stderr);
         return 2;
     }
     return vextra::run(options);
