@@ -3,7 +3,7 @@
 #
 #     packaging/ffmpeg/build.sh OUT_DIR
 #
-# The program is Debian's FFmpeg source package with our two patches, cross-built
+# The program is Debian's FFmpeg source package with our patches, cross-built
 # for 64-bit Windows and trimmed to what configure.options lists. Building takes
 # minutes and needs apt's sources, so the result is kept in a cache under the
 # hash of this recipe and the compiler; with a result there, this only copies.
@@ -22,7 +22,7 @@ source "$recipe/../debian_sources.sh"
 
 readonly kSourceSeries=5.1   # what the patches and the options are made for
 readonly kCross=x86_64-w64-mingw32
-readonly kPatches=(rw-timeout-for-rtsp.patch scheme-in-capitals.patch)
+patches=("$recipe"/*.patch)  # each begins with what it does, in a line
 readonly kProgressSeconds=5
 readonly kResults=(ffmpeg.exe COPYING.LGPLv2.1 LICENSE.md BUILD-INFO.txt)
 
@@ -62,6 +62,13 @@ compile() {
     make -j"$(nproc)" ffmpeg.exe 2>&1 </dev/null | showProgress "$total" || failWithLog "compiling"
 }
 
+listPatches() {
+    local patch
+    for patch in "${patches[@]}"; do
+        printf '  %s\n    %s\n' "${patch##*/}" "$(head -n 1 "$patch")"
+    done
+}
+
 build() {
     local options=() source_version='' patch
     local work=$result.work
@@ -75,8 +82,8 @@ build() {
     fetchSource ffmpeg "$kSourceSeries"
     step "unpacking the source" dpkg-source -x "$work"/ffmpeg_*.dsc "$source_dir"
     cd "$source_dir"
-    for patch in "${kPatches[@]}"; do
-        step "patching: $patch" patch -p1 --fuzz=0 -i "$recipe/$patch"
+    for patch in "${patches[@]}"; do
+        step "patching: ${patch##*/}" patch -p1 --fuzz=0 -i "$patch"
     done
     mapfile -t options < <(sed -E 's/[[:space:]]*#.*//; /^$/d' "$recipe/configure.options")
     step "configuring, this takes a while" ./configure "${options[@]}"
@@ -89,10 +96,8 @@ ffmpeg.exe is FFmpeg $source_version, under the GNU Lesser General Public
 License 2.1 or later: see LICENSE.md and COPYING.LGPLv2.1.
 
 Source:   Debian's source package: apt-get source ffmpeg=$source_version
-Changes:  ${kPatches[0]}
-          (the RTSP demuxer takes rw_timeout as another name of timeout)
-          ${kPatches[1]}
-          (the scheme of an address may have capitals)
+Changes:
+$(listPatches)
 Compiler: $compiler
 Configure line:
 ./configure ${options[*]}
@@ -110,7 +115,7 @@ out_dir=$(cd "$1" && pwd)
 checkBuildTools
 compiler=$("$kCross-gcc-posix" --version | head -n 1)
 hash=$({
-    cat "$recipe"/build.sh "$recipe"/configure.options "${kPatches[@]/#/$recipe/}" "$recipe/../debian_sources.sh"
+    cat "$recipe"/build.sh "$recipe"/configure.options "${patches[@]}" "$recipe/../debian_sources.sh"
     echo "$compiler"
 } | sha256sum | cut -c 1-16)
 buildOnce "$(cacheFolder)" "$hash"

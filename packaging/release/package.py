@@ -78,8 +78,7 @@ def contents(build):
         "licenses/ffmpeg/recipe/debian_sources.sh": (ROOT / "packaging" / "debian_sources.sh").read_bytes(),
         **{
             f"licenses/ffmpeg/recipe/ffmpeg/{name}": (FFMPEG_RECIPE / name).read_bytes()
-            for name in ("build.sh", "configure.options", "rw-timeout-for-rtsp.patch",
-                         "scheme-in-capitals.patch")
+            for name in ("build.sh", "configure.options", *(patch.name for patch in FFMPEG_RECIPE.glob("*.patch")))
         },
         "licenses/gcc/GPL-3": (COMMON_LICENCES / "GPL-3").read_bytes(),
         "licenses/gcc/copyright": (DEBIAN_DOCUMENTS / "gcc-mingw-w64-base" / "copyright").read_bytes(),

@@ -65,6 +65,14 @@ licenses/ffmpeg/SOURCE-OFFER.txt
 licenses/ffmpeg/recipe/debian_sources.sh
 licenses/ffmpeg/recipe/ffmpeg/build.sh
 licenses/ffmpeg/recipe/ffmpeg/configure.options
+licenses/ffmpeg/recipe/ffmpeg/first-picture-alone.patch
+licenses/ffmpeg/recipe/ffmpeg/first-picture.patch
+licenses/ffmpeg/recipe/ffmpeg/first-timestamp.patch
+licenses/ffmpeg/recipe/ffmpeg/multipart-by-arrival.patch
+licenses/ffmpeg/recipe/ffmpeg/no-copies-before-the-first-picture.patch
+licenses/ffmpeg/recipe/ffmpeg/no-threads-for-raw-video.patch
+licenses/ffmpeg/recipe/ffmpeg/playlists-without-sound.patch
+licenses/ffmpeg/recipe/ffmpeg/recordings-at-their-own-rate.patch
 licenses/ffmpeg/recipe/ffmpeg/rw-timeout-for-rtsp.patch
 licenses/ffmpeg/recipe/ffmpeg/scheme-in-capitals.patch
 licenses/gcc/GPL-3
@@ -84,6 +92,10 @@ says() { # FILE TEXT
 }
 says ffmpeg/COPYING.LGPLv2.1 'GNU LESSER GENERAL PUBLIC LICENSE'
 says ffmpeg/SOURCE-OFFER.txt 'three years'
+for patch in "$root"/packaging/ffmpeg/*.patch; do
+    says ffmpeg/BUILD-INFO.txt "${patch##*/}"
+    says ffmpeg/BUILD-INFO.txt "$(head -n 1 "$patch")"
+done
 says gcc/GPL-3 'GNU GENERAL PUBLIC LICENSE'
 says gcc/copyright 'GCC RUNTIME LIBRARY EXCEPTION'
 says mingw-w64/copyright 'ZPL-2.1'

@@ -38,10 +38,13 @@ using Clock = std::chrono::steady_clock;
 constexpr milliseconds kFirstFrameLimit{15'000};
 constexpr milliseconds kRateTime{5000};
 constexpr milliseconds kSettleTime{1000};
-// Before its first frame the decoder examines a stream, RTSP for about 1 s and a transport stream for 5. What
-// came meanwhile follows at once, as fast as it can be decoded.
-constexpr milliseconds kRtspSettleTime{4000};
-constexpr milliseconds kTransportStreamSettleTime{10'000};
+// What a server or a relay held back when the stream began follows at once, as fast as it can be decoded.
+constexpr milliseconds kNetworkSettleTime{3000};
+// A decoder that learned the rate of the pictures first, and what sound comes with them, took 1 s of an RTSP
+// camera and 5 s of a transport stream.
+constexpr milliseconds kAtOnce{1000};
+// A server that never answers is given up after 5 s.
+constexpr milliseconds kBeforeSilenceIsGivenUp{4000};
 constexpr FfmpegInput kSynthetic{.syntheticTest = true, .url = {}, .transport = RtspTransport::kTcp};
 
 milliseconds since(Clock::time_point begin) {
@@ -85,6 +88,16 @@ protected:
             static_cast<long long>(firstFrame.count()), before, static_cast<long long>(settleTime.count()),
             rate);
         EXPECT_NEAR(rate, kFramesPerSecond, 0.5);
+    }
+
+    void expectFirstFrame(const FfmpegInput& input, milliseconds limit) {
+        const auto begin = Clock::now();
+        FrameCollector frames = start(input);
+        frames.collect(1, kFirstFrameLimit);
+        const milliseconds lasted = since(begin);
+        std::printf("first frame after %lld ms\n", static_cast<long long>(lasted.count()));
+        ASSERT_EQ(frames.wholeFrames(), 1u);
+        EXPECT_LE(lasted, limit);
     }
 
     static constexpr std::size_t kUnlimited = static_cast<std::size_t>(-1);
@@ -262,18 +275,28 @@ using ReleaseTimedHttpsCamera = HttpsCameraTest;
 TEST_F(ReleaseTimedRtspCamera, RunsOverTcpAtSixteenFramesPerSecond) {
     const std::wstring url = camera_ + L"stream1";
     expectSixteenFramesPerSecond({.syntheticTest = false, .url = url, .transport = RtspTransport::kTcp},
-                                 kRtspSettleTime);
+                                 kNetworkSettleTime);
 }
 
 TEST_F(ReleaseTimedRtspCamera, RunsOverUdpAtSixteenFramesPerSecond) {
     const std::wstring url = camera_ + L"stream1";
     expectSixteenFramesPerSecond({.syntheticTest = false, .url = url, .transport = RtspTransport::kUdp},
-                                 kRtspSettleTime);
+                                 kNetworkSettleTime);
+}
+
+TEST_F(ReleaseTimedRtspCamera, ShowsItsFirstPictureAtOnce) {
+    const std::wstring url = camera_ + L"stream1";
+    expectFirstFrame({.syntheticTest = false, .url = url}, kAtOnce);
+}
+
+TEST_F(ReleaseTimedRtspCamera, IsNotKeptWaitingBySoundThatNeverComes) {
+    const std::wstring url = camera_ + L"mute";
+    expectFirstFrame({.syntheticTest = false, .url = url}, kAtOnce);
 }
 
 TEST_F(FullRtspCamera, SmallStreamRunsAtSixteenFramesPerSecond) {
     const std::wstring url = camera_ + L"stream2";
-    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kRtspSettleTime);
+    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kNetworkSettleTime);
 }
 
 TEST_F(ReleaseTimedRtspCamera, StreamThatIsNotThereEndsTheDecoder) {
@@ -313,7 +336,7 @@ TEST_F(TimedRtspCamera, ColoursAndOrientationAreTheCameras) {
 
 TEST_F(ReleaseTimedRtspsCamera, RunsAtSixteenFramesPerSecond) {
     const std::wstring url = camera_ + L"stream1";
-    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kRtspSettleTime);
+    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kNetworkSettleTime);
 }
 
 // ---- schemes in capitals, as the settings take them ----
@@ -349,12 +372,44 @@ TEST_F(ReleaseTimedHttpsCamera, PlaysWithItsSchemeInCapitals) {
 
 TEST_F(ReleaseTimedHttpCamera, TransportStreamRunsAtSixteenFramesPerSecond) {
     const std::wstring url = camera_ + L"live.ts";
-    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kTransportStreamSettleTime);
+    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kNetworkSettleTime);
+}
+
+TEST_F(ReleaseTimedHttpCamera, TransportStreamShowsItsFirstPictureAtOnce) {
+    const std::wstring url = camera_ + L"live.ts";
+    expectFirstFrame({.syntheticTest = false, .url = url}, kAtOnce);
+}
+
+TEST_F(ReleaseTimedHttpCamera, IsNotKeptWaitingBySoundThatNeverComes) {
+    const std::wstring url = camera_ + L"mute.ts";
+    expectFirstFrame({.syntheticTest = false, .url = url}, kAtOnce);
+}
+
+TEST_F(ReleaseTimedHttpCamera, IsNotKeptWaitingBySoundInAPlaylistThatNeverComes) {
+    const std::wstring url = camera_ + L"mute/index.m3u8";
+    expectFirstFrame({.syntheticTest = false, .url = url}, kBeforeSilenceIsGivenUp);
+}
+
+// Its server sends it as fast as it is read.
+TEST_F(ReleaseTimedHttpCamera, RecordingRunsAtItsOwnRate) {
+    const std::wstring url = camera_ + L"recording.mkv";
+    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kSettleTime);
+}
+
+TEST_F(ReleaseTimedHttpCamera, PlaylistWithAnEndRunsAtItsOwnRate) {
+    const std::wstring url = camera_ + L"ended/index.m3u8";
+    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kSettleTime);
+}
+
+// Ten pictures a second, which nothing in the stream tells.
+TEST_F(ReleaseTimedHttpCamera, MultipartPicturesRunByTheirArrival) {
+    const std::wstring url = camera_ + L"mjpeg/10";
+    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kNetworkSettleTime);
 }
 
 TEST_F(FullHttpsCamera, TransportStreamRunsAtSixteenFramesPerSecond) {
     const std::wstring url = camera_ + L"live.ts";
-    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kTransportStreamSettleTime);
+    expectSixteenFramesPerSecond({.syntheticTest = false, .url = url}, kNetworkSettleTime);
 }
 
 }  // namespace

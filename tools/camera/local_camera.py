@@ -127,6 +127,7 @@ def parse_options():
                "       /clock.ts, /live.mjpeg, /mjpeg/1 .. /mjpeg/60 (pictures a second), /clock.mjpeg,\n"
                "       /clip.mp4, /recording.mkv, /recording-endless.mkv, /recording-lengthonly.mkv,\n"
                "       /hls/index.m3u8, /hls2/index.m3u8, /ended/index.m3u8,\n"
+               "       /mute/index.m3u8,\n"
                "       /moments when each was asked for and its first key picture had left,\n"
                "       /silent never answers, /404 and everything else is not found\n"
                "Commands:  drop closes all connections, freeze keeps them but sends and answers nothing,\n"

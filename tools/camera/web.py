@@ -24,6 +24,11 @@ CHUNK_BYTES = 64 * 1024
 TS_PACKET_BYTES = 188
 TS_PICTURE_START = bytes((0x40, 65))  # the beginning of a unit of the first track
 PLAYLIST_TYPE = "application/vnd.apple.mpegurl"
+MUTE_PLAYLIST = b"""#EXTM3U
+#EXT-X-MEDIA:TYPE=AUDIO,GROUP-ID="sound",NAME="sound",DEFAULT=YES,URI="/silent"
+#EXT-X-STREAM-INF:BANDWIDTH=2000000,RESOLUTION=640x360,AUDIO="sound"
+/ended/index.m3u8
+"""
 
 
 def make_whole(launch):
@@ -210,6 +215,9 @@ class WebHandler(http.server.BaseHTTPRequestHandler):
             table = json.dumps(content.moments.table()).encode()
             self.begin("application/json", length=len(table))
             self.wfile.write(table)
+        elif path == "/mute/index.m3u8":
+            self.begin(PLAYLIST_TYPE, len(MUTE_PLAYLIST))
+            self.wfile.write(MUTE_PLAYLIST)
         elif path in content.streams:
             content.moments.ask(path)
             self.send_stream(content.streams[path])
