@@ -73,6 +73,7 @@ licenses/ffmpeg/recipe/ffmpeg/no-copies-before-the-first-picture.patch
 licenses/ffmpeg/recipe/ffmpeg/no-threads-for-raw-video.patch
 licenses/ffmpeg/recipe/ffmpeg/playlists-without-sound.patch
 licenses/ffmpeg/recipe/ffmpeg/recordings-at-their-own-rate.patch
+licenses/ffmpeg/recipe/ffmpeg/refused-connections.patch
 licenses/ffmpeg/recipe/ffmpeg/rw-timeout-for-rtsp.patch
 licenses/ffmpeg/recipe/ffmpeg/scheme-in-capitals.patch
 licenses/gcc/GPL-3
