@@ -46,6 +46,11 @@ class Source:
     key_every_s: int = 1
 
     @property
+    def moments_path(self):
+        """A link that is slow has moments of its own, at its far end."""
+        return self.path if self.door in ("rtsp", "http") else self.door + self.path
+
+    @property
     def is_list(self):
         return self.path.endswith(".m3u8")
 
@@ -205,7 +210,7 @@ class Playback:
                 yield None
         elif source.joins:
             with (rtsp_viewer if source.door.startswith("rtsp") else http_viewer)(url):
-                yield wait_for(lambda: self.camera.moments(source.path)[1], "the moment of a key frame", pause_s=0.1)
+                yield wait_for(lambda: self.camera.moments(source.moments_path)[1], "the moment of a key frame", pause_s=0.1)
         else:
             yield None
 
@@ -224,7 +229,7 @@ class Playback:
             self.bridge.wait_for_live(pause_s=0.0005)
             shown = time.monotonic()
             moments = watch_frames(self.bridge, shown, shown + SETTLE_S + self.watch_s) if watch else []
-            asked, key = self.camera.moments(source.path)
+            asked, key = self.camera.moments(source.moments_path)
         return FirstPicture(start, shown, asked, key), moments
 
     def bare_start(self, source, watch):
@@ -233,7 +238,7 @@ class Playback:
                 time.sleep(SETTLE_S + self.watch_s)
             start = reader.first_frame_at - reader.first_frame_ms / 1000
             moments = [moment for moment, _ in reader.codes] if watch else []
-            asked, key = self.camera.moments(source.path)
+            asked, key = self.camera.moments(source.moments_path)
         return FirstPicture(start, reader.first_frame_at, asked, key), moments
 
     def first_picture_row(self, source, backend, starts):
@@ -401,7 +406,7 @@ class Playback:
                 wait_for(lambda: self.bridge.state == STATE_LIVE, "the picture to come back", timeout_s=40,
                          pause_s=0.0005)
                 shown = time.monotonic()
-                asked, key = camera.moments(source.path)
+                asked, key = camera.moments(source.moments_path)
                 log = broker.log.read_text()
         events = re.findall(r"^tick=(\d+) (\S+) ", log, re.M)
         tries = rules.attempts([(int(tick), rules.START if code == DECODER_START[backend] else code)
