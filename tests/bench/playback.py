@@ -20,7 +20,7 @@ import playback_rules as rules
 from broker_session import (BROKER, STATE_LIVE, BareReader, Broker, HarnessError, say, wait_for,
                             windows_path)
 from playback_rules import SETTLE_S, FirstPicture
-from playback_watch import (LocalCamera, free_port, http_viewer, list_viewer, numbers_of, rtsp_viewer, watch_frames,
+from playback_watch import (LocalCamera, fetch, free_port, http_viewer, list_viewer, numbers_of, rtsp_viewer, watch_frames,
                             watch_numbers)
 
 DECODER_START = {"FFmpeg": "FFMPEG_START_OWN_PROCESS", "GStreamer": "GSTREAMER_START_OWN_PIPELINE"}
@@ -208,6 +208,9 @@ class Playback:
         if source.is_list:
             with list_viewer(url):
                 yield None
+        elif not source.live:
+            fetch(url)  # the camera makes it when it is first asked for
+            yield None
         elif source.joins:
             with (rtsp_viewer if source.door.startswith("rtsp") else http_viewer)(url):
                 yield wait_for(lambda: self.camera.moments(source.moments_path)[1], "the moment of a key frame", pause_s=0.1)
