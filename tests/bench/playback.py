@@ -11,6 +11,7 @@ import os
 import re
 import shutil
 import signal
+import subprocess
 import sys
 import threading
 import time
@@ -20,8 +21,8 @@ import playback_rules as rules
 from broker_session import (BROKER, STATE_LIVE, BareReader, Broker, HarnessError, say, wait_for,
                             windows_path)
 from playback_rules import SETTLE_S, FirstPicture
-from playback_watch import (LocalCamera, fetch, free_port, http_viewer, list_viewer, numbers_of, rtsp_viewer, watch_frames,
-                            watch_numbers)
+from playback_watch import (Ended, LocalCamera, fetch, free_port, http_viewer, list_viewer, numbers_of, rtsp_viewer,
+                            watch_frames, watch_numbers)
 
 DECODER_START = {"FFmpeg": "FFMPEG_START_OWN_PROCESS", "GStreamer": "GSTREAMER_START_OWN_PIPELINE"}
 LEAVING_S = 0.5  # in which the camera notices that a client has left, and stops the encoder
@@ -146,7 +147,7 @@ class Playback:
         """One that shows nothing is a figure too, and the others are still to be measured."""
         try:
             measure()
-        except (HarnessError, OSError) as error:
+        except (HarnessError, OSError, Ended, subprocess.TimeoutExpired) as error:
             print(f"bench: {name}: {error}", file=sys.stderr)
             self.bench.row(name, str(error), "a picture", False)
 
@@ -213,7 +214,8 @@ class Playback:
             yield None
         elif source.joins:
             with (rtsp_viewer if source.door.startswith("rtsp") else http_viewer)(url):
-                yield wait_for(lambda: self.camera.moments(source.moments_path)[1], "the moment of a key frame", pause_s=0.1)
+                yield wait_for(lambda: self.camera.moments(source.moments_path)[1], "the moment of a key frame",
+                               pause_s=0.1)
         else:
             yield None
 
@@ -266,7 +268,8 @@ class Playback:
         measured = told(speeds["broker"]) + (f" (bare {told(speeds['bare'])})" if "bare" in speeds else "")
         judged = ()
         if backend == "FFmpeg":
-            judged = (f"{rules.FRAMES_PER_SECOND} ± {rules.FPS_TOLERANCE}, {rules.gap_limit_ms(source.fps):.0f} ms",
+            judged = (f"{rules.FRAMES_PER_SECOND} ± {rules.fps_tolerance(self.watch_s):.1f}, "
+                      f"{rules.gap_limit_ms(source.fps):.0f} ms",
                       rules.at_its_own_speed(speeds["broker"], source.fps))
         self.bench.row(f"{self.prefix(backend)}{source.name}: frames a second, longest gap; in the first {SETTLE_S} s",
                        measured, *judged)
@@ -280,14 +283,15 @@ class Playback:
     def control_slow(self):
         """A decoder that is known to be slow."""
         measured = self.speed_of_stub(CONTROL_FPS)
-        found = abs(measured.fps - CONTROL_FPS) <= rules.FPS_TOLERANCE
+        found = rules.is_rate(measured, CONTROL_FPS)
         self.control_row(f"control: a decoder of {CONTROL_FPS} frames a second", measured, "found slow", found)
 
     def control_gap(self):
         """One that is known to stand still for a while."""
         measured = self.speed_of_stub(rules.FRAMES_PER_SECOND, self.decoder_stands_still)
         found = measured.gap_ms > CONTROL_GAP_S * 1000 - GAP_NOISE_MS
-        self.control_row(f"control: a decoder that stands still for {CONTROL_GAP_S} s", measured, "the gap found", found)
+        self.control_row(f"control: a decoder that stands still for {CONTROL_GAP_S} s", measured, "the gap found",
+                         found)
 
     def control_row(self, name, measured, expected, found):
         self.details.setdefault("controls", {})[name] = dataclasses.asdict(measured)
@@ -419,7 +423,8 @@ class Playback:
         judged = ((f"{rules.AFTER_KEY_MS} ms after the key frame", rules.in_time(one.after_key_ms))
                   if backend == "FFmpeg" else ())
         self.bench.row(f"{self.prefix(backend)}a camera that comes back: to the picture",
-                       f"{told_ms(one.after_key_ms)} ms after its first key frame, {one.took_ms:.0f} ms after its start",
+                       f"{told_ms(one.after_key_ms)} ms after its first key frame, "
+                       f"{one.took_ms:.0f} ms after its start",
                        *judged)
         self.bench.row(f"{self.prefix(backend)}a camera that comes back: attempts after (due after)",
                        ", ".join(f"{waited} ({due})" for waited, due in tries) + " ms", "when due",

@@ -1,4 +1,4 @@
-"""What the playback is watched with: a camera of its own, steady viewers of it, and the bridge's frames as they come."""
+"""What the playback is watched with: a camera of its own, steady viewers, and the bridge's frames as they come."""
 import contextlib
 import json
 import pathlib
