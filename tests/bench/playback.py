@@ -259,7 +259,12 @@ class Playback:
         judged = ()
         if backend == "FFmpeg" and source.live:
             judged = f"{rules.AFTER_KEY_MS} ms after the limit", rules.in_time(after_key)
-        self.bench.row(f"{self.prefix(backend)}{source.name}: first picture", told, *judged)
+        name = self.prefix(backend) + source.name
+        self.bench.row(f"{name}: first picture", told, *judged)
+        if source == SOURCES[0]:
+            asked = ", ".join(f"{kind} {told_ms(rules.median(one.to_ask_ms for one in taken))} ms"
+                              for kind, taken in starts.items() if taken)
+            self.bench.row(f"{name}: until the camera was asked to play", asked)
 
     def speed_row(self, source, backend, speeds):
         def told(one):
