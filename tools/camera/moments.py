@@ -35,6 +35,10 @@ class Moments:
                 self.key[path] = left_s
                 self.last_packet[path] = last_packet
 
+    def is_waiting(self, path):
+        with self.lock:
+            return path not in self.key
+
     def is_end_of_key(self, path, packet):
         """Whether this packet ended the key picture of that stream; what passes a door is seen there again."""
         with self.lock:
@@ -45,17 +49,15 @@ class Moments:
             return {path: {"asked": asked, "key": self.key.get(path)} for path, asked in self.asked.items()}
 
 
-def is_key_packet(encoding, packet):
-    """Whether a packet is, or is a part of, a picture that needs no other. The buffers' flags do not tell:
-    GStreamer's payloaders set them otherwise for each codec."""
+def begins_key(encoding, packet):
+    """Whether a packet begins a picture that needs no other: it is a parameter set, or the first part of a JPEG. The
+    buffers' flags do not tell: GStreamer's payloaders set them otherwise for each codec."""
     first, second, third = packet[RTP_HEADER_BYTES:TELLING_BYTES]
     if encoding == "H264":
-        kind = first & 31
-        return (second & 31 if kind == 28 else kind) == 5
+        return first & 31 == 7
     if encoding == "H265":
-        kind = first >> 1 & 63
-        return 16 <= (third & 63 if kind == 49 else kind) <= 21
-    return True
+        return first >> 1 & 63 == 33
+    return second == third == 0  # the offset in the picture, all but its last eight bits
 
 
 def buffers_of(info):
@@ -77,30 +79,29 @@ def due_s(pad, buffer):
 
 
 def watch_rtp(watched, path, moments):
-    """Notes the key pictures that leave through a pad of RTP packets."""
+    """Notes the next key picture that leaves through a pad of RTP packets, and then looks away: a probe costs."""
     # A probe that held its own pad, or anything around it, would keep all of it for ever.
-    encoding, began_s, is_key = None, None, False
+    encoding = watched.get_current_caps().get_structure(0).get_string("encoding-name")
+    began_s = None
 
     def on_packets(pad, info):
-        nonlocal encoding, began_s, is_key
-        encoding = encoding or pad.get_current_caps().get_structure(0).get_string("encoding-name")
-        began_s = began_s or time.monotonic()
+        nonlocal began_s
         for buffer in buffers_of(info):
             packet = buffer.extract_dup(0, TELLING_BYTES).ljust(TELLING_BYTES, b"\0")
-            is_key = is_key or is_key_packet(encoding, packet)
-        if packet[1] & MARKER:
-            if is_key:
-                due = due_s(pad, buffer)
-                moments.picture(path, max(began_s, due), max(time.monotonic(), due), packet[:RTP_HEADER_BYTES])
-            began_s, is_key = None, False
-        return Gst.PadProbeReturn.OK
+            if began_s is None and begins_key(encoding, packet):
+                began_s = time.monotonic()
+        if began_s is not None and packet[1] & MARKER:
+            due = due_s(pad, buffer)
+            moments.picture(path, max(began_s, due), max(time.monotonic(), due), packet[:RTP_HEADER_BYTES])
+            began_s = None
+        return Gst.PadProbeReturn.OK if moments.is_waiting(path) else Gst.PadProbeReturn.REMOVE
 
     watched.add_probe(BUFFERS, on_packets)
 
 
 def watch_muxed(encoded, muxed, path, moments):
-    """Notes the key pictures that leave through the pad `muxed`, having come from the pad `encoded`. The muxer sends
-    each in one piece, a list that it marks or a part of its own; sound between them is smaller."""
+    """Notes the next key picture that leaves through the pad `muxed`, having come from the pad `encoded`. The muxer
+    sends each in one piece, a list that it marks or a part of its own; sound between them is smaller."""
     waiting = None  # (bytes, when it was seen) of a key picture before the muxer
 
     def on_picture(_pad, info):
@@ -108,10 +109,12 @@ def watch_muxed(encoded, muxed, path, moments):
         buffer = info.get_buffer()
         if not buffer.has_flags(Gst.BufferFlags.DELTA_UNIT):
             waiting = buffer.get_size(), time.monotonic()
-        return Gst.PadProbeReturn.OK
+        return Gst.PadProbeReturn.OK if moments.is_waiting(path) else Gst.PadProbeReturn.REMOVE
 
     def on_piece(_pad, info):
         nonlocal waiting
+        if not moments.is_waiting(path):
+            return Gst.PadProbeReturn.REMOVE
         if not waiting:
             return Gst.PadProbeReturn.OK
         if info.type & Gst.PadProbeType.BUFFER_LIST:

@@ -8,6 +8,8 @@ from sources import rtsp_mounts, run_clock
 HOST = "127.0.0.1"
 SHUTDOWN_SECONDS = 3
 LINGERING_SECONDS = 1
+# The picture is the first stream of every address, sound the second.
+PICTURE_PAD, SOUND_PADS = "send_rtp_src_0", ("send_rtp_src_1", "send_rtcp_src_1")
 
 
 class DigestAndBasic(GstRtspServer.RTSPAuth):
@@ -54,6 +56,7 @@ class RtspCamera:
     def __init__(self, options, moments):
         self.fps, self.moments = options.fps, moments
         self.media = set()
+        self.playable = {}  # path by media
         self.clients = set()
         self.gone = []  # (moment, client) of those whose connection has ended
         self.held = []  # (pad, probe) of everything that would leave while frozen
@@ -98,22 +101,29 @@ class RtspCamera:
 
     def on_play(self, _client, context):
         """Before the answer and before anything is sent."""
-        self.moments.ask(context.uri.abspath.rstrip("/"))
+        path = context.uri.abspath.rstrip("/")
+        self.moments.ask(path)
+        for media in [media for media, of in self.playable.items() if of == path]:
+            for pad in self.leaving(media):
+                if pad.get_name() == PICTURE_PAD:
+                    watch_rtp(pad, path, self.moments)
         return GstRtsp.RTSPStatusCode.OK
 
     def on_media(self, _factory, media, path, mount):
         self.media.add(media)
-        media.connect("unprepared", self.media.discard)
+        media.connect("unprepared", self.on_unprepared)
         media.connect("prepared", self.on_prepared, path, mount)
         run_clock(media.get_element(), self.fps)
         refuse_seeks(media.get_element())
 
     def on_prepared(self, media, path, mount):
-        """The picture is the first stream of every address, sound the second."""
-        pads = {pad.get_name(): pad for pad in self.leaving(media)}
-        watch_rtp(pads["send_rtp_src_0"], path, self.moments)
+        self.playable[media] = path
         if mount.sound_after_s:
-            self.delay_sound(pads, mount.sound_after_s)
+            self.delay_sound({pad.get_name(): pad for pad in self.leaving(media)}, mount.sound_after_s)
+
+    def on_unprepared(self, media):
+        self.media.discard(media)
+        self.playable.pop(media, None)
 
     @staticmethod
     def delay_sound(pads, seconds):
@@ -129,8 +139,8 @@ class RtspCamera:
             over = begun_s is not None and time.monotonic() - begun_s >= seconds
             return Gst.PadProbeReturn.REMOVE if over else Gst.PadProbeReturn.DROP
 
-        pads["send_rtp_src_0"].add_probe(BUFFERS, on_picture)
-        for name in ("send_rtp_src_1", "send_rtcp_src_1"):
+        pads[PICTURE_PAD].add_probe(BUFFERS, on_picture)
+        for name in SOUND_PADS:
             pads[name].add_probe(BUFFERS, on_sound)
 
     @staticmethod

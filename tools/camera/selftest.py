@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """Starts the local camera and uses it as clients do: every address, both RTSP transports, credentials,
-faults, many clients, killed clients, every way to end. Prints what it measured. About 55 s."""
+faults, many clients, killed clients, every way to end. Prints what it measured. About a minute."""
 import os
 import signal
 import socket

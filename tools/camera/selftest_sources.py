@@ -100,7 +100,7 @@ def test_parameters(camera, _folder):
           f"inband: before key frames came {before_keys}")
     with rtsp(camera.urls["rtsp"] + "inband", "h264") as viewer:
         viewer.frames(3)
-    print(f"        inband: no parameter sets described, {len(before_keys)} of {len(before_keys)} key frames bring them")
+    print(f"        inband: no parameter sets described, all of {len(before_keys)} key frames bring them")
 
 
 def first_of_sound(url, seconds):
@@ -185,7 +185,8 @@ def test_clock(camera, _folder):
                    f" ! openh264dec{to_bgra}")
     http = f"souphttpsrc is-live=true location={camera.urls['http']}"
     told = []
-    for name, launch in (("clock", rtsp_launch), ("clock.mjpeg", f"{http}clock.mjpeg ! multipartdemux ! jpegdec{to_bgra}"),
+    for name, launch in (("clock", rtsp_launch),
+                         ("clock.mjpeg", f"{http}clock.mjpeg ! multipartdemux ! jpegdec{to_bgra}"),
                          ("clock.ts", f"{http}clock.ts ! tsdemux ! h264parse ! openh264dec{to_bgra}")):
         with Viewer(launch) as viewer:
             ages_ms(viewer, FPS // 2)
@@ -258,7 +259,7 @@ def test_doors(camera, _folder):
 
     def rate(name):
         with RtspClient(camera.urls[name] + "mjpeg") as client:
-            sizes = [(at, len(packet) + 4) for at, _channel, packet in client.play().packets(2)]
+            sizes = [(at, len(packet) + 4) for at, _channel, packet in client.play().packets(1.5)]
         return 8 * sum(size for _, size in sizes[1:]) / (sizes[-1][0] - sizes[0][0]) / 1e6
 
     trips = {name: round_trip(name) for name in ("rtsp", "rtsp-300ms", "rtsp-2mbit")}
@@ -309,15 +310,17 @@ def test_moments(camera, _folder):
             early_s = 0.03 if name == "rtsp" else 0.001
             check(asked < seen["asked"] <= seen["key"] < came + early_s, f"{name}/{path}: {seen}, {came}")
             late_ms = min(late_ms, 1000 * (came - seen["key"]))
+            if late_ms < 25:
+                break
         check(late_ms < 25, f"{name}/{path}: came {late_ms} ms after its moment, three times")
         told.append(f"{name}/{path} {late_ms:.1f}")
         if name != "rtsp":
             on_the_way_s = seen["key"] - table[f"/{path}"]["key"]
-            low, high = {"rtsp-300ms": (0.3, 0.35), "rtsp-2mbit": (0.03, 0.5)}[name]
+            low, high = {"rtsp-300ms": (0.3, 0.35), "rtsp-2mbit": (0, 0.5)}[name]
             check(low <= on_the_way_s < high, f"{name}: the key picture took {on_the_way_s} s")
     print(f"        the client has the key picture, ms after its moment: {', '.join(told)}")
     # Who joins others in the middle has to wait for the next key picture, and so has the moment.
-    seen = at_once({"first": lambda: pictures_of(camera.urls["rtsp"] + "gop2", 4),
+    seen = at_once({"first": lambda: pictures_of(camera.urls["rtsp"] + "gop2", 3),
                     "second": lambda: key_comes(camera.urls["rtsp"] + "gop2", h264, after_s=0.7)})
     moment, came = moments()["/gop2"], seen["second"][1]
     check(0.5 < moment["key"] - moment["asked"] < 2 and abs(came - moment["key"]) < 0.03, f"gop2: {moment}, {came}")
@@ -356,4 +359,5 @@ def test_streams(camera, folder):
              for test in (check_key_frames, check_late_tracks, check_playlists)})
 
 
-SOURCE_TESTS = (test_streams, test_rates_of_pictures, test_parameters, test_clock, test_recordings, test_doors, test_moments)
+SOURCE_TESTS = (test_streams, test_rates_of_pictures, test_parameters, test_clock, test_recordings, test_doors,
+                test_moments)

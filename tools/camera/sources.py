@@ -210,7 +210,8 @@ def run_clock(container, fps):
 
 
 def open_late(container):
-    """Opens the valve LATE, if it is in there, LATE_SECONDS after the stream has begun; for pictures, with a key frame."""
+    """Opens the valve LATE, if it is in there, LATE_SECONDS after the stream has begun; for pictures, with a key
+    frame."""
     valve = container.get_by_name("late")
     if not valve:
         return

@@ -75,6 +75,8 @@ class LiveStream:
             if not self.pipeline:
                 self.pipeline = self.make()
                 self.pipeline.set_state(Gst.State.READY)
+            watch_muxed(self.pipeline.get_by_name(PICTURE).get_static_pad("src"),
+                        self.pipeline.get_by_name("sink").get_static_pad("sink"), self.path, self.moments)
             self.pipeline.get_by_name("sink").emit("add", writing.fileno())
             self.clients += 1
             self.pipeline.set_state(Gst.State.PLAYING)  # after the add: it gets the first frame
@@ -86,8 +88,6 @@ class LiveStream:
             " recover-policy=keyframe units-soft-max=200 units-max=400")
         run_clock(pipeline, self.fps)
         open_late(pipeline)
-        watch_muxed(pipeline.get_by_name(PICTURE).get_static_pad("src"),
-                    pipeline.get_by_name("sink").get_static_pad("sink"), self.path, self.moments)
         return pipeline
 
     def remove(self, writing):
