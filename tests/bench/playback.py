@@ -154,7 +154,8 @@ class Playback:
             measure()
         except (HarnessError, OSError, Ended, subprocess.TimeoutExpired) as error:
             print(f"bench: {name}: {error}", file=sys.stderr)
-            self.bench.row(name, str(error), "a picture", False)
+            judged = () if name.startswith("GStreamer") else ("a picture", False)
+            self.bench.row(name, str(error), *judged)
 
     # The broker and its settings
 
@@ -239,8 +240,8 @@ class Playback:
             self.bridge.wait_for_live(pause_s=0.0005)
             shown = time.monotonic()
             moments = watch_frames(self.bridge, shown, shown + SETTLE_S + self.watch_s) if watch else []
-            asked, key = self.camera.moments(source.moments_path)
-        return FirstPicture(start, shown, asked, key), moments
+            told = self.told_moments(source, start)
+        return FirstPicture(start, shown, *told), moments
 
     def bare_start(self, source, watch):
         with self.bare(source) as reader:
@@ -248,8 +249,13 @@ class Playback:
                 time.sleep(SETTLE_S + self.watch_s)
             start = reader.first_frame_at - reader.first_frame_ms / 1000
             moments = [moment for moment, _ in reader.codes] if watch else []
-            asked, key = self.camera.moments(source.moments_path)
-        return FirstPicture(start, reader.first_frame_at, asked, key), moments
+            told = self.told_moments(source, start)
+        return FirstPicture(start, reader.first_frame_at, *told), moments
+
+    def told_moments(self, source, start):
+        """Of this start: a list is asked for by its viewer as well, and an earlier asking was somebody else's."""
+        asked, key = self.camera.moments(source.moments_path)
+        return (None, None) if source.is_list or asked is None or asked < start else (asked, key)
 
     def first_picture_row(self, source, backend, starts):
         def figures(kind):
