@@ -19,6 +19,7 @@ import time
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
 from broker_session import (BROKER, PATIENCE_S, STATE_STOPPED, BarePlayer, BareReader, Bridge, Broker,  # noqa: E402
                             HarnessError, Session, cpu_ms, end, memory, say, thread_rates, wait_for, windows_path)
+from playback import Playback  # noqa: E402
 
 FRAMES_PER_SECOND = 16
 SETTLE_S = 3  # a network stream begins with a backlog
@@ -40,12 +41,13 @@ WINDOW_FACTOR = 1.5  # a timer tick costs Wine two to four switches, as the load
 
 
 class Bench:
-    def __init__(self, session, camera_rtsp, gstreamer_root, quick):
-        self.session, self.camera_rtsp, self.quick = session, camera_rtsp, quick
-        self.gstreamer_root = gstreamer_root
+    def __init__(self, session, options):
+        self.session, self.camera_rtsp, self.quick = session, options.camera_rtsp, options.quick
+        self.gstreamer_root = options.gstreamer_root
+        self.only_playback, self.other_decoder = options.match, options.ffmpeg
         self.root = session.out
         self.decoder = self.root / "deps" / "ffmpeg.exe"
-        self.hold_s = 10 if quick else 60
+        self.hold_s = 10 if options.quick else 60
         self.rows, self.details = [], {}
 
     def row(self, what, measured, target="", ok=None):
@@ -54,17 +56,10 @@ class Bench:
         self.rows.append({"what": what, "measured": measured, "target": target, "verdict": verdict})
         print(f"   {what}: {measured}", flush=True)
 
-    def run(self):
+    def run(self, parts):
         self.prepare()
-        self.sources()
-        self.exact_count()
-        self.cpu()
-        self.idle()
-        self.refusals()
-        self.first_live()
-        self.episodes()
-        self.gstreamer()
-        self.painting()
+        for name in parts:
+            self.PARTS[name](self)
 
     def prepare(self):
         self.session.provision(self.root)
@@ -374,7 +369,6 @@ class Bench:
         self.growth_rows(f"GStreamer: idle after {early} and {late} starts", samples[early], samples[late],
                          GSTREAMER_GROWTH_MIB)
 
-
     def painting(self):
         say("painting the window, beside a bare stretch of the same frame")
         arguments = ("--quick",) if self.quick else ()
@@ -393,6 +387,13 @@ class Bench:
             self.row(f"{when}: {what}", f"{before}, {after}", "no more", after <= before)
         self.row("paints in 2 s: shown, hidden", f"{result['visiblePaints']}, {result['hiddenPaints']}",
                  "some, none", result["visiblePaints"] > 0 and result["hiddenPaints"] == 0)
+
+    def playback(self):
+        Playback(self, self.only_playback, self.other_decoder).run()
+
+    PARTS = {"sources": sources, "exact-count": exact_count, "cpu": cpu, "idle": idle, "refusals": refusals,
+             "first-live": first_live, "episodes": episodes, "gstreamer": gstreamer, "painting": painting,
+             "playback": playback}
 
 
 # --- Report -------------------------------------------------------------------------------------------------
@@ -414,16 +415,19 @@ def main():
     parser.add_argument("--camera-rtsp", required=True, metavar="URL", help="an endless RTSP stream")
     parser.add_argument("--gstreamer-root", type=pathlib.Path, metavar="FOLDER", help="of a runtime for Windows")
     parser.add_argument("--quick", action="store_true", help="shorter, and less exact")
+    parser.add_argument("--only", action="append", choices=Bench.PARTS, metavar="PART",
+                        help=f"that part alone, may be repeated: {', '.join(Bench.PARTS)}")
+    parser.add_argument("--match", metavar="PATTERN", help="of playback: what has such a name alone")
+    parser.add_argument("--ffmpeg", type=pathlib.Path, metavar="FILE", help="of playback: another ffmpeg.exe")
     options = parser.parse_args()
 
     results = options.out.parent / "bench" / "results.json"
     results.parent.mkdir(parents=True, exist_ok=True)
-    bench = Bench(Session(options.session, options.out), options.camera_rtsp, options.gstreamer_root,
-                  options.quick)
+    bench = Bench(Session(options.session, options.out), options)
     load = os.getloadavg()
     start = time.monotonic()
     try:
-        bench.run()
+        bench.run(options.only or Bench.PARTS)
     except (HarnessError, OSError, subprocess.TimeoutExpired) as error:
         print(f"bench: {error}", file=sys.stderr)
         return 1

@@ -105,11 +105,11 @@ class Session:
         environment = (self.folder / "session.env").read_text()
         self.server_pid = int(re.search(r"^SESSION_SERVER_PID=(\d+)", environment, re.M)[1])
 
-    def write_profile(self, url):
+    def write_profile(self, url, transport="tcp"):
         """What the installer does for a user: a broker without settings of its own takes its source from here."""
         profile = self.local_app_data / "Vextra" / "CameraVirtualMF" / "source.private.ini"
         profile.parent.mkdir(parents=True, exist_ok=True)
-        profile.write_text(f"[source]\r\nurl={url}\r\ntransport=tcp\r\n", newline="")
+        profile.write_text(f"[source]\r\nurl={url}\r\ntransport={transport}\r\n", newline="")
 
     def start(self, program, *arguments, elevated=False, variables=None):
         options = ["--elevated"] if elevated else []
@@ -184,6 +184,15 @@ class Bridge:
     @property
     def frame_counter(self):
         return self._frame[40:48].cast("Q")[0]
+
+    def look_at(self, look):
+        """The frame counter, and what look tells of the pixels, of one whole update; None if the broker wrote
+        meanwhile."""
+        before = self._frame[0:4].cast("I")[0]
+        if before % 2 != 0:
+            return None
+        seen = self.frame_counter, look(self._frame[128:])
+        return seen if self._frame[0:4].cast("I")[0] == before else None
 
     def heartbeat(self, slot):
         """The tick of the slot's last heartbeat; 0 when it is released."""
@@ -273,14 +282,16 @@ class Broker:
 class BareReader:
     """bare_reader_win.cpp, running. What it printed is read as it comes, with the time."""
 
-    def __init__(self, session, decoder, url=None, frames=None):
+    def __init__(self, session, decoder, url=None, frames=None, transport="tcp", codes=False):
         self.session, self.program = session, session.test_program("bench-bare-reader.exe")
         self.arguments = [windows_path(decoder)]
         self.arguments += ["--url", url] if url else []
         self.arguments += ["--frames", str(frames)] if frames else []
+        self.arguments += ["--transport", transport] + (["--codes", "yes"] if codes else [])
         self.variables = None
-        self.first_frame_ms = None
+        self.first_byte_ms = self.first_frame_ms = self.first_frame_at = None
         self.frame, self.frame_at = 0, 0.0
+        self.codes = []  # (moment, code) of every frame
 
     def __enter__(self):
         self.process = self.session.start(self.program, *self.arguments, variables=self.variables)
@@ -297,7 +308,12 @@ class BareReader:
     def _read(self):
         for line in self.process.stdout:
             key, _, value = line.strip().partition("=")
-            if key == "first_frame_ms":
+            if key == "code":
+                self.codes.append((time.monotonic(), int(value, 16)))
+            elif key == "first_byte_ms":
+                self.first_byte_ms = float(value)
+            elif key == "first_frame_ms":
+                self.first_frame_at = time.monotonic()
                 self.first_frame_ms = float(value)
             elif key == "frame":
                 self.frame, self.frame_at = int(value), time.monotonic()

@@ -37,6 +37,18 @@ class ReticentMedia(GstRtspServer.RTSPMedia):
         return done
 
 
+def refuse_seeks(container):
+    """Players ask to begin at 0. The server would seek there, and so begin a running stream anew, with a key frame,
+    for everybody; a camera lets them join."""
+    def on_query(_pad, info):
+        seeks = info.get_query().type == Gst.QueryType.SEEKING
+        return Gst.PadProbeReturn.DROP if seeks else Gst.PadProbeReturn.OK
+
+    for element in container.children:
+        if not element.sinkpads:
+            element.get_static_pad("src").add_probe(Gst.PadProbeType.QUERY_UPSTREAM, on_query)
+
+
 class RtspCamera:
     """Used on the main thread only, where the server also serves its clients: a main thread that waits
     is a camera that does not answer."""
@@ -102,6 +114,7 @@ class RtspCamera:
         media.connect("unprepared", self.on_unprepared)
         media.connect("prepared", self.on_prepared, path, mount)
         run_clock(media.get_element(), self.fps)
+        refuse_seeks(media.get_element())
 
     def on_prepared(self, media, path, mount):
         self.playable[media] = path
