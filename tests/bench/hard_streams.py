@@ -10,6 +10,7 @@ import argparse
 import json
 import os
 import pathlib
+import re
 import sys
 import threading
 import time
@@ -73,14 +74,14 @@ def measure(session, decoder, path, stream, packets):
 class HardStreams:
     """out: the build folder. decoders: one, or one and what it is to be compared with, which is the first then."""
 
-    def __init__(self, session, out, decoders, only=()):
+    def __init__(self, session, out, decoders, match=None):
         self.session, self.decoders = session, decoders
         self.folder = out.parent / "bench" / "streams"
         self.kitchen = Kitchen(self.folder)
-        self.chosen = [name for name in RECIPES if not only or any(part in name for part in only)]
+        self.chosen = [name for name in RECIPES if match is None or re.search(match, name)]
         self.results, self.notes = {}, []
         if not self.chosen:
-            raise HarnessError(f"no stream has such a name, there are: {'; '.join(RECIPES)}")
+            raise HarnessError(f"no stream is called '{match}', there are: {'; '.join(RECIPES)}")
 
     def run(self):
         """Yields name, what was measured of each decoder, and what is amiss with the last one."""
@@ -143,13 +144,13 @@ def main():
     parser.add_argument("--out", type=pathlib.Path, required=True, help="build folder")
     parser.add_argument("--before", type=pathlib.Path, metavar="FFMPEG_EXE", help="to be compared with")
     parser.add_argument("--after", type=pathlib.Path, required=True, metavar="FFMPEG_EXE")
-    parser.add_argument("--only", action="append", metavar="NAME", help="streams whose name has this in it")
+    parser.add_argument("--match", metavar="PATTERN", help="streams that have such a name alone")
     options = parser.parse_args()
 
     decoders = [decoder for decoder in (options.before, options.after) if decoder]
     rows = []
     try:
-        streams = HardStreams(Session(options.session, options.out), options.out, decoders, options.only)
+        streams = HardStreams(Session(options.session, options.out), options.out, decoders, options.match)
         for name, results, amiss in streams.run():
             rows.append(table_row(name, results, amiss))
             print("   " + " | ".join(rows[-1][1:]), flush=True)
