@@ -8,7 +8,7 @@ from dataclasses import dataclass
 
 FRAMES_PER_SECOND = 16
 SETTLE_S = 3  # what a source begins with is told, not judged
-FPS_TOLERANCE = 0.2  # over 10 s two frames: one may fall on either side of each end
+BORDER_FRAMES = 2  # one may fall on either side of each end
 GAP_MS = 125
 PERIOD_SLACK = 1.1  # a slow source's pictures come no more evenly than that, nor are they seen so
 AFTER_KEY_MS = 200
@@ -68,6 +68,7 @@ def in_time(after_key_ms):
 
 @dataclass(frozen=True)
 class Speed:
+    seconds: float
     fps: float
     gap_ms: float
     early_frames: int  # in the first SETTLE_S
@@ -83,7 +84,7 @@ def speed(moments, seconds):
     edges = moments[first - 1:last] + [moments[last] if last < len(moments) else end]
     gap = max(later - earlier for earlier, later in zip(edges, edges[1:]))
     crowded = max(bisect.bisect_left(moments, moment + 1) - i for i, moment in enumerate(moments))
-    return Speed((last - first) / seconds, gap * 1000, first, crowded)
+    return Speed(seconds, (last - first) / seconds, gap * 1000, first, crowded)
 
 
 def gap_limit_ms(source_fps):
@@ -91,9 +92,16 @@ def gap_limit_ms(source_fps):
     return max(GAP_MS, 1000 / source_fps * PERIOD_SLACK)
 
 
+def fps_tolerance(seconds):
+    return BORDER_FRAMES / seconds
+
+
+def is_rate(measured, fps):
+    return abs(measured.fps - fps) <= fps_tolerance(measured.seconds) + 1e-9
+
+
 def at_its_own_speed(measured, source_fps):
-    return (abs(measured.fps - FRAMES_PER_SECOND) <= FPS_TOLERANCE + 1e-9 and
-            measured.gap_ms <= gap_limit_ms(source_fps))
+    return is_rate(measured, FRAMES_PER_SECOND) and measured.gap_ms <= gap_limit_ms(source_fps)
 
 
 # --- Latency ---

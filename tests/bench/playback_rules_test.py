@@ -44,6 +44,10 @@ class Speeds(unittest.TestCase):
         for fps, well in ((15.8, True), (16.2, True), (15.7, False), (16.3, False)):
             self.assertEqual(self.judged(steady(fps, 13.5)), well, fps)
 
+    def test_in_half_the_time_two_frames_are_twice_as_much(self):
+        for fps, well in ((15.6, True), (16.4, True), (15.2, False), (16.8, False)):
+            self.assertEqual(self.judged(steady(fps, 8.5), seconds=5), well, fps)
+
     def test_too_fast_and_too_slow_are_found(self):
         for fps in (9.6, 12, 23.5, 33):
             self.assertFalse(self.judged(steady(fps, 13.5)), fps)

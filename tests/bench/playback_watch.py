@@ -1,4 +1,4 @@
-"""What the playback is watched with: a camera of its own, steady viewers of it, and the bridge's frames as they come."""
+"""What the playback is watched with: a camera of its own, steady viewers, and the bridge's frames as they come."""
 import contextlib
 import json
 import pathlib
@@ -7,7 +7,6 @@ import subprocess
 import sys
 import threading
 import time
-import urllib.error
 import urllib.request
 
 from broker_session import HarnessError, wait_for
@@ -28,6 +27,11 @@ LIST_LOOK_S = 1
 def free_port():
     with socket.create_server((HOST, 0)) as listener:
         return listener.getsockname()[1]
+
+
+def fetch(url):
+    with urllib.request.urlopen(url, timeout=END_PATIENCE_S) as answer:
+        return answer.read()
 
 
 class LocalCamera:
@@ -76,11 +80,7 @@ class LocalCamera:
     def moments(self, path):
         """When the last client asked for it, and when the first picture that can be decoded without any before it had
         left after that; each None if the camera does not tell."""
-        try:
-            with urllib.request.urlopen(self.doors["http"] + "moments", timeout=END_PATIENCE_S) as answer:
-                one = json.load(answer).get(path) or {}
-        except urllib.error.HTTPError:
-            one = {}
+        one = json.loads(fetch(self.doors["http"] + "moments")).get(path, {})
         return one.get("asked"), one.get("key")
 
 
@@ -130,8 +130,7 @@ def http_viewer(url):
 def list_viewer(url):
     """Of an HLS list: from when it is as long as that of a camera that has run for some time."""
     def segments():
-        with urllib.request.urlopen(url, timeout=END_PATIENCE_S) as answer:
-            return answer.read().count(b"#EXTINF")
+        return fetch(url).count(b"#EXTINF")
 
     wait_for(lambda: segments() >= LIST_SEGMENTS, "a list of segments", pause_s=LIST_LOOK_S)
     left = threading.Event()
