@@ -397,8 +397,8 @@ class Bench:
         """Takes other servers and an encoder, so that it is measured when it is asked for."""
         decoder = self.other_decoder or self.decoder
         streams = HardStreams(self.session, self.root, [decoder], self.only_playback)
-        for name, results, amiss in streams.run():
-            self.row(name, summary(results, amiss), "as a good player", not amiss)
+        for name, results, found in streams.run():
+            self.row(name, summary(results, found), "nothing amiss", not found)
             self.details.setdefault("hardStreams", {})[name] = results[0]
 
     def servers(self):

@@ -1,5 +1,5 @@
-"""Streams of servers that nobody here made, through the broker and bare: VLC, nginx and Debian's ffmpeg, each started on
-loopback and ended again. All play one clip of H.264 with B-frames whose pictures carry their number."""
+"""Streams of servers that nobody here made, through the broker and bare: VLC, nginx and Debian's ffmpeg, each
+started on loopback and ended again. All play one clip of H.264 with B-frames whose pictures carry their number."""
 import contextlib
 import dataclasses
 import functools
@@ -134,8 +134,8 @@ class Servers:
     def recording(self, name, *output):
         file = self.folder / "www" / name
         if not file.exists():
-            subprocess.run([FFMPEG, "-loglevel", "error", "-i", self.clips["sound"], "-t", str(RECORDING_S), "-c", "copy",
-                            *output, file], check=True, stdin=subprocess.DEVNULL, timeout=60)
+            subprocess.run([FFMPEG, "-loglevel", "error", "-i", self.clips["sound"], "-t", str(RECORDING_S),
+                            "-c", "copy", *output, file], check=True, stdin=subprocess.DEVNULL, timeout=60)
 
     @contextlib.contextmanager
     def nginx(self, name):
@@ -151,8 +151,8 @@ class Servers:
     def nginx_live(self, name):
         file = self.folder / "www" / name
         file.unlink(missing_ok=True)
-        command = [FFMPEG, "-loglevel", "error", "-re", "-i", self.clips["sound"], "-c", "copy", "-f", "hls", "-hls_time",
-                   SEGMENT_S, "-hls_list_size", "5", "-hls_flags", "delete_segments", file]
+        command = [FFMPEG, "-loglevel", "error", "-re", "-i", self.clips["sound"], "-c", "copy", "-f", "hls",
+                   "-hls_time", SEGMENT_S, "-hls_list_size", "5", "-hls_flags", "delete_segments", file]
         with running(command, self.folder), self.nginx(name) as url:
             wait_for(lambda: file.exists() and file.read_text().count("#EXTINF") >= LIST_SEGMENTS, "a list of segments",
                      pause_s=0.1)

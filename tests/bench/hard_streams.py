@@ -20,7 +20,7 @@ sys.path.insert(0, str(HERE.parent / "support"))
 from broker_session import BareReader, HarnessError, Session, end, say  # noqa: E402
 from playback_rules import SETTLE_S  # noqa: E402
 from playback_watch import numbers_of  # noqa: E402
-from stream_bytes import RATE_S, StreamError, end_text, faults, judged, order_text, worse  # noqa: E402
+from stream_bytes import RATE_S, StreamError, amiss, end_text, judged, order_text, worse  # noqa: E402
 from stream_recipes import RECIPES, Kitchen, file_name  # noqa: E402
 from stream_server import StreamServer  # noqa: E402
 
@@ -90,12 +90,12 @@ class HardStreams:
             path, stream = RECIPES[name](self.kitchen, file_name(name))
             packets = self.kitchen.probe(path) if stream.live else []
             taken = [measure(self.session, decoder, path, stream, packets) for decoder in self.decoders]
-            amiss = faults(stream, taken[-1])
-            self.results[name] = {"results": taken, "faults": amiss}
+            found = amiss(stream, taken[-1])
+            self.results[name] = {"results": taken, "amiss": found}
             if len(taken) == 2:
                 self.results[name]["worse"] = worse(stream, *taken)
                 self.notes += [f"{name}: {note}" for note in self.results[name]["worse"]]
-            yield name, taken, amiss
+            yield name, taken, found
 
     def save(self):
         file = self.folder.parent / "streams.json"
@@ -116,10 +116,10 @@ def limit_text(results):
     return f"{limits[-1]:.0f}" if limits else ""
 
 
-def table_row(name, results, amiss):
+def table_row(name, results, found):
     first, rate, gap, order, ended = zip(*map(cells, results))
     order = order[:1] if len(set(order)) == 1 else (" / ".join(order),)
-    return [name, *first, limit_text(results), *rate, *gap, *order, *ended, "; ".join(amiss)]
+    return [name, *first, limit_text(results), *rate, *gap, *order, *ended, "; ".join(found)]
 
 
 def columns(count):
@@ -128,14 +128,14 @@ def columns(count):
     return ["stream", *each("first picture"), "limit", *each("rate"), *each("gap"), "order", *each("end"), "amiss"]
 
 
-def summary(results, amiss):
+def summary(results, found):
     """One decoder's, in a line."""
     first, rate, gap, order, ended = cells(results[-1])
     if first == "none":
         return f"no picture, ends {ended}"
     limit = limit_text(results)
     return (f"first picture {first} ms" + (f" (limit {limit})" if limit else "") + f", {rate} a second, gap {gap} ms, "
-            f"order {order}" + "".join(f"; {fault}" for fault in amiss))
+            f"order {order}" + "".join(f"; {fault}" for fault in found))
 
 
 def main():
@@ -151,8 +151,8 @@ def main():
     rows = []
     try:
         streams = HardStreams(Session(options.session, options.out), options.out, decoders, options.match)
-        for name, results, amiss in streams.run():
-            rows.append(table_row(name, results, amiss))
+        for name, results, found in streams.run():
+            rows.append(table_row(name, results, found))
             print("   " + " | ".join(rows[-1][1:]), flush=True)
     except (HarnessError, StreamError, OSError) as error:
         print(f"hard_streams: {error}", file=sys.stderr)

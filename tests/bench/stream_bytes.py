@@ -1,4 +1,4 @@
-"""What the hard streams are cut, joined and judged by: functions of bytes and figures alone, without a clock or a file."""
+"""What the hard streams are cut, joined and judged by: functions of bytes and figures, without a clock."""
 import dataclasses
 import itertools
 import math
@@ -223,6 +223,11 @@ def schedule(packets, size, join=0, decodable_from=0):
     return chunks
 
 
+def stalled(chunks, at_s, for_s):
+    """The same from a source that stands still for a while, and is late by as much from then on."""
+    return [chunk if chunk.due_s < at_s else dataclasses.replace(chunk, due_s=chunk.due_s + for_s) for chunk in chunks]
+
+
 def first_key_s(chunks):
     """When the first picture that can be decoded is there; None: never."""
     return next((chunk.due_s for chunk in chunks if chunk.has_key), None)
@@ -302,8 +307,18 @@ def faults(stream, result):
     return found
 
 
+def amiss(stream, result):
+    """The faults; of a control, that its own was not found."""
+    found = faults(stream, result)
+    if not stream.expected_fault:
+        return found
+    return [] if any(stream.expected_fault in fault for fault in found) else ["the control was not found out"]
+
+
 def worse(stream, before, after):
     """In words, what the second decoder does worse than the first: more than two runs of the same one differ by."""
+    if stream.expected_fault:
+        return []
     if not before["pictures"]:
         return [] if stream.shows_nothing and faults(stream, after) == [] else faults(stream, after)
     if not after["pictures"]:

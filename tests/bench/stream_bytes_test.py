@@ -100,7 +100,12 @@ class Pace(unittest.TestCase):
 
     def test_a_key_picture_is_of_no_use_without_what_it_takes_to_decode_it(self):
         self.assertEqual(stream_bytes.first_key_s(stream_bytes.schedule(self.packets, 300)), 0)
-        self.assertAlmostEqual(stream_bytes.first_key_s(stream_bytes.schedule(self.packets, 300, decodable_from=170)), 0.04)
+        late = stream_bytes.schedule(self.packets, 300, decodable_from=170)
+        self.assertAlmostEqual(stream_bytes.first_key_s(late), 0.04)
+
+    def test_a_source_that_stood_still_is_late_from_then_on(self):
+        chunks = stream_bytes.stalled(stream_bytes.schedule(self.packets, 300), 0.5, 2)
+        self.assertEqual([round(c.due_s, 3) for c in chunks], [0, 0.04, 0.04, 0.04, 3.0])
 
     def test_sound_is_no_key_picture(self):
         sound = [Packet(i * 10, i / 10, False, True) for i in range(5)]
@@ -119,6 +124,7 @@ class Told:
     longest_gap_s: float = 0.04
     shows_nothing: bool = False
     silent: bool = False
+    expected_fault: str = ""
 
 
 def played(count=192, every_s=1 / 16, first_s=100.0, number=lambda i: i * 25 // 16):
@@ -183,6 +189,11 @@ class Judgement(unittest.TestCase):
         self.assertEqual(stream_bytes.worse(Told(), slow, good), [])
         self.assertEqual(len(stream_bytes.worse(Told(), good, slow)), 2)
         self.assertEqual(stream_bytes.worse(Told(), good, result([], ended_s=5)), ["no picture any more"])
+
+    def test_a_control_has_to_be_found_out(self):
+        control = Told(expected_fault="a second")
+        self.assertEqual(stream_bytes.amiss(control, result(played(every_s=1 / 17))), [])
+        self.assertEqual(stream_bytes.amiss(control, result(played())), ["the control was not found out"])
 
     def test_the_same_with_noise_is_not_worse(self):
         self.assertEqual(stream_bytes.worse(Told(), result(played()), result(played(first_s=3.0), first_ms=600)), [])

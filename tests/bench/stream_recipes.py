@@ -1,14 +1,17 @@
 """The hard streams: how each is made, with Debian's own ffmpeg as the encoder and multiplexer, of pictures that carry
 their number. Each recipe proves that its stream is what its name says, or raises StreamError."""
 import dataclasses
+import hashlib
 import json
+import pathlib
 import random
 import re
+import shutil
 import subprocess
 
 import picture_code
-from stream_bytes import (PAT_PID, SPS_TYPE, StreamError, after_tables, escaped, joined_ts, nal_units, packets_of, replaced,
-                          ts_packets, ts_pid, unescaped, with_rare_tables, with_shifted_clusters,
+from stream_bytes import (PAT_PID, SPS_TYPE, StreamError, after_tables, escaped, joined_ts, nal_units, packets_of,
+                          replaced, ts_packets, ts_pid, unescaped, with_rare_tables, with_shifted_clusters,
                           without_bitstream_restriction)
 
 FFMPEG, FFPROBE = "/usr/bin/ffmpeg", "/usr/bin/ffprobe"
@@ -30,14 +33,21 @@ class Stream:
     numbers: int = 0  # of a recording: its pictures carry 0 up to this
     longest_gap_s: float = 0.04  # between two of its pictures
     shows_nothing: bool = False
+    stalls: tuple[float, float] = (0, 0)  # a live source stands still: when, for how long
+    expected_fault: str = ""  # of a control: what has to be found amiss
 
 
 class Kitchen:
-    """Makes streams in a folder, once each."""
+    """Makes streams in a folder, once each, and anew when a recipe has changed."""
 
     def __init__(self, folder):
         self.folder = folder
-        folder.mkdir(parents=True, exist_ok=True)
+        recipes = hashlib.sha256(pathlib.Path(__file__).read_bytes()).hexdigest()
+        made_by = folder / "made-by"
+        if not made_by.exists() or made_by.read_text() != recipes:
+            shutil.rmtree(folder, ignore_errors=True)
+            folder.mkdir(parents=True)
+            made_by.write_text(recipes)
 
     def run(self, *arguments, pictures=None):
         command = [FFMPEG, "-hide_banner", "-loglevel", "error", "-y", *map(str, arguments)]
@@ -55,8 +65,8 @@ class Kitchen:
         return packets_of(json.loads(output)["packets"])
 
     def encode(self, name, codec, output, *, seconds, rate=25, size=(WIDTH, HEIGHT), sound=False, sound_options=(),
-               video_options=(), first=0, noise=24):
-        """One encoder and multiplexer over pictures whose numbers count from `first`."""
+               video_options=(), first=0, noise=24, order=None):
+        """One encoder and multiplexer over pictures that are numbered from `first`, or by what `order` makes of that."""
         path = self.folder / name
         if path.exists():
             return path
@@ -68,7 +78,7 @@ class Kitchen:
         maps += ["-map", "1:a", "-c:a", "aac" if not isinstance(sound, str) else sound, "-b:a", "96k"] if sound else []
         partial = self.folder / f"{name}.partial"
         self.run(*inputs, *maps, *output, partial,
-                 pictures=pictures(range(first, first + round(seconds * rate)), *size, noise=noise))
+                 pictures=pictures(map(order or int, range(first, first + round(seconds * rate))), *size, noise=noise))
         partial.rename(path)
         return path
 
@@ -125,7 +135,8 @@ def prove_late(kitchen, path):
     packets = kitchen.probe(path)
     first = min(p.time_s for p in packets)
     video = min(p.time_s for p in packets if p.is_video)
-    sound_first = [p for p in packets if not p.is_video and p.position < next(v.position for v in packets if v.is_video)]
+    picture_at = min(p.position for p in packets if p.is_video)
+    sound_first = [p for p in packets if not p.is_video and p.position < picture_at]
     if not 2.9 < video - first < 3.3 or sound_first[-1].time_s - first < 2.5:
         raise StreamError(f"{path.name}: its video comes after {video - first:.2f} s")
     return path
@@ -228,6 +239,18 @@ def silent(kitchen, name):
     return path, Stream(TS, silent=True, shows_nothing=True)
 
 
+def control_gap(kitchen, name):
+    path, stream = ts_live(kitchen, name)
+    stream.stalls, stream.expected_fault = (5, 0.6), "gap of"
+    return path, stream
+
+
+def control_order(kitchen, name):
+    path, stream = ts_live(kitchen, name, order=lambda i: i ^ 8)
+    stream.expected_fault = "order: back"
+    return path, stream
+
+
 # --- Other live containers ----------------------------------------------------------------------------------
 
 
@@ -298,6 +321,8 @@ HEVC = ("libx265", "-preset", "ultrafast", "-b:v", "1M", "-bf", "0", "-x265-para
 FRAGMENTS = ("-movflags", "empty_moov+default_base_moof+frag_every_frame", "-f", "mp4")
 
 RECIPES = {
+    "control: a source that stands still for 0.6 s": control_gap,
+    "control: pictures out of order": control_order,
     # Live, over HTTP, joined in the middle unless the name says otherwise.
     "TS live, key frame each second": lambda k, n: ts_live(k, n, join_s=1.5),
     "TS live with sound": lambda k, n: ts_live(k, n, join_s=1.5, sound=True),
@@ -313,7 +338,8 @@ RECIPES = {
         k, n, x264(b_frames=2, extra=":tff=1:interlaced=1", options=INTERLACED), join_s=1.5),
     "TS live, tables once a second": tables_once_a_second,
     "TS live, B-frames without a declared delay": undeclared_live,
-    "TS live, MPEG-4 part 2": lambda k, n: ts_live(k, n, ("mpeg4", "-b:v", "1500k", "-g", "25", "-bf", "1"), join_s=1.5),
+    "TS live, MPEG-4 part 2": lambda k, n: ts_live(
+        k, n, ("mpeg4", "-b:v", "1500k", "-g", "25", "-bf", "1"), join_s=1.5),
     "TS live, HEVC": lambda k, n: ts_live(k, n, HEVC, join_s=1.5),
     "TS live, timestamps from 95,000 s": lambda k, n: ts_live(
         k, n, join_s=1.5, sound=True, output=("-output_ts_offset", FAR_S)),

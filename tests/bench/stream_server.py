@@ -4,7 +4,7 @@ import re
 import threading
 import time
 
-from stream_bytes import schedule
+from stream_bytes import schedule, stalled
 
 MARGIN_S = 30  # longer than anything here is watched
 
@@ -68,7 +68,9 @@ class StreamServer:
 
     def __init__(self, stream, data, packets):
         self.data, self.content_type, self.live, self.silent = data, stream.content_type, stream.live, stream.silent
-        self.chunks = schedule(packets, len(data), stream.join, stream.decodable_from) if stream.live else []
+        self.chunks = []
+        if stream.live:
+            self.chunks = stalled(schedule(packets, len(data), stream.join, stream.decodable_from), *stream.stalls)
         self.requests, self.key_sent, self.ended = [], None, threading.Event()
 
     def __enter__(self):
