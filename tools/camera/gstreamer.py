@@ -28,7 +28,7 @@ ELEMENTS = {
     "gstreamer1.0-plugins-base": ("videotestsrc", "audiotestsrc", "audioconvert", "appsrc"),
     "gstreamer1.0-x": ("timeoverlay",),
     "gstreamer1.0-plugins-good": ("videobox", "jpegenc", "alawenc", "rtph264pay", "multipartmux", "mp4mux",
-                                  "matroskamux", "imagefreeze"),
+                                  "matroskamux"),
     "gstreamer1.0-plugins-bad": ("h264parse", "x265enc", "mpegtsmux", "hlssink2", "voaacenc"),
     "gstreamer1.0-plugins-ugly": ("x264enc",),
 }

@@ -82,7 +82,7 @@ class Camera:
         self.loop.quit()
 
     def housekeeping(self):
-        self.rtsp.forget_dead_sessions()
+        self.rtsp.forget_the_gone()
         self.content.stop_idle_hls()
         return GLib.SOURCE_CONTINUE
 
@@ -120,8 +120,14 @@ def parse_options():
         epilog="RTSP, and RTSPS over TCP:\n"
                "       /stream1 1280x720 H.264, /stream2 640x360 H.264, /audio H.264 and PCMA,\n"
                "       /mjpeg 640x360, /h265 320x180, /bars and /bars-mjpeg a still picture of\n"
-               "       known colours\n"
-               "HTTP and HTTPS:  /live.ts, /bars.ts, /live.mjpeg, /clip.mp4, /hls/index.m3u8,\n"
+               "       known colours; 640x360 H.264 with a peculiarity: /gop2, /gop4, /gop10 (seconds\n"
+               "       between key frames), /bframes, /inband, /late-sound, /mute, /clock\n"
+               "       the addresses rtsp-2mbit and rtsp-300ms lead there over a slow link, TCP only\n"
+               "HTTP and HTTPS:  /live.ts, /bars.ts, /late-sound.ts, /mute.ts, /sound-first.ts,\n"
+               "       /clock.ts, /live.mjpeg, /mjpeg/1 .. /mjpeg/60 (pictures a second), /clock.mjpeg,\n"
+               "       /clip.mp4, /recording.mkv, /recording-endless.mkv, /recording-lengthonly.mkv,\n"
+               "       /hls/index.m3u8, /hls2/index.m3u8, /ended/index.m3u8,\n"
+               "       /moments when each was asked for and its first key picture had left,\n"
                "       /silent never answers, /404 and everything else is not found\n"
                "Commands:  drop closes all connections, freeze keeps them but sends and answers nothing,\n"
                "       thaw ends a freeze, quit ends the camera; each is answered with {\"done\": ...}")

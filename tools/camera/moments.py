@@ -8,6 +8,7 @@ RTP_HEADER_BYTES = 12
 MARKER = 0x80
 # How much of a packet shows what it is of: the header and what H.265 puts in front of a fragment.
 TELLING_BYTES = RTP_HEADER_BYTES + 3
+SINK_LATENCY = 20 * Gst.MSECOND  # the default of every sink of a live pipeline
 BUFFERS = Gst.PadProbeType.BUFFER | Gst.PadProbeType.BUFFER_LIST
 
 
@@ -26,12 +27,12 @@ class Moments:
             self.key.pop(path, None)
             self.last_packet.pop(path, None)
 
-    def picture(self, path, began_s, last_packet=None):
-        """A key picture whose sending had begun then has now left. One that had begun before somebody asked has
-        not reached him whole."""
+    def picture(self, path, began_s, left_s, last_packet=None):
+        """A key picture leaves between these moments. One that had begun before somebody asked has not reached him
+        whole."""
         with self.lock:
             if path in self.asked and path not in self.key and began_s >= self.asked[path]:
-                self.key[path] = time.monotonic()
+                self.key[path] = left_s
                 self.last_packet[path] = last_packet
 
     def is_end_of_key(self, path, packet):
@@ -65,11 +66,22 @@ def buffers_of(info):
     return [parts.get(0), parts.get(parts.length() - 1)]
 
 
-def watch_rtp(pad, path, moments):
+def due_s(pad, buffer):
+    """When a sink lets it go: its time in the stream, and the latency of what is before and of the sink. It is asked
+    here, since a sink that has just been added does not know. GStreamer's clock is the one of time.monotonic()."""
+    query = Gst.Query.new_latency()
+    latency = query.parse_latency()[1] if pad.query(query) else 0
+    segment = pad.get_sticky_event(Gst.EventType.SEGMENT, 0).parse_segment()
+    running_time = segment.to_running_time(Gst.Format.TIME, buffer.pts)
+    return (pad.get_parent_element().get_base_time() + running_time + latency + SINK_LATENCY) / Gst.SECOND
+
+
+def watch_rtp(watched, path, moments):
     """Notes the key pictures that leave through a pad of RTP packets."""
+    # A probe that held its own pad, or anything around it, would keep all of it for ever.
     encoding, began_s, is_key = None, None, False
 
-    def on_packets(_pad, info):
+    def on_packets(pad, info):
         nonlocal encoding, began_s, is_key
         encoding = encoding or pad.get_current_caps().get_structure(0).get_string("encoding-name")
         began_s = began_s or time.monotonic()
@@ -78,11 +90,12 @@ def watch_rtp(pad, path, moments):
             is_key = is_key or is_key_packet(encoding, packet)
         if packet[1] & MARKER:
             if is_key:
-                moments.picture(path, began_s, packet[:RTP_HEADER_BYTES])
+                due = due_s(pad, buffer)
+                moments.picture(path, max(began_s, due), max(time.monotonic(), due), packet[:RTP_HEADER_BYTES])
             began_s, is_key = None, False
         return Gst.PadProbeReturn.OK
 
-    pad.add_probe(BUFFERS, on_packets)
+    watched.add_probe(BUFFERS, on_packets)
 
 
 def watch_muxed(encoded, muxed, path, moments):
@@ -107,7 +120,7 @@ def watch_muxed(encoded, muxed, path, moments):
         else:
             size, marked = info.get_buffer().get_size(), True
         if marked and size >= waiting[0]:
-            moments.picture(path, waiting[1])
+            moments.picture(path, waiting[1], time.monotonic())
             waiting = None
         return Gst.PadProbeReturn.OK
 

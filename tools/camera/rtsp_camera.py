@@ -7,6 +7,7 @@ from sources import rtsp_mounts, run_clock
 
 HOST = "127.0.0.1"
 SHUTDOWN_SECONDS = 3
+LINGERING_SECONDS = 1
 
 
 class DigestAndBasic(GstRtspServer.RTSPAuth):
@@ -53,6 +54,8 @@ class RtspCamera:
     def __init__(self, options, moments):
         self.fps, self.moments = options.fps, moments
         self.media = set()
+        self.clients = set()
+        self.gone = []  # (moment, client) of those whose connection has ended
         self.held = []  # (pad, probe) of everything that would leave while frozen
         self.server = GstRtspServer.RTSPServer(address=HOST, service=str(options.rtsp_port))
         self.server.get_thread_pool().set_max_threads(0)
@@ -85,6 +88,13 @@ class RtspCamera:
 
     def on_client(self, _server, client):
         client.connect("pre-play-request", self.on_play)
+        client.connect("closed", self.on_closed)
+        self.clients.add(client)
+
+    def on_closed(self, client):
+        """The server would free it now, though the thread that sends may still be inside: that ends the camera."""
+        self.clients.discard(client)
+        self.gone.append((time.monotonic(), client))
 
     def on_play(self, _client, context):
         """Before the answer and before anything is sent."""
@@ -145,8 +155,10 @@ class RtspCamera:
     def drop_clients(self):
         self.server.client_filter(lambda _server, _client: GstRtspServer.RTSPFilterResult.REMOVE)
 
-    def forget_dead_sessions(self):
+    def forget_the_gone(self):
         self.server.get_session_pool().cleanup()
+        now_s = time.monotonic()
+        self.gone = [(moment_s, client) for moment_s, client in self.gone if now_s - moment_s < LINGERING_SECONDS]
 
     def close(self):
         self.drop_clients()

@@ -1,12 +1,9 @@
 #!/usr/bin/python3
 """Starts the local camera and uses it as clients do: every address, both RTSP transports, credentials,
-faults, many clients, killed clients, every way to end. Prints what it measured. About 25 s."""
-import base64
-import json
+faults, many clients, killed clients, every way to end. Prints what it measured. About 55 s."""
 import os
 import signal
 import socket
-import ssl
 import subprocess
 import sys
 import tempfile
@@ -15,17 +12,12 @@ import urllib.error
 import urllib.request
 from pathlib import Path
 
-import gi
-gi.require_version("Gst", "1.0")
-from gi.repository import Gst  # noqa: E402  (needs the version above)
+from selftest_sources import SOURCE_TESTS
+from selftest_support import (CAMERA, FPS, PATIENCE_SECONDS, TO_RGB, UNVERIFIED, Camera, Gst, Viewer, check, fetch,
+                              processes_naming, rtsp)
 
-CAMERA = Path(__file__).with_name("local_camera.py")
-FPS = 25
 FRAMES = 8
-PATIENCE_SECONDS = 8
 QUIET_SECONDS = 1.0
-DECODE = {"h264": "rtph264depay ! h264parse ! openh264dec", "h265": "rtph265depay ! h265parse ! libde265dec",
-          "jpeg": "rtpjpegdepay ! jpegdec"}
 MOUNTS = {"stream1": ("h264", 1280, 720), "stream2": ("h264", 640, 360), "audio": ("h264", 640, 360),
           "mjpeg": ("jpeg", 640, 360), "h265": ("h265", 320, 180), "bars": ("h264", 640, 360)}
 # 75 % bars as red, green, blue; decoders and encoders round, hence the tolerance.
@@ -34,110 +26,6 @@ BAR_COLOURS = [(191, 191, 191), (191, 191, 0), (0, 191, 191), (0, 191, 0),
 TOLERANCE = 6
 # No quotation mark: clients do not escape it for Digest.
 ODD_USER, ODD_PASSWORD = "us er@é", "p@ss:w/o%20r?d#&'é"
-
-
-def check(condition, what):
-    if not condition:
-        raise AssertionError(what)
-
-
-class Camera:
-    started = []  # so that a failed test leaves none behind
-
-    def __init__(self, folder, *options):
-        # Its temporary files go where the test sees whether any is left.
-        self.ready, self.folder = folder / "ready.json", folder / "tmp"
-        self.folder.mkdir(exist_ok=True)
-        self.process = subprocess.Popen(
-            [CAMERA, "--ready-file", self.ready, *options], env={**os.environ, "TMPDIR": str(self.folder)},
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        self.started.append(self.process)
-        line = self.process.stdout.readline()
-        check(line, f"the camera did not start: {line or self.process.stderr.read()}")
-        self.urls = json.loads(line)
-
-    def command(self, word):
-        self.process.stdin.write(word + "\n")
-        self.process.stdin.flush()
-        answer = self.process.stdout.readline()
-        check(json.loads(answer) == {"done": word}, f"{word} was answered with {answer!r}")
-
-    def processor_seconds(self):
-        fields = Path(f"/proc/{self.process.pid}/stat").read_text().rsplit(")", 1)[1].split()
-        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
-
-    def open_files(self):
-        return len(os.listdir(f"/proc/{self.process.pid}/fd"))
-
-    def ended(self, how):
-        status = self.process.wait(PATIENCE_SECONDS)
-        errors = self.process.stderr.read()
-        check(status == 0 and not errors, f"after {how}: exit status {status}, stderr: {errors}")
-        check(not self.ready.exists(), f"after {how}: the ready file is still there")
-        check(not list(self.folder.iterdir()), f"after {how}: temporary files are left")
-        check(not processes_naming(str(self.ready)), f"after {how}: a process is left")
-
-
-def processes_naming(text):
-    found = []
-    for path in Path("/proc").glob("[0-9]*/cmdline"):
-        try:
-            if text.encode() in path.read_bytes() and int(path.parent.name) != os.getpid():
-                found.append(path.parent.name)
-        except OSError:
-            pass
-    return found
-
-
-class Viewer:
-    """A GStreamer client; frames() are what it decodes to RGB."""
-
-    def __init__(self, launch, **source):
-        self.started = time.monotonic()
-        self.pipeline = Gst.parse_launch(launch + " ! appsink name=sink sync=false max-buffers=200")
-        for name, value in source.items():
-            self.pipeline.get_by_name("source").set_property(name.replace("_", "-"), value)
-        self.sink = self.pipeline.get_by_name("sink")
-        self.pipeline.set_state(Gst.State.PLAYING)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_arguments):
-        self.pipeline.set_state(Gst.State.NULL)
-
-    def sample(self, seconds=PATIENCE_SECONDS):
-        return self.sink.emit("try-pull-sample", int(seconds * Gst.SECOND))
-
-    def skip_queued(self):
-        deadline = time.monotonic() + PATIENCE_SECONDS
-        while self.sample(0.1):
-            check(time.monotonic() < deadline, "frames keep coming")
-
-    def frames(self, count):
-        found = []
-        for _ in range(count):
-            sample = self.sample()
-            check(sample, f"{len(found)} of {count} frames came: {self.error()}")
-            caps, buffer = sample.get_caps().get_structure(0), sample.get_buffer()
-            size = caps.get_value("width"), caps.get_value("height")
-            found.append((size, buffer.extract_dup(0, buffer.get_size())))
-        return found
-
-    def error(self, seconds=0):
-        message = self.pipeline.get_bus().timed_pop_filtered(int(seconds * Gst.SECOND), Gst.MessageType.ERROR)
-        return f"{message.parse_error()[0].message}" if message else "no error"
-
-
-UNVERIFIED = ssl.create_default_context()
-UNVERIFIED.check_hostname = False
-UNVERIFIED.verify_mode = ssl.CERT_NONE
-TO_RGB = " ! videoconvert ! video/x-raw,format=RGB"
-
-
-def rtsp(url, codec, protocols="tcp", **source):
-    return Viewer(f"rtspsrc name=source location={url} latency=0 protocols={protocols}"
-                  f" source. ! application/x-rtp,media=video ! {DECODE[codec]}{TO_RGB}", **source)
 
 
 def check_moving(frames, size, what):
@@ -155,21 +43,6 @@ def check_bars(frames):
         seen = tuple(pixels[at:at + 3])
         check(all(abs(a - b) <= TOLERANCE for a, b in zip(seen, colour)),
               f"bars at {x},{y}: {seen}, not {colour}")
-
-
-def fetch(url, user=None, seconds=None):
-    """The body, or what came of it within so many seconds."""
-    request = urllib.request.Request(url)
-    if user:
-        request.add_header("Authorization", "Basic " + base64.b64encode(":".join(user).encode()).decode())
-    data, began = b"", time.monotonic()
-    with urllib.request.urlopen(request, timeout=PATIENCE_SECONDS, context=UNVERIFIED) as answer:
-        while seconds is None or time.monotonic() - began < seconds:
-            chunk = answer.read1(65536)
-            if not chunk:
-                break
-            data += chunk
-    return data
 
 
 def status_of(url, user=None):
@@ -404,7 +277,8 @@ def main():
         own = folder / "second"  # for tests that start a camera of their own
         own.mkdir()
         for test in (test_rtsp_mounts, test_measures, test_many_clients, test_rtsps, test_web, test_drop, test_freeze,
-                     test_credentials, test_refusals, test_ends, test_hls_stops):
+                     test_credentials, test_refusals, test_ends, test_hls_stops,
+                     *SOURCE_TESTS):
             start = time.monotonic()
             try:
                 test(camera, own)

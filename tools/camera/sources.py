@@ -18,7 +18,7 @@ MJPEG_RATES = (1, 5, 10, 15, 30, 60)
 CLOCK_SIZE = 640, 360
 CLOCK_BRIGHTNESSES = 64
 
-# Ends in the picture as it leaves its encoder; see KeyPictures in moments.py.
+# The element from which each picture comes whole, on its way to a muxer.
 PICTURE = "picture"
 
 
@@ -192,12 +192,12 @@ def playlists(fps):
 def run_clock(container, fps):
     """Sees to the pictures of clock(), if it is in there. They are made when the pipeline asks for one, on its own
     thread: none waits anywhere and grows old, and their maker ends with the pipeline."""
-    source = container.get_by_name("clock")
-    if not source:
+    clock_source = container.get_by_name("clock")
+    if not clock_source:
         return
     due_s = 0.0
 
-    def make(_source, _bytes):
+    def make(source, _bytes):
         nonlocal due_s
         now_s = time.monotonic()
         time.sleep(max(0.0, due_s - now_s))
@@ -206,7 +206,7 @@ def run_clock(container, fps):
         brightness = 96 + number // 40 % CLOCK_BRIGHTNESSES  # it moves, and a still picture would be found out
         source.emit("push-buffer", Gst.Buffer.new_wrapped(i420(number, *CLOCK_SIZE, brightness)))
 
-    source.connect("need-data", make)
+    clock_source.connect("need-data", make)
 
 
 def open_late(container):
@@ -221,7 +221,7 @@ def open_late(container):
         if segment.to_running_time(Gst.Format.TIME, buffer.pts) < LATE_SECONDS * Gst.SECOND \
                 or buffer.has_flags(Gst.BufferFlags.DELTA_UNIT):
             return Gst.PadProbeReturn.OK
-        valve.set_property("drop", False)
+        pad.get_parent_element().set_property("drop", False)
         return Gst.PadProbeReturn.REMOVE
 
     valve.get_static_pad("sink").add_probe(Gst.PadProbeType.BUFFER, on_buffer)

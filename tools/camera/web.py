@@ -21,15 +21,33 @@ HOST = "127.0.0.1"
 HLS_IDLE_SECONDS = 5
 HLS_START_SECONDS = 5
 CHUNK_BYTES = 64 * 1024
+TS_PACKET_BYTES = 188
+TS_PICTURE_START = bytes((0x40, 65))  # the beginning of a unit of the first track
 PLAYLIST_TYPE = "application/vnd.apple.mpegurl"
 
 
 def make_whole(launch):
-    """Runs a pipeline to its end."""
+    """Runs a pipeline to its end. Answers with the first picture, encoded."""
     pipeline = Gst.parse_launch(launch)
+    first = b""
+
+    def on_picture(_pad, info):
+        nonlocal first
+        first = info.get_buffer().extract_dup(0, info.get_buffer().get_size())
+        return Gst.PadProbeReturn.REMOVE
+
+    pipeline.get_by_name(PICTURE).get_static_pad("src").add_probe(Gst.PadProbeType.BUFFER, on_picture)
     pipeline.set_state(Gst.State.PLAYING)
     pipeline.get_bus().timed_pop_filtered(Gst.CLOCK_TIME_NONE, Gst.MessageType.EOS | Gst.MessageType.ERROR)
     pipeline.set_state(Gst.State.NULL)
+    return first
+
+
+def end_of_first_picture(segment):
+    """How many bytes of a transport stream hold it: the second one begins there."""
+    starts = [at for at in range(0, len(segment), TS_PACKET_BYTES)
+              if segment[at + 1:at + 3] == TS_PICTURE_START]
+    return starts[1] if len(starts) > 1 else len(segment)
 
 
 class LiveStream:
@@ -89,11 +107,12 @@ class LiveStream:
 class Hls:
     """A playlist and its segments, in a folder of their own. Thread-safe."""
 
-    def __init__(self, folder, source):
-        self.folder, self.source = folder, source
+    def __init__(self, folder, source, moments):
+        self.folder, self.source, self.moments = folder, source, moments
+        self.path = f"/{folder.name}/index.m3u8"
         self.lock = threading.Lock()  # guards the two below
         self.pipeline = None
-        self.used = 0.0
+        self.used = -HLS_IDLE_SECONDS
 
     def launch(self):
         kept = "playlist-length=0 max-files=0" if self.source.ended else "playlist-length=5 max-files=10"
@@ -103,9 +122,12 @@ class Hls:
     def file(self, name):
         """None if there is no such file."""
         with self.lock:
-            self.used = time.monotonic()
+            idle = time.monotonic() - self.used >= HLS_IDLE_SECONDS
             if not self.pipeline and name == "index.m3u8":
                 self.start()
+            self.used = time.monotonic()
+            if idle and name == "index.m3u8":  # players ask for it again and again
+                self.moments.ask(self.path)
         path = self.folder / name
         deadline = time.monotonic() + HLS_START_SECONDS
         while name == "index.m3u8" and not path.exists() and time.monotonic() < deadline:
@@ -144,15 +166,19 @@ class Content:
         self.streams = {path: LiveStream(path, source, options.fps, moments)
                         for path, source in web_streams(options.fps).items()}
         self.recordings = recordings(options.fps)
-        self.hls = {name: Hls(folder / name, source) for name, source in playlists(options.fps).items()}
-        self.lock = threading.Lock()  # held while a recording is made
+        self.hls = {name: Hls(folder / name, source, moments)
+                    for name, source in playlists(options.fps).items()}
+        self.lock = threading.Lock()  # held while a recording is made, and guards what is below
+        self.first_ends = {}  # by path of a recording: how many of its bytes hold the first picture
 
     def recording(self, path):
+        """Its bytes, and how many of them hold the first picture."""
         file = self.folder / path.strip("/")
         with self.lock:
             if not file.exists():
-                make_whole(f"{self.recordings[path].launch} ! filesink location={file}")
-        return file
+                first = make_whole(f"{self.recordings[path].launch} ! filesink location={file}")
+                self.first_ends[path] = file.read_bytes().index(first) + len(first)
+            return file.read_bytes(), self.first_ends[path]
 
     def stop_idle_hls(self, idle_seconds=HLS_IDLE_SECONDS):
         for hls in self.hls.values():
@@ -188,12 +214,9 @@ class WebHandler(http.server.BaseHTTPRequestHandler):
             content.moments.ask(path)
             self.send_stream(content.streams[path])
         elif path in content.recordings:
-            content.moments.ask(path)
-            self.send_recording(content.recording(path), content.recordings[path])
+            self.send_recording(path, content.recordings[path])
         elif folder in content.hls and name and "/" not in name:
-            if name == "index.m3u8":
-                content.moments.ask(path)
-            self.send_file(content.hls[folder].file(name), PLAYLIST_TYPE if name == "index.m3u8" else "video/mp2t")
+            self.send_hls(content.hls[folder], name)
         else:
             self.send_error(404)
 
@@ -213,18 +236,22 @@ class WebHandler(http.server.BaseHTTPRequestHandler):
                 self.content.thawed.wait()
                 self.wfile.write(chunk)
 
-    def send_file(self, path, content_type):
-        if not path:
+    def send_hls(self, hls, name):
+        file = hls.file(name)
+        if not file:
             self.send_error(404)
             return
-        data = path.read_bytes()
-        self.begin(content_type, len(data))
-        self.send_data(data)
+        data = file.read_bytes()
+        if name == "index.m3u8":
+            self.begin(PLAYLIST_TYPE, len(data))
+            self.send_data(data)
+        else:
+            self.begin("video/mp2t", len(data))
+            self.send_pictures(data, end_of_first_picture(data), hls.path)
 
     def send_recording(self, path, source):
-        data = path.read_bytes()
-        whole = range(len(data))
-        asked = asked_range(self.headers["Range"], len(data)) if source.gives_ranges else whole
+        data, first_end = self.content.recording(path)
+        asked = asked_range(self.headers["Range"], len(data)) if source.gives_ranges else range(len(data))
         if not asked:
             self.send_response(416)
             self.send_header("Content-Range", f"bytes */{len(data)}")
@@ -234,8 +261,19 @@ class WebHandler(http.server.BaseHTTPRequestHandler):
         headers = {"Accept_Ranges": "bytes"} if source.gives_ranges else {}
         if self.headers["Range"] and source.gives_ranges:
             headers["Content_Range"] = f"bytes {asked.start}-{asked.stop - 1}/{len(data)}"
+        if asked.start == 0:  # what comes later in the file is asked for by the same player
+            self.content.moments.ask(path)
         self.begin(source.content_type, len(asked) if source.tells_length else None, **headers)
-        self.send_data(data[asked.start:asked.stop])
+        if asked.start == 0 and asked.stop >= first_end:
+            self.send_pictures(data[:asked.stop], first_end, path)
+        else:
+            self.send_data(data[asked.start:asked.stop])
+
+    def send_pictures(self, data, first_end, path):
+        began = time.monotonic()
+        self.send_data(data[:first_end])
+        self.content.moments.picture(path, began, time.monotonic())
+        self.send_data(data[first_end:])
 
     def send_data(self, data):
         for start in range(0, len(data), CHUNK_BYTES):
