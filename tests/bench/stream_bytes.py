@@ -10,7 +10,6 @@ TS_SYNC = 0x47
 PAT_PID, SDT_PID, PMT_PID = 0, 0x11, 0x1000  # as FFmpeg's multiplexer has them; it writes the PMT right after the PAT
 
 RATE_S = 6
-RATE_TOLERANCE = 2 / RATE_S  # a frame on either side of each end
 EARLY_FRAMES = FRAMES_PER_SECOND * SETTLE_S + 4
 NOISE_MS = 300  # two runs of one decoder on a busy machine
 SILENCE_S = 5  # after which the decoder's command line has it end
@@ -275,6 +274,12 @@ def gap_limit(longest_gap_s):
     return max(GAP_MS, 1000 * longest_gap_s * PERIOD_SLACK)
 
 
+def rate_tolerance(longest_gap_s):
+    """A frame on either side of each end; of a slow source, what is repeated at once when its next picture is there."""
+    at_once = longest_gap_s * FRAMES_PER_SECOND if longest_gap_s * 1000 > GAP_MS else 0
+    return (2 + at_once) / RATE_S
+
+
 def faults(stream, result):
     """In words, what is not as a good player has it. Of a stream without a picture: that it is given up in time."""
     found = []
@@ -288,7 +293,7 @@ def faults(stream, result):
         return ["no picture"]
     if result["limitMs"] is not None and result["firstPictureMs"] > result["limitMs"] + AFTER_KEY_MS:
         found.append(f"first picture {result['firstPictureMs'] - result['limitMs']:.0f} ms after the limit")
-    if abs(result["fps"] - FRAMES_PER_SECOND) > RATE_TOLERANCE:
+    if abs(result["fps"] - FRAMES_PER_SECOND) > rate_tolerance(stream.longest_gap_s):
         found.append(f"{result['fps']:.1f} a second")
     if result["gapMs"] > gap_limit(stream.longest_gap_s):
         found.append(f"gap of {result['gapMs']:.0f} ms")
@@ -326,7 +331,7 @@ def worse(stream, before, after):
     found = []
     if after["firstPictureMs"] > before["firstPictureMs"] + NOISE_MS:
         found.append(f"first picture {after['firstPictureMs']:.0f} ms, was {before['firstPictureMs']:.0f}")
-    if abs(after["fps"] - FRAMES_PER_SECOND) > max(RATE_TOLERANCE, abs(before["fps"] - FRAMES_PER_SECOND)):
+    if abs(after["fps"] - FRAMES_PER_SECOND) > max(rate_tolerance(stream.longest_gap_s), abs(before["fps"] - FRAMES_PER_SECOND)):
         found.append(f"{after['fps']:.1f} a second, was {before['fps']:.1f}")
     # Who shows a recording in a moment has no gaps in it.
     if not before["whole"] and after["gapMs"] > max(before["gapMs"], gap_limit(stream.longest_gap_s)) + NOISE_MS:

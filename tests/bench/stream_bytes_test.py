@@ -150,6 +150,10 @@ class Judgement(unittest.TestCase):
     def test_a_wrong_speed_is_a_fault(self):
         self.assert_amiss(result(played(every_s=1 / 17)), "17.0 a second")
 
+    def test_a_slow_source_may_be_off_by_one_of_its_pictures(self):
+        self.assertEqual(stream_bytes.faults(Told(longest_gap_s=1), result(played(every_s=1 / 17))), [])
+        self.assert_amiss(result(played(every_s=1 / 20)), "20.0 a second", Told(longest_gap_s=1))
+
     def test_a_recording_shown_in_a_moment_is_a_fault(self):
         taken = result(played(every_s=1 / 100), ended_s=2)
         self.assertTrue(taken["whole"])
