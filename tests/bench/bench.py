@@ -22,6 +22,7 @@ from broker_session import (BROKER, PATIENCE_S, STATE_STOPPED, BarePlayer, BareR
 from foreign_servers import ForeignServers  # noqa: E402
 from hard_streams import HardStreams, summary  # noqa: E402
 from playback import Playback  # noqa: E402
+from stream_bytes import StreamError  # noqa: E402
 
 FRAMES_PER_SECOND = 16
 SETTLE_S = 3  # a network stream begins with a backlog
@@ -443,7 +444,7 @@ def main():
     start = time.monotonic()
     try:
         bench.run(options.only or [name for name in Bench.PARTS if name not in Bench.WHEN_ASKED_FOR])
-    except (HarnessError, OSError, subprocess.TimeoutExpired) as error:
+    except (HarnessError, StreamError, OSError, subprocess.TimeoutExpired) as error:
         print(f"bench: {error}", file=sys.stderr)
         return 1
     finally:
