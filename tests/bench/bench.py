@@ -19,7 +19,10 @@ import time
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
 from broker_session import (BROKER, PATIENCE_S, STATE_STOPPED, BarePlayer, BareReader, Bridge, Broker,  # noqa: E402
                             HarnessError, Session, cpu_ms, end, memory, say, thread_rates, wait_for, windows_path)
+from foreign_servers import ForeignServers  # noqa: E402
+from hard_streams import HardStreams, summary  # noqa: E402
 from playback import Playback  # noqa: E402
+from stream_bytes import StreamError  # noqa: E402
 
 FRAMES_PER_SECOND = 16
 SETTLE_S = 3  # a network stream begins with a backlog
@@ -391,9 +394,21 @@ class Bench:
     def playback(self):
         Playback(self, self.only_playback, self.other_decoder).run()
 
+    def streams(self):
+        """Takes other servers and an encoder, so that it is measured when it is asked for."""
+        decoder = self.other_decoder or self.decoder
+        streams = HardStreams(self.session, self.root, [decoder], self.only_playback)
+        for name, results, found in streams.run():
+            self.row(name, summary(results, found), "nothing amiss", not found)
+            self.details.setdefault("hardStreams", {})[name] = results[0]
+
+    def servers(self):
+        ForeignServers(self, self.only_playback, self.other_decoder).run()
+
     PARTS = {"sources": sources, "exact-count": exact_count, "cpu": cpu, "idle": idle, "refusals": refusals,
              "first-live": first_live, "episodes": episodes, "gstreamer": gstreamer, "painting": painting,
-             "playback": playback}
+             "playback": playback, "streams": streams, "servers": servers}
+    WHEN_ASKED_FOR = ("streams", "servers")
 
 
 # --- Report -------------------------------------------------------------------------------------------------
@@ -416,9 +431,10 @@ def main():
     parser.add_argument("--gstreamer-root", type=pathlib.Path, metavar="FOLDER", help="of a runtime for Windows")
     parser.add_argument("--quick", action="store_true", help="shorter, and less exact")
     parser.add_argument("--only", action="append", choices=Bench.PARTS, metavar="PART",
-                        help=f"that part alone, may be repeated: {', '.join(Bench.PARTS)}")
-    parser.add_argument("--match", metavar="PATTERN", help="of playback: what has such a name alone")
-    parser.add_argument("--ffmpeg", type=pathlib.Path, metavar="FILE", help="of playback: another ffmpeg.exe")
+                        help=f"that part alone, may be repeated: {', '.join(Bench.PARTS)}; "
+                             f"only then: {', '.join(Bench.WHEN_ASKED_FOR)}")
+    parser.add_argument("--match", metavar="PATTERN", help="of playback, streams and servers: what has such a name alone")
+    parser.add_argument("--ffmpeg", type=pathlib.Path, metavar="FILE", help="of the same: another ffmpeg.exe")
     options = parser.parse_args()
 
     results = options.out.parent / "bench" / "results.json"
@@ -427,8 +443,8 @@ def main():
     load = os.getloadavg()
     start = time.monotonic()
     try:
-        bench.run(options.only or Bench.PARTS)
-    except (HarnessError, OSError, subprocess.TimeoutExpired) as error:
+        bench.run(options.only or [name for name in Bench.PARTS if name not in Bench.WHEN_ASKED_FOR])
+    except (HarnessError, StreamError, OSError, subprocess.TimeoutExpired) as error:
         print(f"bench: {error}", file=sys.stderr)
         return 1
     finally:
