@@ -112,14 +112,15 @@ class SlowConnection:
             if door.bits_per_s:
                 due_s = free_s = max(free_s, arrived_s) + 8 * len(message) / door.bits_per_s
             time.sleep(max(0.0, due_s - time.monotonic()))
+            # Noted first: a client that has the picture can ask for its moment.
             left_s = time.monotonic()
+            if message[:2] == bytes((ord("$"), VIDEO_CHANNEL)) \
+                    and door.moments.is_end_of_key(self.path, message[4:]):
+                door.moments.picture(door.name + self.path, began_s=left_s, left_s=left_s)
             try:
                 self.client.sendall(message)
             except OSError:
                 gone = True
-            if message[:2] == bytes((ord("$"), VIDEO_CHANNEL)) \
-                    and door.moments.is_end_of_key(self.path, message[4:]):
-                door.moments.picture(door.name + self.path, began_s=left_s, left_s=left_s)
         with contextlib.suppress(OSError):
             self.client.shutdown(socket.SHUT_RDWR)
 
