@@ -76,6 +76,7 @@ licenses/ffmpeg/recipe/ffmpeg/recordings-at-their-own-rate.patch
 licenses/ffmpeg/recipe/ffmpeg/refused-connections.patch
 licenses/ffmpeg/recipe/ffmpeg/rw-timeout-for-rtsp.patch
 licenses/ffmpeg/recipe/ffmpeg/scheme-in-capitals.patch
+licenses/ffmpeg/recipe/ffmpeg/small-pictures-without-delay.patch
 licenses/gcc/GPL-3
 licenses/gcc/copyright
 licenses/mingw-w64/copyright
