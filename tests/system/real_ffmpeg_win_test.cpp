@@ -393,6 +393,24 @@ TEST_F(ReleaseTimedHttpCamera, IsNotKeptWaitingBySoundInAPlaylistThatNeverComes)
     expectFirstFrame({.syntheticTest = false, .url = url}, kBeforeSilenceIsGivenUp);
 }
 
+// One picture a second: the second one would come after the limit.
+TEST_F(ReleaseTimedHttpCamera, ShowsTheFirstPictureBeforeThereIsASecond) {
+    const std::wstring url = camera_ + L"mjpeg/1";
+    expectFirstFrame({.syntheticTest = false, .url = url}, kAtOnce);
+}
+
+// Three seconds of it come before the first picture.
+TEST_F(ReleaseTimedHttpCamera, DoesNotFillUpForSoundThatCameFirst) {
+    constexpr std::size_t kAFewMoreThanASecondsFrames = 24;
+    const std::wstring url = camera_ + L"sound-first.ts";
+    FrameCollector frames = start({.syntheticTest = false, .url = url});
+    frames.collect(1, kFirstFrameLimit);
+    ASSERT_EQ(frames.wholeFrames(), 1u);
+    frames.collect(kUnlimited, milliseconds(1000));
+    std::printf("%zu frames in the first second\n", frames.wholeFrames());
+    EXPECT_LE(frames.wholeFrames(), kAFewMoreThanASecondsFrames);
+}
+
 // Its server sends it as fast as it is read.
 TEST_F(ReleaseTimedHttpCamera, RecordingRunsAtItsOwnRate) {
     const std::wstring url = camera_ + L"recording.mkv";
