@@ -78,6 +78,10 @@ void TcpRelay::freezeExisting() {
     command(Order::kFreeze);
 }
 
+void TcpRelay::thawExisting() {
+    command(Order::kThaw);
+}
+
 void TcpRelay::treatNew(NewConnections how) {
     wanted_ = how;
     while (actual_ != how)
@@ -114,7 +118,7 @@ void TcpRelay::obey() {
         listenAgain();
     actual_ = wanted;
     for (Connection& connection : connections_) {
-        connection.frozen = connection.frozen || order_ == Order::kFreeze;
+        connection.frozen = (connection.frozen && order_ != Order::kThaw) || order_ == Order::kFreeze;
         connection.ended = connection.ended || order_ == Order::kDrop;
     }
     if (order_ != Order::kEnd)

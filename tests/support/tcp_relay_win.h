@@ -25,7 +25,8 @@ public:
     // Each returns once the relay does as told.
     void treatNew(NewConnections how);
     void dropExisting();    // as a camera that ends
-    void freezeExisting();  // open, and silent for ever; later ones are treated as new
+    void freezeExisting();  // open, and silent until thawed; later ones are treated as new
+    void thawExisting();    // what the camera said meanwhile comes at once
 
 private:
     struct Connection {
@@ -34,7 +35,7 @@ private:
         bool frozen = false;
         bool ended = false;
     };
-    enum class Order : std::uint32_t { kNone = 0, kDrop, kFreeze, kEnd };
+    enum class Order : std::uint32_t { kNone = 0, kDrop, kFreeze, kThaw, kEnd };
 
     void run();
     void obey();

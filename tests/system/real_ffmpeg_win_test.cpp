@@ -7,7 +7,8 @@
 //   VEXTRA_CAMERA_HTTPS
 //
 // A test is skipped only when the variable that it needs is not set.
-#include <winsock2.h>
+#include "tcp_relay_win.h"  // before windows.h
+
 #include <ws2tcpip.h>
 
 #include <gtest/gtest.h>
@@ -295,6 +296,32 @@ TEST_F(ReleaseTimedRtspCamera, ShowsItsFirstPictureAtOnce) {
 TEST_F(ReleaseTimedRtspCamera, IsNotKeptWaitingBySoundThatNeverComes) {
     const std::wstring url = camera_ + L"mute";
     expectFirstFrame({.syntheticTest = false, .url = url}, kAtOnce);
+}
+
+// What is live is never held back by a rate: what a network kept to itself is over as soon as it can be
+// decoded.
+TEST_F(ReleaseTimedRtspCamera, HasCaughtUpASecondAfterAStallOfOne) {
+    constexpr milliseconds kStall{1000};
+    constexpr std::size_t kFramesOfBoth = 2 * kFramesPerSecond;
+    constexpr std::size_t kSomeFrames = 4;
+    const CameraAddress camera = parseCameraAddress(camera_);
+    TcpRelay relay(camera.port);
+    const std::wstring url = camera.scheme + L"127.0.0.1:" + std::to_wstring(relay.port()) + L"/stream1";
+    FrameCollector frames = start({.syntheticTest = false, .url = url});
+    frames.collect(1, kFirstFrameLimit);
+    frames.collect(kUnlimited, kNetworkSettleTime);
+    relay.freezeExisting();
+    frames.collect(kUnlimited, kStall);
+    relay.thawExisting();
+
+    const std::size_t before = frames.wholeFrames();
+    frames.collect(kUnlimited, milliseconds(1000));
+    const std::size_t caughtUp = frames.wholeFrames() - before;
+    frames.collect(kUnlimited, milliseconds(2000));
+    const std::size_t after = frames.wholeFrames() - before - caughtUp;
+    std::printf("%zu frames in the second after the stall, %zu in the two after that\n", caughtUp, after);
+    EXPECT_GE(caughtUp, kFramesOfBoth - kSomeFrames);
+    EXPECT_NEAR(static_cast<double>(after), 2.0 * kFramesPerSecond, kSomeFrames);
 }
 
 TEST_F(FullRtspCamera, SmallStreamRunsAtSixteenFramesPerSecond) {
